@@ -1,0 +1,16 @@
+// Application paths with wildcards.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kestrelon {
+
+// The existing files that a path with "*" or "?" matches, at most 64; a path without wildcards is
+// the result by itself, existing or not.
+[[nodiscard]] std::vector<std::wstring> ExpandAppPattern(const std::wstring& path);
+
+// Whether a name matches a pattern, without regard to case; wildcards don't cross a slash.
+[[nodiscard]] bool MatchPattern(const std::wstring& pattern, const std::wstring& name);
+
+}  // namespace kestrelon

@@ -1,0 +1,30 @@
+// Paths in their comparable form. All functions may be called from any thread and give the
+// unchanged input, or an empty text, rather than failing.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kestrelon {
+
+// Full path of the running program, and its directory without a closing backslash.
+[[nodiscard]] std::wstring ExecutablePath();
+[[nodiscard]] std::wstring ExecutableDirectory();
+
+// The text behind the last "\" or "/".
+[[nodiscard]] std::wstring FileNamePart(std::wstring_view path);
+
+// The text before the last "\"; empty when there is none.
+[[nodiscard]] std::wstring ParentDirectory(std::wstring_view path);
+
+// Replaces environment variables. A text without "%", or whose expansion fails, stays as it is.
+[[nodiscard]] std::wstring ExpandPath(const std::wstring& text);
+
+// The final form of an existing path: links followed, letter case as on the disk.
+[[nodiscard]] std::wstring NormalizePath(const std::wstring& path);
+
+// A device path as the filtering engine reports it ("\device\harddiskvolume1\...") as a Win32
+// path. Answers are kept for up to 2000 paths.
+[[nodiscard]] std::wstring DeviceToWin32(const std::wstring& device_path);
+
+}  // namespace kestrelon

@@ -1,0 +1,38 @@
+// What is known about the machine's services. May block on the service manager.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/services.h"
+
+namespace kestrelon {
+
+struct ServiceInfo {
+  std::wstring name;          // key name
+  std::wstring display_name;
+  std::wstring image_path;    // full path of its executable
+  std::wstring sid;           // service SID as text, or empty
+  std::uint32_t sid_type = 0;  // 0: the service has no SID in its token
+  std::uint32_t state = 0;     // as the service manager counts; 0 when unknown
+};
+
+// The SID of "NT SERVICE\NAME"; empty on any failure.
+[[nodiscard]] std::wstring ResolveServiceSid(const std::wstring& name);
+
+// The executable named by a service's command line: quotes, arguments, environment variables and
+// kernel-style prefixes taken off.
+[[nodiscard]] std::wstring ExecutableOfCommandLine(std::wstring command_line);
+
+// Fills `info` from an open service; false when its settings can't be read.
+[[nodiscard]] bool ResolveCommandLine(const platform::ServiceHandle& service,
+                                      const std::wstring& name, ServiceInfo& info);
+
+// Opens a service by name and resolves it.
+[[nodiscard]] bool ResolveService(const std::wstring& name, ServiceInfo& info);
+
+// Every Win32 service; those that can't be opened are left out.
+[[nodiscard]] std::vector<ServiceInfo> ListServices();
+
+}  // namespace kestrelon

@@ -1,0 +1,35 @@
+// Addresses, adapters and their DNS servers.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/codes.h"
+
+namespace kestrelon::platform {
+
+using Ipv6Address = std::array<std::uint8_t, 16>;  // network order
+
+// Reads four decimal parts ("10.0.0.1") into a host-order address; nothing else is accepted.
+[[nodiscard]] bool Ipv4FromText(const std::wstring& text, std::uint32_t& address);
+
+// Reads the forms of RFC 4291 without a zone.
+[[nodiscard]] bool Ipv6FromText(const std::wstring& text, Ipv6Address& address);
+
+struct DnsServer {
+  int family = 0;     // 4 or 6; servers of other families are left out
+  std::wstring text;  // may carry a zone ("fe80::1%7"); empty when it has no text form
+};
+
+struct Adapter {
+  std::uint32_t oper_status = 0;  // 1 is up
+  std::vector<DnsServer> dns_servers;
+};
+
+// The adapters of all families in the platform's order (GetAdaptersAddresses with `flags`), with
+// a buffer that starts at 32768 bytes and grows at most twice.
+[[nodiscard]] Code ListAdapters(std::uint32_t flags, std::vector<Adapter>& adapters);
+
+}  // namespace kestrelon::platform

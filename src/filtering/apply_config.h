@@ -1,0 +1,23 @@
+// The one entry point for installing a configuration.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "base/guard.h"
+#include "config/config.h"
+#include "core/core_state.h"
+
+namespace kestrelon {
+
+// Compiles `config` and swaps the whole set of filters in one transaction. False with `error` set
+// leaves the previous filters in place. `config_changed` says that compiling wrote into `config`
+// what it learnt, so that it is to be saved.
+[[nodiscard]] bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed)
+    REQUIRES(ConfigGuard);
+
+// The fingerprint of the last successful application, and its warnings.
+[[nodiscard]] const std::wstring& InstalledFingerprint() REQUIRES(ConfigGuard);
+[[nodiscard]] const std::vector<std::wstring>& InstalledWarnings() REQUIRES(ConfigGuard);
+
+}  // namespace kestrelon

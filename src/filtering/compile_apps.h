@@ -1,7 +1,7 @@
 // Decides for each listed application, file by file, whether it gets its permission, is blocked as
 // configured, or is held back because it is no longer what was allowed.
 //
-// Runs under ConfigGuard, or on a copy: it writes into the configuration what it learns.
+// Runs under ConfigGuard, also when it works on a copy of the configuration.
 #pragma once
 
 #include <string>
@@ -15,18 +15,14 @@
 namespace kestrelon {
 
 // Fills `plan.entries`, `warnings`, `fingerprint` and `config_changed` afresh. A signer, a product
-// or a first hash that it learns goes into `config`. Never fails; may hash and verify files.
+// or a first hash that it learns goes into `config`. Never fails; may hash and verify files and
+// wait for the service manager.
+//
+// The fingerprint is one text with a piece for each file, service or package that was looked at;
+// two compiles with the same text give the same entries.
 void CompileApps(Config& config, FilterPlan& plan) REQUIRES(ConfigGuard);
 
 // The paths of the applications that the last CompileApps held back, in part or whole.
-[[nodiscard]] std::vector<std::wstring> KeptBlockedPaths() REQUIRES(ConfigGuard);
-
-// The machine's DNS servers in the platform's order, ", "-separated; empty if none is known. The
-// order is part of the fingerprint.
-[[nodiscard]] std::wstring CollectDnsServers();
-
-// The effective configuration: `plan.dns_servers` in place of "$dns", and rules without a server
-// switched off with a warning. The input stays as it is.
-[[nodiscard]] Config ExpandRules(const Config& config, FilterPlan& plan);
+[[nodiscard]] const std::vector<std::wstring>& KeptBlockedPaths() REQUIRES(ConfigGuard);
 
 }  // namespace kestrelon

@@ -20,11 +20,8 @@ namespace kestrelon {
 // Replaces environment variables. A text without "%", or whose expansion fails, stays as it is.
 [[nodiscard]] std::wstring ExpandPath(const std::wstring& text);
 
-// The final form of an existing path: links followed, letter case as on the disk.
+// The final form of an existing path: links followed, letter case as on the disk, without the
+// "\\?\" that the platform puts in front. Opens the file.
 [[nodiscard]] std::wstring NormalizePath(const std::wstring& path);
-
-// A device path as the filtering engine reports it ("\device\harddiskvolume1\...") as a Win32
-// path. Answers are kept for up to 2000 paths.
-[[nodiscard]] std::wstring DeviceToWin32(const std::wstring& device_path);
 
 }  // namespace kestrelon

@@ -1,7 +1,9 @@
 // The files that are permitted by their hash alone, with the change numbers they had when they
 // were last verified. A changed number means that the file must be blocked until verified again.
+// All functions may be called from any thread and open files.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -9,13 +11,22 @@
 
 namespace kestrelon {
 
-// Takes the hash-pinned files of a plan in place of those held before.
+// A pinned file whose change number moved.
+struct PinnedChange {
+  std::wstring path;        // as in the plan
+  std::int64_t stored = 0;  // the number that is held
+  std::int64_t seen = 0;    // the number that the file has
+};
+
+// Takes the hash-pinned files of a plan, with their present numbers, in place of those held before.
 void SnapshotPinned(const std::vector<PlanEntry>& entries);
 
-// The pinned files of a directory (lower case) whose number differs from the stored one.
-[[nodiscard]] std::vector<std::wstring> ChangedPinnedFiles(const std::wstring& directory);
+// The pinned files of a directory (lower case) whose number differs from the stored one. A file
+// without a number before and after never counts as changed.
+[[nodiscard]] std::vector<PinnedChange> ChangedPinnedFiles(const std::wstring& directory);
 
-// Stores the present numbers of these files, so that one change is told once.
-void AcceptPinnedNumbers(const std::vector<std::wstring>& paths);
+// Stores the numbers seen, so that one change is told once. A file that a new snapshot has taken
+// in the meantime keeps the snapshot's number.
+void AcceptPinnedNumbers(const std::vector<PinnedChange>& changes);
 
 }  // namespace kestrelon

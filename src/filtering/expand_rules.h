@@ -1,0 +1,13 @@
+// From the configuration as the user has it to the one that filters are made of.
+#pragma once
+
+#include "config/config.h"
+#include "filtering/filter_plan.h"
+
+namespace kestrelon {
+
+// The effective configuration: `plan.dns_servers` in place of each "$dns"; a rule that has no
+// remote address left is switched off with a warning in `plan`. The input stays as it is.
+[[nodiscard]] Config ExpandRules(const Config& config, FilterPlan& plan);
+
+}  // namespace kestrelon

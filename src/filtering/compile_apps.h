@@ -19,7 +19,7 @@ namespace kestrelon {
 // wait for the service manager.
 //
 // The fingerprint is one text with a piece for each file, service or package that was looked at;
-// two compiles with the same text give the same entries.
+// two compiles of one configuration with the same text give the same entries.
 void CompileApps(Config& config, FilterPlan& plan) REQUIRES(ConfigGuard);
 
 // The paths of the applications that the last CompileApps held back, in part or whole.

@@ -18,7 +18,9 @@ std::wstring ExecutablePath() {
   return path;
 }
 
-std::wstring ExecutableDirectory() { return ParentDirectory(ExecutablePath()); }
+std::wstring ExecutableDirectory() {
+  return ParentDirectory(ExecutablePath());
+}
 
 std::wstring FileNamePart(std::wstring_view path) {
   const std::size_t slash = path.find_last_of(L"\\/");

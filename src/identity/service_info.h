@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/services.h"
@@ -10,10 +11,10 @@
 namespace kestrelon {
 
 struct ServiceInfo {
-  std::wstring name;          // key name
+  std::wstring name;  // key name
   std::wstring display_name;
-  std::wstring image_path;    // full path of its executable
-  std::wstring sid;           // service SID as text, or empty
+  std::wstring image_path;     // full path of its executable
+  std::wstring sid;            // service SID as text, or empty
   std::uint32_t sid_type = 0;  // 0: the service has no SID in its token
   std::uint32_t state = 0;     // as the service manager counts; 0 when unknown
 };
@@ -23,9 +24,10 @@ struct ServiceInfo {
 
 // The executable named by a service's command line: quotes, arguments, environment variables and
 // kernel-style prefixes taken off.
-[[nodiscard]] std::wstring ExecutableOfCommandLine(std::wstring command_line);
+[[nodiscard]] std::wstring ExecutableOfCommandLine(std::wstring_view command_line);
 
-// Fills `info` from an open service; false when its settings can't be read.
+// Fills `info` from an open service; false when its settings can't be read, `info` is then as it
+// was. A SID, SID type or state that can't be read stays empty.
 [[nodiscard]] bool ResolveCommandLine(const platform::ServiceHandle& service,
                                       const std::wstring& name, ServiceInfo& info);
 

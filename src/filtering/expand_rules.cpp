@@ -1,0 +1,24 @@
+#include "filtering/expand_rules.h"
+
+#include "base/format.h"
+#include "config/address_spec.h"
+
+namespace kestrelon {
+
+Config ExpandRules(const Config& config, FilterPlan& plan) {
+  // The user's rules stand first; rules that the system makes itself are to be appended to them.
+  // Precedence comes from the weights of the filters, not from this order.
+  Config effective = config;
+  for (RuleEntry& rule : effective.rules) {
+    if (!rule.enabled || !SpecHasDns(rule.remote)) continue;
+    rule.remote = SpecReplaceDns(rule.remote, plan.dns_servers);
+    if (!rule.remote.empty()) continue;
+    // An empty remote would mean any address.
+    rule.enabled = false;
+    plan.warnings.push_back(
+        Format(L"Rule '%s' is inactive: no DNS server is configured right now", rule.name));
+  }
+  return effective;
+}
+
+}  // namespace kestrelon

@@ -1,0 +1,184 @@
+// A model of the base filtering engine: objects with lifetimes and access lists, sessions,
+// transactions, change notifications, and the verdict on a connection.
+//
+// It keeps two things apart, as the platform does: the engine service's store, which sessions
+// read and change, and the filters that the kernel enforces, which follow the store at each commit
+// and stay when the service stops. Every member function may be called from any thread. Calls
+// answer with the platform's own codes; outputs are unchanged on failure.
+//
+// Where the platform's behaviour isn't documented, the model takes the reading under which more is
+// blocked or refused; a comment beginning "Undocumented" stands beside each such place.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/codes.h"
+#include "platform/wfp.h"
+#include "simulation/engine/access.h"
+#include "simulation/engine/change_notifier.h"
+#include "simulation/engine/connection.h"
+#include "simulation/engine/kernel_filters.h"
+#include "simulation/engine/object_store.h"
+
+namespace simulation {
+
+using platform::Code;
+
+using EnumId = std::uint64_t;
+
+using FilterList = std::vector<std::shared_ptr<const platform::Filter>>;
+
+class Engine {
+ public:
+  // A running engine with nothing but its built-in objects.
+  Engine();
+  ~Engine();
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+
+  // The caller's identity now decides all later access checks of the session.
+  [[nodiscard]] Code OpenSession(const platform::SessionOptions& options, const Caller& caller,
+                                 SessionId& session);
+  // Aborts the session's transaction, drops its dynamic objects and ends its enumerations and
+  // subscriptions; waits for a running callback.
+  Code CloseSession(SessionId session);
+
+  // An empty descriptor inherits the container's access list.
+  [[nodiscard]] Code AddProvider(SessionId session, const platform::Provider& provider,
+                                 const platform::SecurityDescriptor& descriptor);
+  [[nodiscard]] Code AddSublayer(SessionId session, const platform::Sublayer& sublayer,
+                                 const platform::SecurityDescriptor& descriptor);
+  [[nodiscard]] Code AddFilter(SessionId session, const platform::Filter& filter,
+                               const platform::SecurityDescriptor& descriptor, std::uint64_t& id);
+
+  [[nodiscard]] Code DeleteProvider(SessionId session, const Guid& key);
+  [[nodiscard]] Code DeleteSublayer(SessionId session, const Guid& key);
+  [[nodiscard]] Code DeleteFilter(SessionId session, const Guid& key);
+
+  // Replace the access list by the descriptor's; an empty descriptor sets the null one, which
+  // grants everybody everything. The all-zero key means the container.
+  Code SetProviderDacl(SessionId session, const Guid& key,
+                       const platform::SecurityDescriptor& descriptor);
+  Code SetSublayerDacl(SessionId session, const Guid& key,
+                       const platform::SecurityDescriptor& descriptor);
+  Code SetFilterDacl(SessionId session, const Guid& key,
+                     const platform::SecurityDescriptor& descriptor);
+
+  [[nodiscard]] Code GetProvider(SessionId session, const Guid& key, platform::Provider& provider);
+  [[nodiscard]] Code GetSublayer(SessionId session, const Guid& key, platform::Sublayer& sublayer);
+  [[nodiscard]] Code GetFilter(SessionId session, const Guid& key, platform::Filter& filter);
+
+  // A write transaction excludes every other session's transactions and calls, a read-only one
+  // their writes. Each call waits for the lock as long as its session was opened with.
+  [[nodiscard]] Code Begin(SessionId session, std::uint32_t flags);
+  [[nodiscard]] Code Commit(SessionId session);
+  Code Abort(SessionId session);
+
+  // A snapshot of all filters that the caller may read. Each fetch replaces `filters` by at most
+  // `count` further ones.
+  [[nodiscard]] Code OpenFilterEnum(SessionId session, EnumId& enumeration);
+  [[nodiscard]] Code NextFilters(SessionId session, EnumId enumeration, std::uint32_t count,
+                                 FilterList& filters);
+  Code CloseFilterEnum(SessionId session, EnumId enumeration);
+
+  // Has `callback` called on a thread of the engine's for each filter that another session adds or
+  // deletes (kNotifyOnAdd, kNotifyOnDelete), after the commit.
+  [[nodiscard]] Code SubscribeFilterChanges(SessionId session, std::uint32_t flags,
+                                            ChangeCallback callback, SubscriptionId& subscription);
+  // Waits for a running callback, unless it is called from within it. No callback of the
+  // subscription begins after the return, whatever the code.
+  Code UnsubscribeFilterChanges(SessionId session, SubscriptionId subscription);
+
+  // What the kernel decides, now; also while the engine service is stopped. The event is kept.
+  [[nodiscard]] Verdict Classify(const Connection& connection);
+  // The last events, oldest first; the platform keeps some 128 as well.
+  [[nodiscard]] std::vector<NetEvent> NetEvents() const;
+  // How many verdicts so far met a tied conflict.
+  [[nodiscard]] std::uint64_t TiedConflicts() const;
+
+  // The engine service stops: static and dynamic objects and all sessions are gone, calls answer
+  // kEndpointNotRegistered. The kernel goes on enforcing the persistent filters.
+  void Stop();
+  // The engine service starts: persistent objects are in force, filters with new ids.
+  void Start();
+  // The machine restarts; boot-time filters alone are in force until Start.
+  void Restart();
+  [[nodiscard]] bool running() const;
+
+  // The services that start by themselves: objects of a provider that names another one are
+  // disabled at Start.
+  void SetAutoStartServices(std::set<std::wstring> names);
+
+  // The persistent and boot-time objects as bytes.
+  [[nodiscard]] platform::Bytes SavePersistent() const;
+  // Takes the place of everything stored, as found by an engine that starts; ends all sessions.
+  // False for bytes that SavePersistent didn't make; nothing is changed then.
+  [[nodiscard]] bool LoadPersistent(const platform::Bytes& bytes);
+
+  // For the checks after a test: what is still open.
+  [[nodiscard]] std::size_t open_sessions() const;
+  [[nodiscard]] bool transaction_open() const;
+
+  // Of all filters stored, without a session or access check, for tests and listings.
+  [[nodiscard]] FilterList Filters() const;
+
+ private:
+  struct Session {
+    Token token;
+    bool dynamic = false;
+    bool aborted = false;  // the service stopped; the handle only waits to be closed
+    std::uint32_t wait_ms = 0;
+    std::map<EnumId, FilterList> enumerations;  // what is still to be fetched, last first
+    std::set<SubscriptionId> subscriptions;
+  };
+  enum class Need { kRead, kWrite };
+
+  // All below need mutex_ held; `lock` may be released while waiting for the transaction lock.
+  Code Enter(SessionId id, Need need, std::unique_lock<std::mutex>& lock, Session*& session);
+  Code FindSession(SessionId id, Session*& session);
+  bool MayRun(SessionId id, Need need) const;
+  // Ends an implicit transaction: keeps or undoes what the call did.
+  Code Finish(SessionId id, Code result);
+  void Publish(SessionId id);
+  void EndTransaction(SessionId id);
+  void DropDynamicObjects(SessionId id);
+  void AbortAllSessions();
+  void ReplaceStored(ObjectList objects);
+  void EnforceStored(Lifetime lifetime);
+  void DisableUnservedObjects();
+
+  Code CheckNewObject(const Session& session, ObjectKind kind) const;
+  Code CheckProviderLink(const Session& session, const Lifetime& lifetime, SessionId id,
+                         const std::optional<Guid>& provider) const;
+  Code CheckFilterLinks(const Session& session, SessionId id, const platform::Filter& filter,
+                        Lifetime lifetime, const StoredSublayer*& sublayer) const;
+  Code CheckDelete(const Session& session, SessionId id, const ObjectHead& head) const;
+  Code SetDacl(SessionId id, ObjectKind kind, const Guid& key,
+               const platform::SecurityDescriptor& descriptor);
+
+  mutable std::mutex mutex_;  // guards everything below but the notifier
+  std::condition_variable transaction_ended_;
+  bool running_ = true;
+  std::uint64_t next_handle_ = 1;
+  std::uint64_t next_filter_id_ = 0x10000;
+  std::map<SessionId, Session> sessions_;
+  SessionId writer_ = 0;         // holder of the explicit write transaction
+  std::set<SessionId> readers_;  // holders of explicit read-only ones
+  ObjectStore store_;
+  KernelFilters kernel_;
+  std::set<std::wstring> auto_start_services_;
+  std::deque<NetEvent> events_;
+  std::uint64_t tied_conflicts_ = 0;
+  ChangeNotifier notifier_;  // has its own mutex
+};
+
+}  // namespace simulation

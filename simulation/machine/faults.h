@@ -1,0 +1,75 @@
+// Which of the machine's calls fail: a test plans faults here, and each seam call that answers with
+// a code asks first. A machine without power fails every call.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "platform/codes.h"
+
+namespace simulation {
+
+using kestrelon::platform::Code;
+
+// What every call answers while the machine has no power (ERROR_IO_DEVICE).
+inline constexpr Code kPowerLost = 1117;
+
+// Faults by the place of a call in the run or by the name of its seam function ("OpenFile",
+// "Sha256::Begin"). Only calls that answer with a code are counted and can fail. Any thread.
+class Faults {
+ public:
+  // The n-th counted call from now, whichever it is, fails once; n counts from 1. Restarts calls()
+  // and fired().
+  void FailNth(std::uint64_t n, Code code);
+
+  // The next call of this name fails.
+  void FailOnce(std::string_view name, Code code) { FailNthOf(name, 1, code); }
+
+  // The n-th call of this name from now fails once.
+  void FailNthOf(std::string_view name, std::uint64_t n, Code code);
+
+  // Each call of this name fails until Clear.
+  void FailAlways(std::string_view name, Code code);
+
+  // Forgets all planned faults and restarts calls() and fired().
+  void Clear();
+
+  // Calls counted since the last FailNth or Clear.
+  std::uint64_t calls() const;
+
+  // Whether a planned fault has struck since then, and the name of the last call it struck.
+  bool fired() const;
+  std::string fired_name() const;
+
+  // Counts a call and gives the code that it fails with, or success. For the seam.
+  [[nodiscard]] Code Next(std::string_view name);
+
+  // Switches the machine's power; without it Next answers kPowerLost and counts nothing.
+  void SetPower(bool on) { power_ = on; }
+  bool power_lost() const { return !power_; }
+
+ private:
+  struct NamedFault {
+    std::uint64_t calls_left = 0;  // 1: the next call fails
+    Code once = kestrelon::platform::kSuccess;
+    Code always = kestrelon::platform::kSuccess;
+  };
+
+  Code Strike(std::string_view name, Code code);
+
+  std::atomic<bool> power_ = true;  // atomic: read by every call, set in the middle of one
+
+  mutable std::mutex mutex_;  // guards all below
+  std::uint64_t calls_ = 0;
+  std::uint64_t nth_ = 0;  // 0 for none
+  Code nth_code_ = kestrelon::platform::kSuccess;
+  std::map<std::string, NamedFault, std::less<>> named_;
+  bool fired_ = false;
+  std::string fired_name_;
+};
+
+}  // namespace simulation

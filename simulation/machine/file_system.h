@@ -1,0 +1,183 @@
+// The machine's volumes: a file system without regard to case, with sharing between open files,
+// change numbers, and a power cut that loses what was not flushed.
+//
+// What is durable: the bytes of a file at its last FlushFile; the names (create, rename, delete) at
+// the last flush of any file or write-through rename, in the order they were made. What a test puts
+// in place itself is durable at once.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/files.h"
+#include "simulation/machine/catalogs.h"
+#include "simulation/machine/clock.h"
+#include "simulation/machine/faults.h"
+#include "simulation/machine/file_node.h"
+#include "simulation/machine/metadata_journal.h"
+
+namespace simulation {
+
+// What a power cut leaves of names that were not durable yet, and with them of sizes.
+enum class CutMode {
+  kLoseMetadata,  // they are as they were; unflushed bytes are missing
+  kKeepMetadata,  // they had just reached the disk; unflushed bytes read as NUL
+};
+
+// Any thread. Paths are "C:\..." or "\\server\share\..."; missing drives are made by Write and
+// MakeDirectories.
+class FileSystem {
+ public:
+  FileSystem(Faults& faults, Clock& clock);
+
+  // --- The tests' side: no sharing, no faults, not counted, durable at once. ---
+
+  // Writes a whole file, making its parents. Properties that were given to it stay.
+  void Write(const std::wstring& path, std::string_view bytes);
+  std::optional<std::string> Read(const std::wstring& path) const;
+  bool Exists(const std::wstring& path) const;
+  // Removes a file, link or whole directory; does nothing when there is none.
+  void Remove(const std::wstring& path);
+  void MakeDirectories(const std::wstring& path);
+  // Moves write time and change number, the content stays.
+  void Touch(const std::wstring& path);
+  // Puts the write time back or forth; this too moves the change number.
+  void SetWriteTime(const std::wstring& path, std::int64_t time);
+  // FileAttributeBits; the directory bit stays as it is.
+  void SetAttributes(const std::wstring& path, std::uint32_t attributes);
+  // Makes `path` a symbolic link to a file or directory.
+  void SetLink(const std::wstring& path, const std::wstring& final_path);
+  // The bare names in a directory, in the platform's order.
+  std::vector<std::wstring> Names(const std::wstring& directory) const;
+  // The descriptor that ProtectFile put on the file; empty for none.
+  std::vector<std::uint8_t> Protection(const std::wstring& path) const;
+
+  // Embeds a signature of the present content.
+  void Sign(const std::wstring& path, const std::wstring& signer);
+  // Puts the hash of the present content into a catalog signed by `signer`.
+  void SignInCatalog(const std::wstring& path, const std::wstring& signer,
+                     const std::wstring& algorithm = L"SHA256");
+  // What verifying a good signature of the file answers instead of success. The three codes of
+  // failing revocation are answered only by a pass that asks for revocation.
+  void SetTrustResult(const std::wstring& path, Code code);
+  // A value of the version resource, such as "\StringFileInfo\040904b0\ProductName".
+  void SetVersion(const std::wstring& path, const std::wstring& sub_block,
+                  const std::wstring& text);
+  void SetVersion(const std::wstring& path, const std::wstring& sub_block,
+                  const std::vector<std::uint8_t>& bytes);
+
+  // Each write fails with kDiskFull.
+  void SetFull(bool full);
+  // Without a change journal ReadUsnRecord fails with kNotSupported.
+  void SetUsnSupported(bool supported);
+  // Another program keeps the file open, sharing what FileShare bits say, until LetGo.
+  void HoldOpen(const std::wstring& path, std::uint32_t share = kestrelon::platform::kShareNone);
+  void LetGo(const std::wstring& path);
+  // Files opened through the seam and not closed.
+  std::size_t open_handles() const;
+
+  // The n-th operation from now that changes a volume (a creating or emptying open, write, flush,
+  // rename, copy, delete, new directory, new protection) loses power in its middle; n from 1.
+  void CutPowerAt(std::uint64_t n, CutMode mode);
+  bool power_lost() const { return faults_.power_lost(); }
+  // Operations counted since the machine was made or CutPowerAt was called last.
+  std::uint64_t operations() const;
+  // Power is back; all handles are dead. Without a power cut before, everything is flushed.
+  void PowerOn();
+
+  // --- The seam's side: the platform's calls, with its codes. ---
+
+  Code Open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+            std::uint32_t disposition, std::uint32_t flags, std::uintptr_t& handle);
+  void Close(std::uintptr_t handle);
+  Code ReadBytes(std::uintptr_t handle, void* bytes, std::uint32_t size, std::uint32_t& read);
+  Code WriteBytes(std::uintptr_t handle, const void* bytes, std::uint32_t size,
+                  std::uint32_t& written);
+  Code Flush(std::uintptr_t handle);
+  Code Size(std::uintptr_t handle, std::uint64_t& size) const;
+  Code FinalPath(std::uintptr_t handle, std::wstring& path) const;
+  Code UsnRecord(std::uintptr_t handle, std::vector<std::uint8_t>& record) const;
+  // The content and the properties behind a handle, for the verification of signatures.
+  Code Inspect(std::uintptr_t handle, std::string& content, FileProperties& properties) const;
+  // The first signer whose catalog holds this hash.
+  std::optional<std::wstring> CatalogSigner(const std::wstring& algorithm,
+                                            const std::vector<std::uint8_t>& hash) const;
+
+  Code Information(const std::wstring& path,
+                   kestrelon::platform::FileInformation& information) const;
+  Code Find(const std::wstring& pattern, std::size_t most,
+            std::vector<kestrelon::platform::FoundFile>& found) const;
+  Code Rename(const std::wstring& from, const std::wstring& to, std::uint32_t flags);
+  Code Copy(const std::wstring& from, const std::wstring& to);
+  Code Delete(const std::wstring& path);
+  Code MakeDirectory(const std::wstring& path);
+  Code Protect(const std::wstring& path, const std::vector<std::uint8_t>& descriptor);
+
+ private:
+  using Node = std::shared_ptr<FileNode>;
+
+  // Where a path leads.
+  struct Place {
+    Node directory;     // null for the root of a volume
+    std::wstring name;  // in the directory; in its stored case if it is there
+    Node node;          // null if there is none
+    std::wstring path;  // final path, behind links and in its stored case
+  };
+
+  struct OpenedFile {
+    Node node;
+    std::wstring path;
+    std::wstring name;
+    Node directory;
+    std::uint32_t access = 0;
+    std::uint32_t share = 0;
+    std::size_t position = 0;
+  };
+
+  enum class LastLink { kFollow, kKeep };
+
+  // Finds a place. Success also when only the last component is missing. Needs the guard, as do
+  // all below.
+  Code Locate(const std::wstring& path, LastLink last, Place& place) const;
+  Code LocateExisting(const std::wstring& path, LastLink last, Place& place) const;
+  Node ExistingNode(const std::wstring& path) const;
+  Node MakeTree(const std::wstring& path);
+  Node NewNode(std::uint32_t attributes);
+  void Stamp(FileNode& node);
+  bool SharingAllows(const FileNode& node, std::uint32_t access, std::uint32_t share) const;
+  bool IsOpenBelow(const FileNode& node) const;
+  const OpenedFile* Opened(std::uintptr_t handle) const;
+  OpenedFile* Opened(std::uintptr_t handle);
+  Code OpenNode(Place& place, std::uint32_t disposition, bool& changes);
+  Code CheckReplaced(const Place& source, const Place& target, std::uint32_t flags) const;
+  bool PowerGoesNow();
+  void LosePower();
+  Code FinishChange();
+
+  Faults& faults_;
+  Clock& clock_;
+
+  mutable std::mutex mutex_;                         // guards all below
+  std::map<std::wstring, Node> roots_;               // by case-folded name: "C:", "\\SERVER\SHARE"
+  std::map<std::wstring, std::wstring> root_names_;  // the same in their own case
+  MetadataJournal journal_;
+  Catalogs catalogs_;
+  std::map<std::uintptr_t, OpenedFile> handles_;
+  std::vector<OpenedFile> held_;  // by other programs
+  std::uintptr_t last_handle_ = 0x100;
+  std::uint64_t last_id_ = 0x1000;
+  std::int64_t last_change_number_ = 0x10000;
+  bool full_ = false;
+  bool usn_supported_ = true;
+  std::uint64_t operations_ = 0;
+  std::uint64_t cut_at_ = 0;  // 0 for never
+  CutMode cut_mode_ = CutMode::kLoseMetadata;
+};
+
+}  // namespace simulation

@@ -1,0 +1,86 @@
+#include "platform/network.h"
+
+#include "platform/windows/windows_headers.h"
+
+#include <iphlpapi.h>
+#include <ws2tcpip.h>
+
+#include <cstddef>
+#include <cstring>
+
+namespace kestrelon::platform {
+namespace {
+
+constexpr ULONG kFirstRoom = 32768;
+constexpr int kMostCalls = 3;
+constexpr std::size_t kAddressTextRoom = 65;
+
+// Reads an address of a family into network order. A null inside the text would end it early for
+// the platform, which would then read another address than the one that was written.
+bool AddressFromText(int family, const std::wstring& text, void* address) {
+  if (text.find(L'\0') != std::wstring::npos) return false;
+  return InetPtonW(family, text.c_str(), address) == 1;
+}
+
+std::wstring AddressText(int family, const void* address) {
+  wchar_t text[kAddressTextRoom] = {};
+  return InetNtopW(family, address, text, kAddressTextRoom) != nullptr ? text : L"";
+}
+
+std::vector<DnsServer> DnsServersOf(const IP_ADAPTER_ADDRESSES& adapter) {
+  std::vector<DnsServer> servers;
+  for (const auto* server = adapter.FirstDnsServerAddress; server != nullptr;
+       server = server->Next) {
+    const sockaddr* const address = server->Address.lpSockaddr;
+    if (address == nullptr) continue;
+    if (address->sa_family == AF_INET) {
+      const auto* const v4 = reinterpret_cast<const sockaddr_in*>(address);
+      servers.push_back({4, AddressText(AF_INET, &v4->sin_addr)});
+    } else if (address->sa_family == AF_INET6) {
+      const auto* const v6 = reinterpret_cast<const sockaddr_in6*>(address);
+      servers.push_back({6, AddressText(AF_INET6, &v6->sin6_addr)});
+    }
+  }
+  return servers;
+}
+
+}  // namespace
+
+bool Ipv4FromText(const std::wstring& text, std::uint32_t& address) {
+  in_addr parsed{};
+  if (!AddressFromText(AF_INET, text, &parsed)) return false;
+  // The bytes stand in network order.
+  std::uint8_t bytes[4];
+  std::memcpy(bytes, &parsed, sizeof bytes);
+  address = std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
+            std::uint32_t{bytes[2]} << 8 | bytes[3];
+  return true;
+}
+
+bool Ipv6FromText(const std::wstring& text, Ipv6Address& address) {
+  Ipv6Address parsed{};
+  if (!AddressFromText(AF_INET6, text, parsed.data())) return false;
+  address = parsed;
+  return true;
+}
+
+Code ListAdapters(std::uint32_t flags, std::vector<Adapter>& adapters) {
+  ULONG room = kFirstRoom;
+  std::vector<std::uint8_t> buffer;
+  Code code = kBufferOverflow;
+  for (int call = 0; call < kMostCalls && code == kBufferOverflow; ++call) {
+    buffer.resize(room);
+    code = GetAdaptersAddresses(AF_UNSPEC, flags, nullptr,
+                                reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data()), &room);
+  }
+  if (code != kSuccess) return code;
+  std::vector<Adapter> list;
+  for (const auto* adapter = reinterpret_cast<const IP_ADAPTER_ADDRESSES*>(buffer.data());
+       adapter != nullptr; adapter = adapter->Next) {
+    list.push_back({static_cast<std::uint32_t>(adapter->OperStatus), DnsServersOf(*adapter)});
+  }
+  adapters = std::move(list);
+  return kSuccess;
+}
+
+}  // namespace kestrelon::platform

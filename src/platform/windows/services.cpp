@@ -1,0 +1,104 @@
+#include "platform/services.h"
+
+#include "platform/windows/windows_headers.h"
+
+namespace kestrelon::platform {
+namespace {
+
+// Services may be added between the question for the size and the question itself.
+constexpr int kEnumerationTries = 5;
+
+SC_HANDLE NativeHandle(const ServiceHandle& handle) {
+  return reinterpret_cast<SC_HANDLE>(handle.handle());
+}
+
+std::wstring TextOrEmpty(const wchar_t* text) {
+  return text != nullptr ? text : L"";
+}
+
+}  // namespace
+
+ServiceHandle& ServiceHandle::operator=(ServiceHandle&& other) noexcept {
+  if (this != &other) {
+    Close();
+    handle_ = other.handle_;
+    other.handle_ = 0;
+  }
+  return *this;
+}
+
+void ServiceHandle::Close() {
+  if (handle_ != 0) CloseServiceHandle(NativeHandle(*this));
+  handle_ = 0;
+}
+
+Code OpenServiceManager(std::uint32_t access, ServiceHandle& manager) {
+  const SC_HANDLE handle = OpenSCManagerW(nullptr, nullptr, access);
+  if (handle == nullptr) return GetLastError();
+  manager.Adopt(reinterpret_cast<std::uintptr_t>(handle));
+  return kSuccess;
+}
+
+Code OpenServiceByName(const ServiceHandle& manager, const std::wstring& name, std::uint32_t access,
+                       ServiceHandle& service) {
+  const SC_HANDLE handle = OpenServiceW(NativeHandle(manager), name.c_str(), access);
+  if (handle == nullptr) return GetLastError();
+  service.Adopt(reinterpret_cast<std::uintptr_t>(handle));
+  return kSuccess;
+}
+
+Code QueryServiceSettings(const ServiceHandle& service, ServiceSettings& settings) {
+  DWORD needed = 0;
+  QueryServiceConfigW(NativeHandle(service), nullptr, 0, &needed);
+  const Code probe = GetLastError();
+  if (probe != kInsufficientBuffer) return probe;
+  std::vector<std::uint8_t> buffer(needed);
+  auto* const config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
+  if (!QueryServiceConfigW(NativeHandle(service), config, needed, &needed)) return GetLastError();
+  settings.display_name = TextOrEmpty(config->lpDisplayName);
+  settings.binary_path = TextOrEmpty(config->lpBinaryPathName);
+  return kSuccess;
+}
+
+Code QueryServiceSidType(const ServiceHandle& service, std::uint32_t& sid_type) {
+  SERVICE_SID_INFO information{};
+  DWORD needed = 0;
+  if (!QueryServiceConfig2W(NativeHandle(service), SERVICE_CONFIG_SERVICE_SID_INFO,
+                            reinterpret_cast<LPBYTE>(&information), sizeof information, &needed)) {
+    return GetLastError();
+  }
+  sid_type = information.dwServiceSidType;
+  return kSuccess;
+}
+
+Code QueryServiceState(const ServiceHandle& service, std::uint32_t& state) {
+  SERVICE_STATUS status{};
+  if (!QueryServiceStatus(NativeHandle(service), &status)) return GetLastError();
+  state = status.dwCurrentState;
+  return kSuccess;
+}
+
+Code EnumerateServices(const ServiceHandle& manager, std::uint32_t type, std::uint32_t state,
+                       std::vector<std::wstring>& names) {
+  std::vector<std::uint8_t> buffer;
+  Code code = ERROR_MORE_DATA;
+  for (int attempt = 0; attempt < kEnumerationTries && code == ERROR_MORE_DATA; ++attempt) {
+    DWORD needed = 0;
+    DWORD count = 0;
+    DWORD resume = 0;
+    const auto room = static_cast<DWORD>(buffer.size());
+    if (EnumServicesStatusExW(NativeHandle(manager), SC_ENUM_PROCESS_INFO, type, state,
+                              buffer.data(), room, &needed, &count, &resume, nullptr)) {
+      const auto* const entries = reinterpret_cast<ENUM_SERVICE_STATUS_PROCESSW*>(buffer.data());
+      names.clear();
+      for (DWORD i = 0; i < count; ++i) names.emplace_back(entries[i].lpServiceName);
+      return kSuccess;
+    }
+    code = GetLastError();
+    // What is reported is what remained behind the part that did fit.
+    buffer.resize(buffer.size() + needed);
+  }
+  return code;
+}
+
+}  // namespace kestrelon::platform

@@ -2,6 +2,7 @@
 // knows the platform's rules and nothing of the product.
 #pragma once
 
+#include "simulation/engine/engine.h"
 #include "simulation/machine/clock.h"
 #include "simulation/machine/console.h"
 #include "simulation/machine/environment.h"
@@ -31,10 +32,11 @@ class Machine {
   Registry registry;
   ServiceTable services;
   Network network;
-  Token token;
+  ProcessToken token;
   Environment environment;
   Console console;
   WaitHub waits;
+  Engine engine;
 };
 
 // The machine of this process: a fresh one at first use, there until the process ends.

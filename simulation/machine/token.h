@@ -5,7 +5,7 @@
 
 namespace simulation {
 
-struct Token {
+struct ProcessToken {
   std::atomic<bool> elevated = true;
   std::atomic<bool> local_system = true;
 };

@@ -1,5 +1,5 @@
 // The one open session with the filtering engine and what hangs on it: the provider and sublayer
-// that own all of the product's filters, their access descriptors, and the change subscription.
+// that own all of the product's filters, and the change subscription.
 #pragma once
 
 #include <cstdint>
@@ -69,15 +69,9 @@ void CloseEngine(FilterEngine& engine) EXCLUDES(engine.EngineGuard);
 [[nodiscard]] bool EnsureProviderAndSublayer(FilterEngine& engine, std::wstring& error)
     REQUIRES(engine.EngineGuard);
 
-// Reopens objects to the administrator who removes them; as LocalSystem there is no need.
-// Results are not checked: a deletion that then fails reports the error.
+// Reopens filters, and with the flag sublayer and provider, to the administrator who removes them;
+// as LocalSystem there is no need. Not inside a transaction. Results are not checked: a deletion that then fails reports the error.
 void UnlockForRemoval(FilterEngine& engine, const std::vector<Guid>& keys,
                       bool with_provider_and_sublayer) REQUIRES(engine.EngineGuard);
-
-// What the product's objects are locked with: SYSTEM may do everything; administrators may look,
-// and keep WRITE_DAC as the door for an elevated removal. Empty when it could not be built.
-[[nodiscard]] const platform::SecurityDescriptor& LockDescriptor();
-// Everything for both.
-[[nodiscard]] const platform::SecurityDescriptor& UnlockDescriptor();
 
 }  // namespace kestrelon

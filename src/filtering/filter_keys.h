@@ -28,6 +28,21 @@ inline constexpr std::array<Guid, 8> BootFilterKeys = {
     MakeGuid("{E1B7C3A0-5D2F-4A6E-B8AD-0F1E2D3C4B57}"),
 };
 
+// Where filters stand: every filter is for one direction and one address family. In this order the
+// filters of a rule or an application are made.
+struct FilterLayer {
+  std::uint32_t direction = 0;  // 0 outbound, 1 inbound
+  std::uint32_t family = 4;     // 4 or 6
+  Guid key;
+};
+
+inline constexpr std::array<FilterLayer, 4> kFilterLayers = {{
+    {0, 4, platform::kLayerConnectV4},
+    {0, 6, platform::kLayerConnectV6},
+    {1, 4, platform::kLayerRecvAcceptV4},
+    {1, 6, platform::kLayerRecvAcceptV6},
+}};
+
 inline constexpr std::uint16_t kSublayerWeight = 65535;  // the highest there is
 
 inline constexpr std::uint8_t kWeightIntegrityBlock = 15;

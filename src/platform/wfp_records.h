@@ -56,7 +56,8 @@ struct DescriptorValue {
   friend bool operator==(const DescriptorValue&, const DescriptorValue&) = default;
 };
 
-// A value of a type that the product never writes; only its number is kept.
+// A value of a type that the product never writes, or one that the platform holds by a null pointer;
+// only the type's number is kept.
 struct OtherValue {
   std::uint32_t type = 0;
   friend bool operator==(const OtherValue&, const OtherValue&) = default;

@@ -1,0 +1,67 @@
+#include "filtering/read_filters.h"
+
+#include <algorithm>
+
+#include "core/error_text.h"
+#include "filtering/filter_keys.h"
+#include "filtering/filter_signature.h"
+
+namespace kestrelon {
+namespace {
+
+constexpr std::uint32_t kBatch = 512;
+
+// Ends the enumeration with the scope.
+struct Enumeration {
+  platform::EngineHandle engine = 0;
+  platform::EnumHandle handle = 0;
+
+  explicit Enumeration(platform::EngineHandle session) : engine(session) {}
+  ~Enumeration() {
+    if (handle != 0) platform::CloseFilterEnum(engine, handle);
+  }
+  Enumeration(const Enumeration&) = delete;
+  Enumeration& operator=(const Enumeration&) = delete;
+};
+
+// Boot-time filters are replaced and counted apart from the others.
+bool IsRegularOwnFilter(const platform::Filter& filter) {
+  if (filter.provider != ProviderKey && filter.sublayer != SubLayerKey) return false;
+  if ((filter.flags & platform::kFilterBootTime) != 0) return false;
+  return std::find(BootFilterKeys.begin(), BootFilterKeys.end(), filter.key) ==
+         BootFilterKeys.end();
+}
+
+}  // namespace
+
+bool ReadFilters(FilterEngine& engine, std::vector<Guid>& keys, std::wstring& error,
+                 FilterRecordTable* signatures) {
+  keys.clear();
+  if (signatures != nullptr) signatures->clear();
+  Enumeration enumeration(engine.handle);
+  platform::Code code = platform::OpenFilterEnum(engine.handle, enumeration.handle);
+  if (code != platform::kSuccess) {
+    error = L"FwpmFilterCreateEnumHandle0: " + ErrorText(code);
+    return false;
+  }
+  std::vector<platform::Filter> batch;
+  std::string signature;  // reused, so that what is kept has no spare room
+  do {
+    code = platform::NextFilters(engine.handle, enumeration.handle, kBatch, batch);
+    if (code != platform::kSuccess) {
+      error = L"FwpmFilterEnum0: " + ErrorText(code);
+      return false;
+    }
+    for (const platform::Filter& filter : batch) {
+      if (!IsRegularOwnFilter(filter)) continue;
+      keys.push_back(filter.key);
+      if (signatures == nullptr) continue;
+      signature.clear();
+      AppendFilterSignature(filter, signature);
+      signatures->insert_or_assign(GuidText(filter.key), signature);
+    }
+  } while (batch.size() == kBatch);
+  return true;
+}
+
+}  // namespace kestrelon

@@ -17,6 +17,9 @@ std::wstring WideFromUtf8(std::string_view text);
 // Wide text to UTF-8. An unpaired surrogate becomes U+FFFD.
 std::string Utf8FromWide(std::wstring_view text);
 
+// Appends the UTF-8 form of a code point up to U+10FFFF that is no surrogate.
+void AppendUtf8(char32_t point, std::string& out);
+
 // The text without space, tab, carriage return and line feed at both ends.
 std::wstring_view Trim(std::wstring_view text);
 

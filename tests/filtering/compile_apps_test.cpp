@@ -1,0 +1,325 @@
+#include "filtering/compile_apps.h"
+
+#include <gtest/gtest.h>
+
+#include "identity/service_info.h"
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+using simulation::TheMachine;
+using Texts = std::vector<std::wstring>;
+
+constexpr const wchar_t* kFile = L"C:\\Apps\\app.exe";
+constexpr const wchar_t* kHashOfAbc =
+    L"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+constexpr const wchar_t* kOtherHash =
+    L"0000000000000000000000000000000000000000000000000000000000000000";
+
+struct Compiled {
+  Config config;  // with what was learnt
+  FilterPlan plan;
+  Texts kept_blocked;
+};
+
+Compiled Compile(std::vector<AppEntry> apps) {
+  Compiled result;
+  result.config.apps = std::move(apps);
+  GuardLock lock(ConfigGuard);
+  // What an earlier compile left must not show.
+  result.plan.entries.resize(1);
+  result.plan.warnings = {L"old"};
+  result.plan.fingerprint = L"old";
+  result.plan.config_changed = true;
+  CompileApps(result.config, result.plan);
+  result.kept_blocked = KeptBlockedPaths();
+  return result;
+}
+
+AppEntry App(const std::wstring& path) {
+  AppEntry app;
+  app.path = path;
+  app.inbound = true;
+  return app;
+}
+
+// A new file with the content "abc", signed if a signer is given.
+void WriteFile(const wchar_t* path, const wchar_t* signer) {
+  TheMachine().files.Remove(path);
+  TheMachine().files.Write(path, "abc");
+  if (*signer) TheMachine().files.Sign(path, signer);
+}
+
+PlanEntry Plain(const wchar_t* path) {
+  PlanEntry entry;
+  entry.path = path;
+  entry.allow = true;
+  entry.inbound = true;
+  return entry;
+}
+
+PlanEntry ByHash(const wchar_t* path) {
+  PlanEntry entry = Plain(path);
+  entry.hash_pinned = true;
+  return entry;
+}
+
+PlanEntry Held(const wchar_t* path) {
+  PlanEntry entry;
+  entry.path = path;
+  entry.integrity_block = true;
+  return entry;
+}
+
+TEST(FileGate, DecidesBySignerOrHash) {
+  const wchar_t* abc = kHashOfAbc;
+  const wchar_t* other = kOtherHash;
+  const wchar_t* changed =
+      L"Kept blocked: C:\\Apps\\app.exe has changed since it was allowed (unsigned program)";
+  const wchar_t* resigned =
+      L"Kept blocked: C:\\Apps\\app.exe is no longer signed by \"Con\" (signed by \"con\")";
+  const wchar_t* unsigned_now =
+      L"Kept blocked: C:\\Apps\\app.exe is no longer signed by \"Con\" (unsigned)";
+  struct Row {
+    const char* claim;
+    const wchar_t* signer;       // recorded; empty for none
+    const wchar_t* hash;         // recorded; empty for none
+    const wchar_t* file_signer;  // null when there is no file
+    PlanEntry (*entry)(const wchar_t* path);
+    const wchar_t* warning;
+    const wchar_t* signer_after;
+    const wchar_t* hash_after;
+  };
+  const Row rows[] = {
+      {"an unsigned file is learnt at first sight", L"", L"", L"", ByHash, L"", L"", abc},
+      {"a listed hash permits", L"", abc, L"", ByHash, L"", L"", abc},
+      {"another hash holds back", L"", other, L"", Held, changed, L"", other},
+      {"a signer is learnt at first sight", L"", L"", L"Con", Plain, L"", L"Con", L""},
+      {"a pinned file stays pinned when signed", L"", abc, L"Con", ByHash, L"", L"", abc},
+      {"a signature does not stand for a hash", L"", other, L"Con", Held, changed, L"", other},
+      {"the recorded signer permits", L"Con", other, L"Con", Plain, L"", L"Con", other},
+      {"signers are compared exactly", L"Con", L"", L"con", Held, resigned, L"Con", L""},
+      {"a hash does not stand for a signer", L"Con", abc, L"", Held, unsigned_now, L"Con", abc},
+      {"a missing file keeps its permission", L"", L"", nullptr, Plain, L"", L"", L""},
+      {"a missing file with a hash too", L"", abc, nullptr, Plain, L"", L"", abc},
+      {"a missing file with a signer too", L"Con", L"", nullptr, Plain, L"", L"Con", L""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.claim);
+    TheMachine().files.Remove(kFile);
+    if (row.file_signer) WriteFile(kFile, row.file_signer);
+    AppEntry app = App(kFile);
+    app.signer = row.signer;
+    if (*row.hash) app.sha256 = {row.hash};
+    const Compiled result = Compile({app});
+    EXPECT_EQ(result.plan.entries, std::vector<PlanEntry>{row.entry(kFile)});
+    EXPECT_EQ(result.plan.warnings, *row.warning ? Texts{row.warning} : Texts{});
+    EXPECT_EQ(result.kept_blocked, *row.warning ? Texts{kFile} : Texts{});
+    const AppEntry& after = result.config.apps[0];
+    EXPECT_EQ(after.signer, row.signer_after);
+    EXPECT_EQ(after.sha256, *row.hash_after ? Texts{row.hash_after} : Texts{});
+    EXPECT_EQ(result.plan.config_changed, !(after == app));
+  }
+}
+
+TEST(FileGate, BlockedAppIsNeverHeldBackButItsSignerIsLearnt) {
+  for (const wchar_t* recorded : {L"", L"Fabrikam"}) {
+    WriteFile(kFile, L"Contoso");
+    AppEntry app = App(kFile);
+    app.allow = false;
+    app.signer = recorded;
+    app.sha256 = {kOtherHash};
+    const Compiled result = Compile({app});
+    PlanEntry blocked = Plain(kFile);
+    blocked.allow = false;
+    EXPECT_EQ(result.plan.entries, std::vector<PlanEntry>{blocked});
+    EXPECT_EQ(result.config.apps[0].signer, *recorded ? recorded : L"Contoso");
+  }
+}
+
+TEST(FileGate, UnreadableFileGetsNoEntry) {
+  WriteFile(kFile, L"");
+  TheMachine().faults.FailAlways("ReadFileBytes", platform::kAccessDenied);
+  AppEntry pinned = App(kFile);
+  pinned.sha256 = {kHashOfAbc};
+  for (const AppEntry& app : {App(kFile), pinned}) {
+    const Compiled result = Compile({app});
+    EXPECT_TRUE(result.plan.entries.empty());
+    EXPECT_TRUE(result.plan.warnings.empty());
+    EXPECT_EQ(result.config.apps[0], app);
+  }
+  AppEntry signed_app = App(kFile);
+  signed_app.signer = L"Contoso";
+  EXPECT_EQ(Compile({signed_app}).plan.entries, std::vector<PlanEntry>{Held(kFile)});
+}
+
+TEST(FileGate, SystemNeedsNoHash) {
+  TheMachine().files.Write(L"C:\\Windows\\System32\\ntoskrnl.exe", "unsigned kernel");
+  const Compiled result = Compile({App(L"SYSTEM")});
+  EXPECT_EQ(result.plan.entries, std::vector<PlanEntry>{Plain(L"SYSTEM")});
+  EXPECT_EQ(result.config.apps[0], App(L"SYSTEM"));
+}
+
+TEST(FileGate, PatternIsLearntWholeAtFirstSight) {
+  auto& files = TheMachine().files;
+  for (const char* content : {"1", "2", "3"}) {
+    files.Write(L"C:\\Apps\\v" + std::wstring(1, static_cast<wchar_t>(*content)) + L"\\a.exe",
+                content);
+  }
+  const Compiled first = Compile({App(L"C:\\Apps\\*\\a.exe")});
+  EXPECT_EQ(first.plan.entries.size(), 3u);
+  EXPECT_EQ(first.config.apps[0].sha256.size(), 3u);
+  EXPECT_TRUE(first.plan.config_changed);
+
+  files.Write(L"C:\\Apps\\v2\\a.exe", "changed");
+  files.Write(L"C:\\Apps\\v3\\a.exe", "changed too");
+  const Compiled second = Compile(first.config.apps);
+  EXPECT_EQ(second.plan.entries,
+            (std::vector<PlanEntry>{ByHash(L"C:\\Apps\\v1\\a.exe"), Held(L"C:\\Apps\\v2\\a.exe"),
+                                    Held(L"C:\\Apps\\v3\\a.exe")}));
+  EXPECT_EQ(second.kept_blocked, Texts{L"C:\\Apps\\*\\a.exe"}) << "the app, once";
+  EXPECT_FALSE(second.plan.config_changed);
+}
+
+TEST(FileGate, ProductIsLearntFromTheRecordedSignersFile) {
+  auto& files = TheMachine().files;
+  for (const wchar_t* signer : {L"Contoso", L"Fabrikam", L""}) {
+    WriteFile(kFile, signer);
+    files.SetVersion(kFile, L"\\VarFileInfo\\Translation",
+                     std::vector<std::uint8_t>{0x09, 0x04, 0xb0, 0x04});
+    files.SetVersion(kFile, L"\\StringFileInfo\\040904b0\\ProductName", L"Browser");
+    AppEntry app = App(kFile);
+    app.signer = L"Contoso";
+    const Compiled result = Compile({app});
+    const bool same = signer == app.signer;
+    EXPECT_EQ(result.config.apps[0].product, same ? L"browser|" : L"") << signer;
+    EXPECT_EQ(result.plan.config_changed, same);
+    app.product = L"recorded|";
+    EXPECT_EQ(Compile({app}).config.apps[0].product, L"recorded|");
+  }
+}
+
+TEST(TemporaryPermission, EndsWithItsTimeOrTheNextStart) {
+  const std::int64_t now = TheMachine().clock.SystemTime();
+  const std::int64_t boot = now - std::int64_t{600000} * 10000;
+  struct Row {
+    std::int64_t expires;
+    bool until_reboot;
+    std::int64_t added;
+    bool stands;
+  };
+  const Row rows[] = {
+      {now, false, 0, false},     {now + 1, false, 0, true}, {0, true, 0, false},
+      {0, true, boot - 1, false}, {0, true, boot, true},     {0, false, 0, true},
+      {now, true, boot, false},
+  };
+  for (const Row& row : rows) {
+    AppEntry app = App(kFile);
+    app.expires = row.expires;
+    app.until_reboot = row.until_reboot;
+    app.added = row.added;
+    const Compiled result = Compile({app});
+    EXPECT_EQ(result.plan.entries.size(), row.stands ? 1u : 0u) << row.expires << row.added;
+    EXPECT_EQ(result.plan.fingerprint.empty(), !row.stands);
+  }
+}
+
+TEST(ServiceGate, FollowsTheSignerOfTheExecutable) {
+  const wchar_t* program = L"C:\\Apps\\svc.exe";
+  TheMachine().services.Add({.name = L"Contoso",
+                             .display_name = L"",
+                             .binary_path = L"C:\\Apps\\svc.exe -k",
+                             .sid_type = 1});
+  const std::wstring changed =
+      L"Kept blocked: service contoso - C:\\Apps\\svc.exe is no longer "
+      L"signed by \"Fabrikam\"";
+  struct Row {
+    const wchar_t* recorded;
+    const wchar_t* file_signer;
+    bool allow;
+    bool held;
+    const wchar_t* signer_after;
+  };
+  const Row rows[] = {
+      {L"", L"Contoso", true, false, L"Contoso"},
+      {L"", L"", true, false, L""},
+      {L"", nullptr, true, false, L""},
+      {L"Fabrikam", L"Contoso", true, true, L"Fabrikam"},
+      {L"Fabrikam", L"", true, true, L"Fabrikam"},
+      {L"Fabrikam", nullptr, true, false, L"Fabrikam"},
+      {L"Fabrikam", L"Contoso", false, false, L"Fabrikam"},
+      {L"", L"Contoso", false, false, L"Contoso"},
+  };
+  for (const Row& row : rows) {
+    TheMachine().files.Remove(program);
+    if (row.file_signer) WriteFile(program, row.file_signer);
+    AppEntry app = App(L"Service: contoso ");
+    app.signer = row.recorded;
+    app.allow = row.allow;
+    const Compiled result = Compile({app});
+    PlanEntry entry = row.held ? Held(program) : Plain(program);
+    entry.allow = row.allow && !row.held;
+    entry.service_sid = ResolveServiceSid(L"Contoso");
+    entry.label = L"service contoso";
+    EXPECT_EQ(result.plan.entries, std::vector<PlanEntry>{entry});
+    EXPECT_EQ(result.plan.warnings, row.held ? Texts{changed} : Texts{});
+    EXPECT_EQ(result.kept_blocked, row.held ? Texts{app.path} : Texts{});
+    EXPECT_EQ(result.config.apps[0].signer, row.signer_after);
+    EXPECT_EQ(result.plan.config_changed, result.config.apps[0].signer != app.signer);
+  }
+}
+
+TEST(ServiceGate, ServiceThatCannotBeFilteredIsInactive) {
+  TheMachine().services.Add(
+      {.name = L"NoSid", .display_name = L"", .binary_path = L"C:\\x.exe", .sid_type = 0});
+  TheMachine().services.Add(
+      {.name = L"NoPath", .display_name = L"", .binary_path = L"", .sid_type = 1});
+  const Compiled result =
+      Compile({App(L"service:NoSid"), App(L"service:NoPath"), App(L"service:Gone")});
+  EXPECT_TRUE(result.plan.entries.empty());
+  EXPECT_EQ(result.plan.fingerprint, L"svc-nosid:NoSid;svc-nosid:NoPath;svc-missing:Gone;");
+  EXPECT_EQ(result.plan.warnings,
+            (Texts{L"Service \"NoSid\" has no service SID, so it cannot be filtered on its own "
+                   L"(rule inactive)",
+                   L"Service \"NoPath\" has no service SID, so it cannot be filtered on its own "
+                   L"(rule inactive)",
+                   L"Service not found (rule inactive): Gone"}));
+}
+
+TEST(PackageGate, PackageIsKnownByItsSid) {
+  const Compiled result = Compile({App(L"package:Contoso.App_8wekyb3d8bbwe")});
+  ASSERT_EQ(result.plan.entries.size(), 1u);
+  PlanEntry entry = result.plan.entries[0];
+  EXPECT_EQ(entry.package_sid.substr(0, 9), L"S-1-15-2-");
+  EXPECT_EQ(entry.label, L"app package Contoso.App_8wekyb3d8bbwe");
+  EXPECT_EQ(result.plan.fingerprint, L"pkg:Contoso.App_8wekyb3d8bbwe|" + entry.package_sid + L";");
+  entry.package_sid.clear();
+  entry.label.clear();
+  EXPECT_EQ(entry, Plain(L"package:Contoso.App_8wekyb3d8bbwe"));
+
+  TheMachine().faults.FailAlways("SidOfPackage", platform::kInvalidParameter);
+  const Compiled unknown = Compile({App(L"package:bad")});
+  EXPECT_TRUE(unknown.plan.entries.empty());
+  EXPECT_EQ(unknown.plan.fingerprint, L"pkg:bad|;");
+  EXPECT_EQ(unknown.plan.warnings, Texts{L"App package not recognised (rule inactive): bad"});
+}
+
+TEST(Fingerprint, HoldsTheIdentityOfEachItemInOrder) {
+  EXPECT_EQ(Compile({}).plan.fingerprint, L"");
+  WriteFile(kFile, L"Contoso");
+  WriteFile(L"C:\\Apps\\plain.exe", L"");
+  const Compiled result =
+      Compile({App(L"C:\\Apps\\plain.exe"), App(kFile), App(L"C:\\Apps\\none.exe"),
+               App(L"C:\\None\\*.exe"), App(L"service:Dnscache")});
+  EXPECT_EQ(result.plan.fingerprint,
+            std::wstring(L"C:\\Apps\\plain.exe|1||") + kHashOfAbc + L";" +
+                L"C:\\Apps\\app.exe|1|Contoso|" + kHashOfAbc + L";C:\\Apps\\none.exe|0||;" +
+                L"none:C:\\None\\*.exe;" +
+                L"svc:Dnscache|C:\\Windows\\System32\\svchost.exe|Microsoft Windows;");
+  EXPECT_EQ(result.plan.entries.size(), 4u);
+  EXPECT_TRUE(result.plan.warnings.empty());
+}
+
+}  // namespace
+}  // namespace kestrelon

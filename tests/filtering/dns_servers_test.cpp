@@ -1,0 +1,41 @@
+#include "filtering/dns_servers.h"
+
+#include <gtest/gtest.h>
+
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+using platform::Adapter;
+using simulation::TheMachine;
+
+TEST(DnsServers, AreThoseOfAdaptersThatAreUp) {
+  struct Row {
+    std::vector<Adapter> adapters;
+    const wchar_t* servers;
+  };
+  const Row rows[] = {
+      {{}, L""},
+      {{Adapter{1, {{4, L"192.0.2.9"}, {4, L"192.0.2.1"}}}}, L"192.0.2.9, 192.0.2.1"},
+      {{Adapter{2, {{4, L"192.0.2.1"}}}, Adapter{1, {{4, L"192.0.2.2"}}}}, L"192.0.2.2"},
+      {{Adapter{1, {{4, L"192.0.2.1"}}}, Adapter{1, {{6, L"2001:db8::A"}, {6, L"2001:DB8::a"}}},
+        Adapter{1, {{4, L"192.0.2.1"}}}},
+       L"192.0.2.1, 2001:db8::A"},
+      {{Adapter{1, {{6, L"fe80::1%7"}, {6, L"fe80::1%9"}, {6, L"%3"}, {6, L""}}}}, L"fe80::1"},
+      {{Adapter{1, {{6, L"fec0:0:0:ffff::1%1"}}}}, L""},
+      {{Adapter{1, {{6, L"fec0:0:0:ffff::1"}, {6, L"2001:db8::1"}}}}, L"2001:db8::1"},
+  };
+  for (const Row& row : rows) {
+    TheMachine().network.adapters = row.adapters;
+    EXPECT_EQ(CollectDnsServers(), row.servers);
+  }
+}
+
+TEST(DnsServers, AreUnknownWhenThePlatformFails) {
+  TheMachine().faults.FailAlways("ListAdapters", platform::kBufferOverflow);
+  EXPECT_EQ(CollectDnsServers(), L"");
+}
+
+}  // namespace
+}  // namespace kestrelon

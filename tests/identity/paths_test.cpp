@@ -1,0 +1,83 @@
+#include "identity/paths.h"
+
+#include <gtest/gtest.h>
+
+#include "identity/device_paths.h"
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+using simulation::TheMachine;
+
+TEST(Paths, PartsAreCutAtTheLastSlash) {
+  EXPECT_EQ(FileNamePart(L"C:\\a\\b.exe"), L"b.exe");
+  EXPECT_EQ(FileNamePart(L"C:\\a/b.exe"), L"b.exe");
+  EXPECT_EQ(FileNamePart(L"C:\\a\\"), L"");
+  EXPECT_EQ(FileNamePart(L"b.exe"), L"b.exe");
+  EXPECT_EQ(ParentDirectory(L"C:\\a\\b/c.exe"), L"C:\\a");
+  EXPECT_EQ(ParentDirectory(L"b.exe"), L"");
+  EXPECT_EQ(ExecutableDirectory(), L"C:\\Program Files\\Kestrelon");
+}
+
+TEST(Paths, ExpansionLeavesWhatItDoesNotKnow) {
+  EXPECT_EQ(ExpandPath(L"%SystemRoot%\\x.exe"), L"C:\\Windows\\x.exe");
+  EXPECT_EQ(ExpandPath(L"C:\\%nosuch%\\100%.exe"), L"C:\\%nosuch%\\100%.exe");
+  TheMachine().faults.FailAlways("ExpandEnvironment", platform::kInsufficientBuffer);
+  EXPECT_EQ(ExpandPath(L"%SystemRoot%\\x.exe"), L"%SystemRoot%\\x.exe");
+}
+
+TEST(Paths, NormalFormFollowsLinksAndDropsThePrefix) {
+  auto& files = TheMachine().files;
+  files.Write(L"C:\\Apps\\Real.exe", "x");
+  files.Write(L"C:\\Apps\\link.exe", "x");
+  files.SetLink(L"C:\\Apps\\link.exe", L"C:\\Apps\\Real.exe");
+  files.Write(L"C:\\Apps\\share.exe", "x");
+  files.SetLink(L"C:\\Apps\\share.exe", L"\\\\server\\share\\Name.exe");
+  EXPECT_EQ(NormalizePath(L"c:\\APPS\\real.EXE"), L"C:\\Apps\\Real.exe");
+  EXPECT_EQ(NormalizePath(L"C:\\Apps\\link.exe"), L"C:\\Apps\\Real.exe");
+  EXPECT_EQ(NormalizePath(L"C:\\Apps\\share.exe"), L"\\\\server\\share\\Name.exe");
+  EXPECT_EQ(NormalizePath(L"c:\\apps\\MISSING.exe"), L"c:\\apps\\MISSING.exe");
+  TheMachine().faults.FailAlways("FinalPathName", platform::kAccessDenied);
+  EXPECT_EQ(NormalizePath(L"c:\\apps\\real.exe"), L"c:\\apps\\real.exe");
+}
+
+TEST(DevicePaths, DeviceBecomesItsDrive) {
+  TheMachine().files.Write(L"C:\\Apps\\Real.exe", "x");
+  struct Row {
+    const wchar_t* device_path;
+    const wchar_t* path;
+  };
+  const Row rows[] = {
+      {L"\\device\\harddiskvolume3\\apps\\real.exe", L"C:\\Apps\\Real.exe"},
+      {L"\\device\\harddiskvolume4\\gone.exe", L"D:\\gone.exe"},
+      {L"\\device\\harddiskvolume30\\gone.exe", L"\\device\\harddiskvolume30\\gone.exe"},
+      {L"\\device\\harddiskvolume3", L"\\device\\harddiskvolume3"},
+      {L"\\Device\\Mup\\server\\share\\x.exe", L"\\\\server\\share\\x.exe"},
+      {L"c:\\apps\\real.exe", L"C:\\Apps\\Real.exe"},
+      {L"System", L"System"},
+      {L"", L""},
+  };
+  for (const Row& row : rows) EXPECT_EQ(DeviceToWin32(row.device_path), row.path);
+}
+
+TEST(DevicePaths, RepeatedPathCostsNothingUntilTheCacheIsFull) {
+  auto& faults = TheMachine().faults;
+  const std::wstring path = L"\\device\\harddiskvolume3\\x.exe";
+  const auto store = [](int first, int last) {
+    for (int i = first; i <= last; ++i) (void)DeviceToWin32(std::to_wstring(i));
+  };
+  const auto is_cached = [&] {
+    faults.Clear();
+    EXPECT_EQ(DeviceToWin32(path), L"C:\\x.exe");
+    return faults.calls() == 0;
+  };
+  EXPECT_FALSE(is_cached());
+  store(2, 2000);
+  EXPECT_TRUE(is_cached());
+  store(2001, 2001);
+  EXPECT_FALSE(is_cached());
+}
+
+}  // namespace
+}  // namespace kestrelon

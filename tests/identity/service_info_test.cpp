@@ -1,0 +1,87 @@
+#include "identity/service_info.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+using simulation::TheMachine;
+
+TEST(ServiceCommandLine, NamesItsExecutable) {
+  struct Row {
+    const wchar_t* command_line;
+    const wchar_t* executable;
+  };
+  const Row rows[] = {
+      {L"\\SystemRoot\\System32\\svchost.exe -k netsvcs", L"C:\\Windows\\System32\\svchost.exe"},
+      {L"%SystemRoot%\\system32\\svchost.exe -k x", L"C:\\Windows\\system32\\svchost.exe"},
+      {L"  C:\\Program Files\\X\\y.exe -a ", L"C:\\Program Files\\X\\y.exe"},
+      {L"C:\\X\\Y.EXE -a", L"C:\\X\\Y.EXE"},
+      {L"system32\\drivers\\x.sys", L"C:\\Windows\\system32\\drivers\\x.sys"},
+      {L"\\??\\C:\\x\\y.exe", L"C:\\x\\y.exe"},
+      {L"\"C:\\a b\\c.exe\" -k \"q\"", L"C:\\a b\\c.exe"},
+      {L"\"C:\\a b\\c.exe -k", L"C:\\a b\\c.exe -k"},
+      {L"\"\\??\\C:\\x y\\z.exe\" -a", L"C:\\x y\\z.exe"},
+      {L"C:\\x\\y.com -a", L"C:\\x\\y.com"},
+      {L"", L""},
+      {L"\"", L""},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(ExecutableOfCommandLine(row.command_line), row.executable) << row.command_line;
+  }
+}
+
+TEST(ServiceInfo, IsReadWhole) {
+  TheMachine().services.Add({.name = L"Spooler",
+                             .display_name = L"Print Spooler",
+                             .binary_path = L"%SystemRoot%\\System32\\spoolsv.exe",
+                             .sid_type = 1,
+                             .state = 4});
+  ServiceInfo info;
+  ASSERT_TRUE(ResolveService(L"Spooler", info));
+  EXPECT_EQ(info.name, L"Spooler");
+  EXPECT_EQ(info.display_name, L"Print Spooler");
+  EXPECT_EQ(info.image_path, L"C:\\Windows\\System32\\spoolsv.exe");
+  EXPECT_EQ(info.sid, L"S-1-5-80-3951239711-1671533544-1416304335-3763227691-3930497994");
+  EXPECT_EQ(info.sid_type, 1u);
+  EXPECT_EQ(info.state, 4u);
+}
+
+TEST(ServiceInfo, WithoutSettingsNothingIsKnown) {
+  ServiceInfo info;
+  info.name = L"before";
+  EXPECT_FALSE(ResolveService(L"nosuch", info));
+  for (const char* call : {"OpenServiceManager", "OpenServiceByName", "QueryServiceSettings"}) {
+    TheMachine().faults.FailOnce(call, platform::kAccessDenied);
+    EXPECT_FALSE(ResolveService(L"Dnscache", info)) << call;
+  }
+  EXPECT_EQ(info.name, L"before");
+}
+
+TEST(ServiceInfo, UnknownDetailsStayEmpty) {
+  for (const char* call : {"QueryServiceSidType", "SidOfAccount", "QueryServiceState"}) {
+    TheMachine().faults.FailOnce(call, platform::kAccessDenied);
+  }
+  ServiceInfo info;
+  ASSERT_TRUE(ResolveService(L"Dnscache", info));
+  EXPECT_EQ(info.sid_type, 0u);
+  EXPECT_EQ(info.sid, L"");
+  EXPECT_EQ(info.state, 0u);
+  EXPECT_NE(info.image_path, L"");
+}
+
+TEST(ServiceInfo, ListLeavesOutWhatCannotBeOpened) {
+  const std::size_t all = ListServices().size();
+  ASSERT_GE(all, 5u);
+  TheMachine().faults.FailNthOf("OpenServiceByName", 2, platform::kAccessDenied);
+  EXPECT_EQ(ListServices().size(), all - 1);
+  TheMachine().faults.FailOnce("EnumerateServices", platform::kAccessDenied);
+  EXPECT_TRUE(ListServices().empty());
+}
+
+}  // namespace
+}  // namespace kestrelon

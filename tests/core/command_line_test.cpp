@@ -1,0 +1,79 @@
+#include "core/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "base/text.h"
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+constexpr const wchar_t* kUsage =
+    L"Kestrelon service 1.2.2\n\n"
+    L"  --install          register and start the service\n"
+    L"  --uninstall        stop and delete the service, remove all Kestrelon filters\n"
+    L"  --remove-filters   EMERGENCY: turn protection off and remove all filters\n"
+    L"  --console          run in the foreground (debugging)\n";
+constexpr const wchar_t* kNeedsAdministrator = L"This command must be run as administrator.\n";
+
+TEST(CommandLine, TheFirstArgumentSelectsExactly) {
+  struct Case {
+    std::vector<std::wstring> arguments;
+    bool elevated;
+    int exit_code;
+    const wchar_t* output;
+    const wchar_t* error_output;
+  };
+  const Case cases[] = {
+      {{L"--help"}, false, 0, kUsage, L""},
+      {{L"-h", L"--console"}, false, 0, kUsage, L""},
+      {{L"/?"}, false, 0, kUsage, L""},
+      {{L"--HELP"}, true, 1, kUsage, L""},
+      {{L"--HELP"}, false, 5, L"", kNeedsAdministrator},
+      {{L"--console"}, false, 5, L"", kNeedsAdministrator},
+      {{}, false, 1, kUsage, L""},
+  };
+  simulation::Machine& machine = simulation::TheMachine();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.arguments.empty() ? "no argument" : Utf8FromWide(c.arguments[0]));
+    machine.token.elevated = c.elevated;
+    machine.console.output.Clear();
+    machine.console.error_output.Clear();
+    EXPECT_EQ(RunCommandLine(c.arguments), c.exit_code);
+    EXPECT_EQ(machine.console.output.text(), c.output);
+    EXPECT_EQ(machine.console.error_output.text(), c.error_output);
+  }
+}
+
+TEST(CommandLine, ElevationThatCannotBeReadCountsAsNone) {
+  simulation::TheMachine().faults.FailAlways("IsProcessElevated", platform::kAccessDenied);
+  EXPECT_EQ(RunCommandLine({L"--console"}), 5);
+}
+
+TEST(CommandLine, TheForegroundRunPrintsItsLogAndStopsOnRequest) {
+  simulation::Machine& machine = simulation::TheMachine();
+  int exit_code = -1;
+  std::thread run([&] { exit_code = RunCommandLine({L"--console"}); });
+  while (!machine.console.output.Contains(L"Running. Press Ctrl+C to stop")) {
+    std::this_thread::yield();
+  }
+  EXPECT_TRUE(machine.console.RequestStop());
+  run.join();
+  EXPECT_EQ(exit_code, 0);
+  EXPECT_TRUE(machine.console.output.Contains(L"Kestrelon service 1.2.2 (48) starting\r\n"));
+  EXPECT_TRUE(machine.console.output.Contains(
+      L"Running. Press Ctrl+C to stop (filters stay active).\n"));
+  EXPECT_TRUE(machine.console.output.Contains(L"Kestrelon service stopping (filters stay active)"));
+  EXPECT_EQ(machine.engine.open_sessions(), 0U);
+  EXPECT_FALSE(machine.engine.Filters().empty());
+}
+
+TEST(CommandLine, AForegroundRunWithoutAnEngineFails) {
+  simulation::TheMachine().engine.Stop();
+  EXPECT_EQ(RunCommandLine({L"--console"}), 1);
+}
+
+}  // namespace
+}  // namespace kestrelon

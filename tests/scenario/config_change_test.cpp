@@ -1,0 +1,161 @@
+// A configuration sent by a client becomes live as a whole, or changes nothing.
+#include "base/text.h"
+#include "config/config_file.h"
+#include "core/config_change.h"
+#include "filtering/filter_engine.h"
+#include "platform/codes.h"
+#include "tests/scenario/world.h"
+
+namespace kestrelon::test {
+namespace {
+
+class ConfigChange : public Scenario {
+ protected:
+  void SetUp() override {
+    before.apps = {Allowed(kTool)};
+    after.apps = {Allowed(kOther)};
+    world.PutConfig(before);
+    ASSERT_TRUE(world.Start());
+    before = world.ConfigOnDisk();  // with what was learnt
+  }
+
+  void ExpectUnchanged() {
+    EXPECT_EQ(world.ConfigOnDisk(), before);
+    EXPECT_TRUE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+    EXPECT_FALSE(world.Passes(Out(kOther, L"203.0.113.5", 443)));
+    GuardLock lock(ConfigGuard);
+    EXPECT_EQ(Core.CurrentConfig, before);
+  }
+
+  std::wstring ErrorOf(const Json& reply) {
+    EXPECT_FALSE(reply.Get("ok").boolean());
+    return reply.Get("error").StringOr(L"");
+  }
+
+  std::size_t Backups() {
+    return world.machine().files.Names(L"C:\\ProgramData\\Kestrelon\\backups").size();
+  }
+
+  Config before;
+  Config after;
+};
+
+TEST_F(ConfigChange, AnAcceptedOneIsInForceSavedBackedUpAndLogged) {
+  EXPECT_TRUE(world.Set(after)["ok"].boolean());
+  EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+  EXPECT_TRUE(world.Passes(Out(kOther, L"203.0.113.5", 443)));
+  const Config saved = world.ConfigOnDisk();
+  EXPECT_EQ(saved.apps[0].sha256, std::vector<std::wstring>{HashText("another program")});
+  EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood"), saved);
+  ASSERT_EQ(Backups(), 1U);
+  EXPECT_EQ(world.ConfigOnDisk(
+                L"C:\\ProgramData\\Kestrelon\\backups\\config-20261121-120000.json"),
+            before);
+  EXPECT_TRUE(world.Logged(L"Configuration updated: 1 apps, 0 rules, "));
+  EXPECT_FALSE(world.machine().files.Exists(std::wstring(kConfigFile) + L".new"));
+}
+
+TEST_F(ConfigChange, AFullDiskChangesNothingWithoutASingleFilterCall) {
+  const std::vector<Guid> keys = world.FilterKeys();
+  world.machine().files.SetFull(true);
+  world.machine().faults.FailAlways("BeginTransaction", platform::kInUse);
+  const std::wstring error = ErrorOf(world.Set(after));
+  EXPECT_TRUE(error.starts_with(
+      L"The configuration cannot be saved, so nothing was changed: cannot write "
+      L"C:\\ProgramData\\Kestrelon\\config.json.new.tmp: 0x00000070"))
+      << Utf8FromWide(error);
+  EXPECT_FALSE(world.machine().faults.fired());
+  EXPECT_EQ(world.FilterKeys(), keys);
+  world.machine().files.SetFull(false);
+  ExpectUnchanged();
+}
+
+TEST_F(ConfigChange, ARefusalOfTheEngineKeepsThePreviousFiltersAndMakesNoBackup) {
+  const std::vector<Guid> keys = world.FilterKeys();
+  world.machine().faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
+  EXPECT_EQ(ErrorOf(world.Set(after)).substr(0, 34), L"FwpmTransactionCommit0: 0x80320012");
+  EXPECT_EQ(world.FilterKeys(), keys);
+  EXPECT_EQ(Backups(), 0U);
+  EXPECT_TRUE(world.Logged(
+      L"Rejected configuration (previous filters kept): FwpmTransactionCommit0: 0x80320012"));
+  ExpectUnchanged();
+}
+
+TEST_F(ConfigChange, ASaveThatFailsAfterAGoodApplyBringsThePreviousFiltersBack) {
+  // The first rename is the disk test's, the second the save's.
+  world.machine().faults.FailNthOf("RenameFile", 2, platform::kAccessDenied);
+  EXPECT_TRUE(ErrorOf(world.Set(after))
+                  .starts_with(L"The configuration could not be saved, so the change was undone: "
+                               L"cannot replace C:\\ProgramData\\Kestrelon\\config.json: "
+                               L"0x00000005"));
+  EXPECT_TRUE(world.Logged(L"Saving the configuration failed (cannot replace "));
+  ExpectUnchanged();
+}
+
+TEST_F(ConfigChange, ADoubleFailureEndsInBlockAll) {
+  world.machine().faults.FailNthOf("RenameFile", 2, platform::kAccessDenied);
+  // The change itself, the way back, then block-all.
+  world.machine().faults.FailNthOf("CommitTransaction", 2, platform::kTransactionTimeout);
+  EXPECT_TRUE(ErrorOf(world.Set(after))
+                  .starts_with(L"The configuration could not be saved, so the change was undone: "));
+  EXPECT_TRUE(world.Logged(L"Restoring the previous filters failed: FwpmTransactionCommit0: "));
+  EXPECT_TRUE(world.Logged(L"Block-all fallback is active"));
+  EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+  EXPECT_FALSE(world.Passes(Out(kOther, L"203.0.113.5", 443)));
+  EXPECT_TRUE(world.Passes(Loopback(Out(kTool, L"127.0.0.1", 80))));
+  EXPECT_EQ(world.ConfigOnDisk(), before);
+}
+
+TEST_F(ConfigChange, TheSameContentAgainStillBacksUpSavesAndLogs) {
+  world.machine().clock.Advance(1000);
+  EXPECT_TRUE(world.Set(before)["ok"].boolean());
+  EXPECT_EQ(Backups(), 1U);
+  EXPECT_TRUE(world.Logged(L"Configuration updated: 1 apps, 0 rules, "));
+}
+
+TEST_F(ConfigChange, AFailingReapplyKeepsTheFiltersAndLogsTheTextOnce) {
+  const std::vector<Guid> keys = world.FilterKeys();
+  GuardLock lock(ConfigGuard);
+  const std::uint32_t failures = Core.ApplyFailures;
+  world.machine().faults.FailAlways("BeginTransaction", platform::kTransactionTimeout);
+  ReApply(L"retry");
+  ReApply(L"retry");
+  EXPECT_EQ(Core.ApplyFailures, failures + 2);
+  EXPECT_EQ(Core.LastError.substr(0, 33), L"FwpmTransactionBegin0: 0x80320012");
+  EXPECT_EQ(world.FilterKeys(), keys);
+  const std::wstring log = world.Log();
+  const std::wstring line = L"Re-apply (retry) failed: FwpmTransactionBegin0: 0x80320012";
+  const std::size_t first = log.find(line);
+  ASSERT_NE(first, std::wstring::npos);
+  EXPECT_EQ(log.find(line, first + 1), std::wstring::npos);
+
+  world.machine().faults.Clear();
+  ReApply(L"retry");
+  EXPECT_EQ(Core.LastError, L"");
+  EXPECT_NE(world.FilterKeys(), keys);
+}
+
+TEST(StrictFallback, EndsWithAnAcceptedConfiguration) {
+  World world;
+  world.machine().files.Write(kConfigFile, "damaged");
+  ASSERT_TRUE(world.Start());
+  {
+    GuardLock lock(ConfigGuard);
+    EXPECT_EQ(Core.FallbackKind, L"strict");
+    EXPECT_EQ(Core.FallbackCause, L"corrupt");
+  }
+  Config config;
+  config.apps = {Allowed(kTool)};
+  EXPECT_TRUE(world.Set(config)["ok"].boolean());
+  {
+    GuardLock lock(ConfigGuard);
+    EXPECT_EQ(Core.FallbackKind, L"");
+    EXPECT_EQ(Core.FallbackCause, L"");
+  }
+  EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood"), world.ConfigOnDisk());
+  world.Stop();
+  world.ExpectNothingLeft();
+}
+
+}  // namespace
+}  // namespace kestrelon::test

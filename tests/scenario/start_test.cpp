@@ -1,0 +1,83 @@
+// From an empty process to a protected machine.
+#include "base/text.h"
+#include "config/config_file.h"
+#include "config/presets.h"
+#include "filtering/filter_engine.h"
+#include "platform/codes.h"
+#include "tests/scenario/world.h"
+
+namespace kestrelon::test {
+namespace {
+
+using Start = Scenario;
+
+TEST_F(Start, TheFirstStartMakesTheDefaultInAClosedDirectory) {
+  ASSERT_TRUE(world.Start());
+  EXPECT_EQ(world.ConfigOnDisk(), DefaultConfig());
+  EXPECT_FALSE(world.machine().files.Protection(L"C:\\ProgramData\\Kestrelon").empty());
+  const std::wstring log = world.Log();
+  EXPECT_EQ(log.find(L"2026-11-21 12:00:00  Kestrelon service 1.2.2 (48) starting\r\n"), 0U);
+  EXPECT_TRUE(world.Logged(L"Created default configuration (strict whitelist)"));
+  EXPECT_TRUE(world.Logged(L"Filters applied: "));
+  EXPECT_TRUE(world.Logged(L"(protection ON)"));
+  GuardLock lock(ConfigGuard);
+  EXPECT_EQ(Core.FallbackKind, L"");
+}
+
+TEST_F(Start, AnOlderConfigurationIsUpgradedLoggedAndSaved) {
+  Config old;
+  old.presets_version = 8;
+  world.PutConfig(old);
+  ASSERT_TRUE(world.Start());
+  EXPECT_TRUE(world.Logged(L"Predefined rules updated to generation 9 (new ones added)"));
+  EXPECT_EQ(world.ConfigOnDisk().presets_version, 9);
+  EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood"), world.ConfigOnDisk());
+}
+
+TEST_F(Start, AnEngineThatComesUpOnTheSixtiethTryStillStartsTheCore) {
+  std::uint64_t begun = world.machine().clock.Tick();
+  world.machine().faults.FailAlways("OpenEngineSession", platform::kEndpointNotRegistered);
+  EXPECT_FALSE(world.Start());
+  EXPECT_EQ(world.machine().clock.Tick() - begun, 59'000U);
+  EXPECT_TRUE(world.Logged(L"Cannot open the WFP engine: FwpmEngineOpen0: 0x000006D9"));
+  EXPECT_TRUE(world.Logged(L"(persistent filters stay active)"));
+
+  world.machine().faults.Clear();
+  for (std::uint64_t n = 1; n < 60; ++n) {
+    world.machine().faults.FailNthOf("OpenEngineSession", n, platform::kEndpointNotRegistered);
+  }
+  EXPECT_TRUE(world.Start());
+}
+
+TEST_F(Start, AFirstApplyThatFailsEndsInBlockAllAndGoesOn) {
+  Config config;
+  config.apps = {Allowed(kTool)};
+  world.PutConfig(config);
+  world.machine().faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
+  ASSERT_TRUE(world.Start());
+  EXPECT_TRUE(world.Logged(L"Applying the configuration failed: FwpmTransactionCommit0: "));
+  EXPECT_TRUE(world.Logged(L"Block-all fallback is active"));
+  EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+  GuardLock lock(ConfigGuard);
+  EXPECT_NE(Core.LastError, L"");
+  EXPECT_EQ(Core.CurrentConfig.apps.size(), 1U) << "the user's configuration stays live";
+}
+
+TEST_F(Start, AFailingAccessListLeavesNoLineAndChangesNothing) {
+  world.machine().faults.FailAlways("ProtectFile", platform::kAccessDenied);
+  ASSERT_TRUE(world.Start());
+  EXPECT_TRUE(world.machine().faults.fired());
+  EXPECT_FALSE(world.Logged(L"0x00000005"));
+  EXPECT_TRUE(world.Logged(L"Filters applied: "));
+}
+
+TEST_F(Start, StoppingLeavesTheFiltersAndSaysSo) {
+  ASSERT_TRUE(world.Start());
+  const std::vector<Guid> keys = world.FilterKeys();
+  world.Stop();
+  EXPECT_TRUE(world.Logged(L"Kestrelon service stopping (filters stay active)"));
+  EXPECT_EQ(world.FilterKeys(), keys);
+}
+
+}  // namespace
+}  // namespace kestrelon::test

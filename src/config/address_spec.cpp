@@ -13,9 +13,13 @@ namespace {
 constexpr std::wstring_view kDnsItem = L"$dns";
 constexpr std::size_t kMostDigits = 10;  // enough for 32 bits, and too few to overflow 64
 
-bool IsBlank(wchar_t c) { return c == L' ' || c == L'\t'; }
+bool IsBlank(wchar_t c) {
+  return c == L' ' || c == L'\t';
+}
 
-bool IsDnsItem(std::wstring_view item) { return platform::EqualIgnoringCase(item, kDnsItem); }
+bool IsDnsItem(std::wstring_view item) {
+  return platform::EqualIgnoringCase(item, kDnsItem);
+}
 
 // The text without blanks around each "-", so that "1 - 5" is one item.
 std::wstring JoinRanges(std::wstring_view text) {
@@ -114,8 +118,7 @@ bool ParseAddress(std::wstring_view item, AddressEntry& entry, std::wstring& err
 
 bool ParsePorts(std::wstring_view item, PortRange& range) {
   const std::size_t dash = item.find(L'-');
-  const Halves ends =
-      dash == std::wstring_view::npos ? Halves{item, item} : CutAt(item, dash);
+  const Halves ends = dash == std::wstring_view::npos ? Halves{item, item} : CutAt(item, dash);
   const auto low = Number(Trim(ends.first), 65535);
   const auto high = Number(Trim(ends.second), 65535);
   if (!low || !high || *low > *high) return false;

@@ -22,16 +22,28 @@ std::wstring NameBehind(std::wstring_view text, std::wstring_view prefix) {
 
 }  // namespace
 
-bool IsServiceRef(std::wstring_view text) { return IsReference(text, kServicePrefix); }
+bool IsServiceRef(std::wstring_view text) {
+  return IsReference(text, kServicePrefix);
+}
 
-std::wstring ServiceRefName(std::wstring_view text) { return NameBehind(text, kServicePrefix); }
+std::wstring ServiceRefName(std::wstring_view text) {
+  return NameBehind(text, kServicePrefix);
+}
 
-bool IsPackageRef(std::wstring_view text) { return IsReference(text, kPackagePrefix); }
+bool IsPackageRef(std::wstring_view text) {
+  return IsReference(text, kPackagePrefix);
+}
 
-std::wstring PackageRefName(std::wstring_view text) { return NameBehind(text, kPackagePrefix); }
+std::wstring PackageRefName(std::wstring_view text) {
+  return NameBehind(text, kPackagePrefix);
+}
 
-bool IsSystemApp(std::wstring_view text) { return platform::EqualIgnoringCase(text, L"System"); }
+bool IsSystemApp(std::wstring_view text) {
+  return platform::EqualIgnoringCase(text, L"System");
+}
 
-std::wstring KernelImagePath() { return ExpandPath(L"%SystemRoot%\\System32\\ntoskrnl.exe"); }
+std::wstring KernelImagePath() {
+  return ExpandPath(L"%SystemRoot%\\System32\\ntoskrnl.exe");
+}
 
 }  // namespace kestrelon

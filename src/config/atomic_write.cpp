@@ -25,9 +25,8 @@ bool WriteWhole(const platform::File& file, std::string_view text, platform::Cod
 bool AtomicWriteText(const std::wstring& path, std::string_view text, std::wstring& error) {
   const std::wstring temporary = path + L".tmp";
   platform::File file;
-  platform::Code code =
-      platform::OpenFile(temporary, platform::kGenericWrite, platform::kShareNone,
-                         platform::kCreateAlways, platform::kNormalFile, file);
+  platform::Code code = platform::OpenFile(temporary, platform::kGenericWrite, platform::kShareNone,
+                                           platform::kCreateAlways, platform::kNormalFile, file);
   if (code != platform::kSuccess) {
     error = Format(L"cannot create %s: %s", temporary, ErrorText(code));
     return false;
@@ -40,8 +39,8 @@ bool AtomicWriteText(const std::wstring& path, std::string_view text, std::wstri
     error = Format(L"cannot write %s: %s", temporary, ErrorText(code));
     return false;
   }
-  code = platform::RenameFile(temporary, path,
-                              platform::kReplaceExisting | platform::kWriteThrough);
+  code =
+      platform::RenameFile(temporary, path, platform::kReplaceExisting | platform::kWriteThrough);
   if (code != platform::kSuccess) {
     (void)platform::RemoveFile(temporary);
     error = Format(L"cannot replace %s: %s", path, ErrorText(code));

@@ -51,9 +51,13 @@ Json::Json(std::string_view text) : Json() {
 
 Json::Json(std::wstring_view text) : Json(std::string_view(Utf8FromWide(text))) {}
 
-Json Json::Array() { return FromItems(Kind::kArray, nullptr, 0); }
+Json Json::Array() {
+  return FromItems(Kind::kArray, nullptr, 0);
+}
 
-Json Json::Object() { return FromItems(Kind::kObject, nullptr, 0); }
+Json Json::Object() {
+  return FromItems(Kind::kObject, nullptr, 0);
+}
 
 Json Json::FromFloating(double value) {
   Json json;
@@ -63,8 +67,8 @@ Json Json::FromFloating(double value) {
 
 Json Json::FromItems(Kind kind, Json* items, std::size_t count) {
   Json json;
-  Heap heap{kind, kOnHeap, CheckedSize(kind == Kind::kObject ? count / 2 : count),
-            {.items = nullptr}};
+  Heap heap{
+      kind, kOnHeap, CheckedSize(kind == Kind::kObject ? count / 2 : count), {.items = nullptr}};
   if (count != 0) {
     heap.items = AllocateItems(count);
     Relocate(items, count, heap.items);
@@ -149,7 +153,9 @@ const Json& Json::Get(std::string_view key) const {
   return value == nullptr ? shared_null : *value;
 }
 
-bool Json::Has(std::string_view key) const { return Find(key) != nullptr; }
+bool Json::Has(std::string_view key) const {
+  return Find(key) != nullptr;
+}
 
 Json& Json::operator[](std::string_view key) {
   if (!IsObject()) {

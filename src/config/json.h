@@ -26,9 +26,9 @@ class Json {
   template <std::same_as<bool> T>  // exactly bool: a pointer must not become one
   Json(T value) noexcept : data_{.brief = {Kind::kBoolean, value, {}}} {}
   template <std::integral T>
-    requires(!std::same_as<T, bool> && sizeof(T) >= 4 && (std::is_signed_v<T> || sizeof(T) < 8) &&
-             !std::same_as<T, wchar_t> && !std::same_as<T, char32_t>)
-  Json(T value) noexcept : data_{.number = {Kind::kNumber, 1, {.integer = value}}} {}
+  requires(!std::same_as<T, bool> && sizeof(T) >= 4 && (std::is_signed_v<T> || sizeof(T) < 8) &&
+           !std::same_as<T, wchar_t> && !std::same_as<T, char32_t>) Json(T value)
+  noexcept : data_{.number = {Kind::kNumber, 1, {.integer = value}}} {}
   Json(const char* text) : Json(std::string_view(text == nullptr ? "" : text)) {}
   Json(std::string_view text);
   Json(const std::string& text) : Json(std::string_view(text)) {}
@@ -91,8 +91,7 @@ class Json {
 
   // Parses strict JSON of at most 65 levels and 1,000,000 values. On failure `value` is untouched
   // and `error`, unless null, holds what was wrong. Safe on any bytes.
-  [[nodiscard]] static bool Parse(std::string_view text, Json& value,
-                                  std::string* error = nullptr);
+  [[nodiscard]] static bool Parse(std::string_view text, Json& value, std::string* error = nullptr);
 
   // The text of the value: without white space, or pretty with two blanks for each level.
   std::string Dump(bool pretty) const;

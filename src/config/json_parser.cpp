@@ -23,7 +23,9 @@ constexpr std::uint32_t kMostValues = 1'000'000;
 // Up to this many members, comparing each key with those before it is the fastest.
 constexpr std::size_t kFewMembers = 24;
 
-constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
 
 int HexDigit(char c) {
   if (IsDigit(c)) return c - '0';
@@ -201,8 +203,7 @@ bool JsonParser::Object(unsigned depth) {
     }
   }
   ++at_;
-  Close(Json::Kind::kObject, base,
-        MergeRepeatedKeys(stack_.data() + base, stack_.size() - base));
+  Close(Json::Kind::kObject, base, MergeRepeatedKeys(stack_.data() + base, stack_.size() - base));
   return true;
 }
 

@@ -1,0 +1,155 @@
+// Clock, waits, hashes and the registry.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "base/text.h"
+#include "platform/clock.h"
+#include "platform/crypto.h"
+#include "platform/registry.h"
+#include "platform/wait.h"
+
+namespace {
+
+using namespace kestrelon::platform;
+
+constexpr std::uint64_t kTickStepMs = 16;  // the platform's tick moves in steps
+
+TEST(Clock, AdvancesByWhatIsSlept) {
+  const std::uint64_t tick = TickMilliseconds();
+  const std::int64_t time = SystemTime();
+  SleepMilliseconds(60);
+  EXPECT_GE(TickMilliseconds(), tick + 60 - kTickStepMs);
+  EXPECT_GE(SystemTime(), time + (60 - static_cast<std::int64_t>(kTickStepMs)) * 10'000);
+}
+
+TEST(Clock, GivesACalendarTimeNearTheSystemTime) {
+  // 2020-01-01, and one century on.
+  EXPECT_GT(SystemTime(), 132'223'104'000'000'000);
+  EXPECT_LT(SystemTime(), 163'780'704'000'000'000);
+  const std::optional<CalendarTime> local = LocalTime();
+  ASSERT_TRUE(local.has_value());
+  const auto year = 1601 + static_cast<unsigned>(SystemTime() / 10'000'000 / 31'556'952);
+  EXPECT_LE(local->year, year + 1);
+  EXPECT_GE(local->year, year - 1);
+  EXPECT_TRUE(local->month >= 1 && local->month <= 12);
+  EXPECT_TRUE(local->day >= 1 && local->day <= 31);
+  EXPECT_TRUE(local->hour < 24 && local->minute < 60 && local->second < 61);
+}
+
+TEST(WaitForAny, TakesTheFirstSetEventInListOrder) {
+  Event a(Event::Reset::kAutomatic);
+  Event b(Event::Reset::kAutomatic);
+  Event c(Event::Reset::kManual);
+  c.Set();
+  b.Set();
+  EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), 1);
+  EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), 2) << "the wait consumes an automatic event";
+  EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), 2) << "a manual event stays set";
+  c.Clear();
+  EXPECT_EQ(WaitForAny({&a, &b, &c}, 0), kWaitTimedOut);
+}
+
+TEST(WaitForAny, LeavesTheEventsBehindTheFirstSetOneAlone) {
+  Event a(Event::Reset::kAutomatic);
+  Event b(Event::Reset::kAutomatic);
+  a.Set();
+  b.Set();
+  EXPECT_EQ(WaitForAny({&a, &b}, kWaitForever), 0);
+  EXPECT_EQ(WaitForAny({&a, &b}, kWaitForever), 1);
+}
+
+TEST(WaitForAny, RemembersOneSetOfAnAutomaticEvent) {
+  Event event(Event::Reset::kAutomatic);
+  event.Set();
+  event.Set();
+  EXPECT_EQ(WaitForAny({&event}, 0), 0);
+  EXPECT_EQ(WaitForAny({&event}, 0), kWaitTimedOut);
+  event.Set();
+  event.Clear();
+  EXPECT_EQ(WaitForAny({&event}, 0), kWaitTimedOut);
+}
+
+TEST(WaitForAny, TimesOut) {
+  Event event(Event::Reset::kManual);
+  const std::uint64_t tick = TickMilliseconds();
+  EXPECT_EQ(WaitForAny({&event}, 60), kWaitTimedOut);
+  EXPECT_GE(TickMilliseconds(), tick + 60 - kTickStepMs);
+}
+
+TEST(WaitForAny, WakesOneWaiterForAnAutomaticEventAndAllForAManualOne) {
+  Event work(Event::Reset::kAutomatic);
+  Event done(Event::Reset::kAutomatic);
+  Event stop(Event::Reset::kManual);
+  const auto serve = [&] {
+    while (WaitForAny({&stop, &work}, kWaitForever) == 1) done.Set();
+  };
+  std::thread first(serve);
+  std::thread second(serve);
+  for (int i = 0; i < 200; ++i) {
+    work.Set();
+    EXPECT_EQ(WaitForAny({&done}, kWaitForever), 0);
+  }
+  EXPECT_EQ(WaitForAny({&work}, 0), kWaitTimedOut);
+  EXPECT_EQ(WaitForAny({&done}, 0), kWaitTimedOut) << "one set woke two waiters";
+  stop.Set();
+  first.join();
+  second.join();
+}
+
+std::wstring Hex(const Sha256Digest& digest) {
+  return kestrelon::HexText(digest.data(), digest.size());
+}
+
+TEST(Sha256, GivesThePublishedAnswers) {
+  const struct {
+    std::string piece;
+    int times;
+    const wchar_t* hash;
+  } cases[] = {
+      {"", 0, L"e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+      {"abc", 1, L"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+      {std::string(1000, 'a'), 1000,
+       L"cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
+  };
+  Sha256 hash;
+  for (const auto& c : cases) {
+    ASSERT_EQ(hash.Begin(), kSuccess);
+    const auto size = static_cast<std::uint32_t>(c.piece.size());
+    for (int i = 0; i < c.times; ++i) ASSERT_EQ(hash.Add(c.piece.data(), size), kSuccess);
+    Sha256Digest digest{};
+    ASSERT_EQ(hash.Finish(digest), kSuccess);
+    EXPECT_EQ(Hex(digest), c.hash);
+  }
+}
+
+TEST(Sha256, BeginsAnewAndFailsOutOfTurn) {
+  Sha256 hash;
+  Sha256Digest digest{};
+  EXPECT_NE(hash.Add("x", 1), kSuccess);
+  EXPECT_NE(hash.Finish(digest), kSuccess);
+  ASSERT_EQ(hash.Begin(), kSuccess);
+  ASSERT_EQ(hash.Add("dropped", 7), kSuccess);
+  ASSERT_EQ(hash.Begin(), kSuccess);
+  ASSERT_EQ(hash.Add("abc", 3), kSuccess);
+  ASSERT_EQ(hash.Finish(digest), kSuccess);
+  EXPECT_EQ(Hex(digest).substr(0, 8), L"ba7816bf");
+  EXPECT_NE(hash.Finish(digest), kSuccess);
+  EXPECT_EQ(Hex(digest).substr(0, 8), L"ba7816bf") << "changed by a failure";
+}
+
+TEST(Registry, KeepsADwordUnderANewKey) {
+  const std::wstring key = L"SOFTWARE\\Kestrelon contract\\Sub";
+  std::uint32_t value = 7;
+  EXPECT_EQ(ReadRegistryDword(L"SOFTWARE\\No such key", L"Value", value), kFileNotFound);
+  ASSERT_EQ(WriteRegistryDword(key, L"Value", 0xFFFFFFFF), kSuccess);
+  EXPECT_EQ(ReadRegistryDword(key, L"Other", value), kFileNotFound);
+  EXPECT_EQ(value, 7u);
+  ASSERT_EQ(ReadRegistryDword(L"software\\KESTRELON contract\\sub", L"VALUE", value), kSuccess);
+  EXPECT_EQ(value, 0xFFFFFFFFu);
+  ASSERT_EQ(WriteRegistryDword(key, L"Value", 1), kSuccess);
+  ASSERT_EQ(ReadRegistryDword(key, L"Value", value), kSuccess);
+  EXPECT_EQ(value, 1u);
+}
+
+}  // namespace

@@ -1,0 +1,156 @@
+// Descriptors, SIDs, the process's standing, signatures of files.
+#include "platform/security.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/trust.h"
+#include "tests/contract/scratch.h"
+
+namespace {
+
+using namespace kestrelon::platform;
+using namespace contract;
+
+using Bytes = std::vector<std::uint8_t>;
+
+const Bytes kSystemSid = {1, 1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0};
+const Bytes kLocalServiceSid = {1, 1, 0, 0, 0, 0, 0, 5, 19, 0, 0, 0};
+const Bytes kAdministratorsSid = {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0x20, 2, 0, 0};
+
+Bytes Joined(std::initializer_list<Bytes> parts) {
+  Bytes bytes;
+  for (const Bytes& part : parts) bytes.insert(bytes.end(), part.begin(), part.end());
+  return bytes;
+}
+
+// The part of a self-relative descriptor whose offset stands at `field`; `size` bytes.
+Bytes PartAt(const SecurityDescriptor& descriptor, std::size_t field, std::size_t size) {
+  if (descriptor.size() < field + 4) return {};
+  const std::size_t offset = descriptor[field] | static_cast<std::size_t>(descriptor[field + 1])
+                                                     << 8;
+  if (offset == 0 || offset + size > descriptor.size()) return {};
+  return {descriptor.begin() + static_cast<std::ptrdiff_t>(offset),
+          descriptor.begin() + static_cast<std::ptrdiff_t>(offset + size)};
+}
+constexpr std::size_t kOwnerField = 4;
+constexpr std::size_t kDaclField = 16;
+
+TEST(DescriptorFromText, GivesTheKnownBytes) {
+  SecurityDescriptor descriptor;
+  ASSERT_EQ(DescriptorFromText(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)", descriptor), kSuccess);
+  const Bytes dacl = Joined({{2, 0, 0x34, 0, 2, 0, 0, 0},
+                             {0, 3, 0x14, 0, 0xFF, 0x01, 0x1F, 0},
+                             kSystemSid,
+                             {0, 3, 0x18, 0, 0xFF, 0x01, 0x1F, 0},
+                             kAdministratorsSid});
+  // Revision 1; a protected DACL, self-relative; neither owner nor group nor SACL.
+  const Bytes head = {1, 0, 0x04, 0x90, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x14, 0, 0, 0};
+  EXPECT_EQ(descriptor, Joined({head, dacl}));
+}
+
+TEST(DescriptorFromText, TakesMasksInHexadecimalAndNamedRightsAndOwners) {
+  SecurityDescriptor descriptor;
+  ASSERT_EQ(DescriptorFromText(L"D:P(A;;0xf07ff;;;SY)(A;;0x603f4;;;BA)", descriptor), kSuccess);
+  EXPECT_EQ(PartAt(descriptor, kDaclField, 0x34), Joined({{2, 0, 0x34, 0, 2, 0, 0, 0},
+                                                          {0, 0, 0x14, 0, 0xFF, 0x07, 0x0F, 0},
+                                                          kSystemSid,
+                                                          {0, 0, 0x18, 0, 0xF4, 0x03, 0x06, 0},
+                                                          kAdministratorsSid}));
+  ASSERT_EQ(DescriptorFromText(L"O:LSD:(A;;CC;;;S-1-5-18)", descriptor), kSuccess);
+  EXPECT_EQ(PartAt(descriptor, kOwnerField, 12), kLocalServiceSid);
+  EXPECT_EQ(PartAt(descriptor, kDaclField, 0x1C),
+            Joined({{2, 0, 0x1C, 0, 1, 0, 0, 0}, {0, 0, 0x14, 0, 1, 0, 0, 0}, kSystemSid}));
+}
+
+TEST(DescriptorFromText, RefusesWhatItCanNotRead) {
+  for (const wchar_t* text : {L"rubbish", L"D:(A;;CC;;;S-1-5-)", L"D:(A;;CC;;;not a sid)",
+                              L"D:(A;;CC", L"D:(Q;;CC;;;SY)"}) {
+    SecurityDescriptor descriptor = {7};
+    EXPECT_NE(DescriptorFromText(text, descriptor), kSuccess) << testing::PrintToString(text);
+    EXPECT_EQ(descriptor, SecurityDescriptor{7});
+  }
+}
+
+TEST(SidFromText, GivesTheKnownBytes) {
+  const struct {
+    const wchar_t* text;
+    Bytes sid;
+  } cases[] = {
+      {L"S-1-5-18", kSystemSid},
+      {L"SY", kSystemSid},
+      {L"BA", kAdministratorsSid},
+      {L"S-1-15-2-1-4294967295",
+       {1, 3, 0, 0, 0, 0, 0, 15, 2, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}},
+  };
+  for (const auto& c : cases) {
+    Sid sid;
+    ASSERT_EQ(SidFromText(c.text, sid), kSuccess) << testing::PrintToString(c.text);
+    EXPECT_EQ(sid, c.sid);
+  }
+  Sid sid = {7};
+  for (const wchar_t* text : {L"S-1", L"x", L"S-1-5-18x"}) {
+    EXPECT_NE(SidFromText(text, sid), kSuccess) << testing::PrintToString(text);
+  }
+  EXPECT_EQ(sid, Sid{7});
+}
+
+TEST(SidOfAccount, KnowsServicesByTheirName) {
+  std::wstring sid;
+  ASSERT_EQ(SidOfAccount(L"NT SERVICE\\EventLog", sid), kSuccess);
+  EXPECT_EQ(sid, L"S-1-5-80-880578595-1860270145-482643319-2788375705-1540778122");
+}
+
+TEST(SidOfAccount, FailsForAnAccountThatIsNotThere) {
+  std::wstring sid = L"unchanged";
+  EXPECT_EQ(SidOfAccount(L"NO SUCH DOMAIN\\nobody", sid), kNoneMapped);
+  EXPECT_EQ(sid, L"unchanged");
+}
+
+TEST(SidOfPackage, FollowsFromTheNameAlone) {
+  std::wstring sid;
+  ASSERT_EQ(SidOfPackage(L"Microsoft.WindowsCalculator_8wekyb3d8bbwe", sid), kSuccess);
+  EXPECT_EQ(sid,
+            L"S-1-15-2-466767348-3739614953-2700836392-1801644223-4227750657-1087833535-"
+            L"2488631167");
+}
+
+TEST(ProtectFile, NeedsADaclAndAFile) {
+  const std::wstring directory = FreshDirectory();
+  SecurityDescriptor descriptor;
+  ASSERT_EQ(DescriptorFromText(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)", descriptor), kSuccess);
+  EXPECT_EQ(ProtectFile(directory, descriptor), kSuccess);
+  EXPECT_EQ(ProtectFile(directory + L"\\none", descriptor), kFileNotFound);
+  EXPECT_EQ(ProtectFile(directory, {}), kInvalidSecurityDescriptor);
+  ASSERT_EQ(DescriptorFromText(L"O:SY", descriptor), kSuccess);
+  EXPECT_EQ(ProtectFile(directory, descriptor), kInvalidSecurityDescriptor);
+}
+
+TEST(Process, KnowsItsStanding) {
+  bool elevated = false;
+  bool local_system = false;
+  ASSERT_EQ(IsProcessElevated(elevated), kSuccess);
+  ASSERT_EQ(IsProcessLocalSystem(local_system), kSuccess);
+  EXPECT_TRUE(elevated) << "the suite needs an elevated process";
+}
+
+TEST(VerifyEmbeddedSignature, FindsNoneInAPlainFile) {
+  const std::wstring directory = FreshDirectory();
+  WriteWhole(directory + L"\\plain.txt", "not signed");
+  std::wstring signer = L"left over";
+  const TrustPass pass = {kRevokeNone, kRevocationCheckNone | kCacheOnlyUrlRetrieval};
+  EXPECT_NE(VerifyEmbeddedSignature(directory + L"\\plain.txt", pass, signer), kSuccess);
+  EXPECT_EQ(signer, L"");
+  EXPECT_EQ(VerifyEmbeddedSignature(directory + L"\\none", pass, signer), kFileNotFound);
+}
+
+TEST(FindCatalogMember, FindsNothingForAFileOfOurOwn) {
+  const std::wstring directory = FreshDirectory();
+  WriteWhole(directory + L"\\plain.txt", "in no catalog");
+  for (const wchar_t* algorithm : {L"SHA256", L"SHA1"}) {
+    CatalogMember member;
+    EXPECT_NE(FindCatalogMember(directory + L"\\plain.txt", algorithm, member), kSuccess);
+    EXPECT_EQ(FindCatalogMember(directory + L"\\none", algorithm, member), kFileNotFound);
+  }
+}
+
+}  // namespace

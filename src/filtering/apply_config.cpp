@@ -44,8 +44,12 @@ bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
   return true;
 }
 
-const std::wstring& InstalledFingerprint() { return installed_fingerprint; }
+const std::wstring& InstalledFingerprint() {
+  return installed_fingerprint;
+}
 
-const std::vector<std::wstring>& InstalledWarnings() { return installed_warnings; }
+const std::vector<std::wstring>& InstalledWarnings() {
+  return installed_warnings;
+}
 
 }  // namespace kestrelon

@@ -12,8 +12,7 @@ namespace kestrelon {
 namespace {
 
 bool AddConfiguredFilters(FilterEngine& engine, const Config& config, FilterPlan& plan,
-                          FilterTagTable& tags, std::wstring& error)
-    REQUIRES(engine.EngineGuard) {
+                          FilterTagTable& tags, std::wstring& error) REQUIRES(engine.EngineGuard) {
   AddContext context{engine.handle, engine.added_keys, tags, error};
   return BuildFilters(config, plan.entries, plan.warnings, AddingSink(context));
 }

@@ -188,8 +188,7 @@ FilterGroup EntryGroup(const PlanEntry& entry) {
   return group;
 }
 
-bool WriteEntry(FilterWriter& writer, const PlanEntry& entry,
-                std::vector<std::wstring>& warnings) {
+bool WriteEntry(FilterWriter& writer, const PlanEntry& entry, std::vector<std::wstring>& warnings) {
   ConditionList conditions;
   std::wstring warning;
   if (!EntryConditions(entry, conditions, warning)) {

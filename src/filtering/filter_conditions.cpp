@@ -22,8 +22,7 @@ platform::Condition AppIs(platform::Bytes app_id) {
 }
 
 platform::Condition PackageIs(platform::Sid package) {
-  return {platform::kFieldPackageId, platform::kMatchEqual,
-          platform::SidValue{std::move(package)}};
+  return {platform::kFieldPackageId, platform::kMatchEqual, platform::SidValue{std::move(package)}};
 }
 
 platform::Condition UserIs(platform::SecurityDescriptor descriptor) {

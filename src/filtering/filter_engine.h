@@ -70,7 +70,8 @@ void CloseEngine(FilterEngine& engine) EXCLUDES(engine.EngineGuard);
     REQUIRES(engine.EngineGuard);
 
 // Reopens filters, and with the flag sublayer and provider, to the administrator who removes them;
-// as LocalSystem there is no need. Not inside a transaction. Results are not checked: a deletion that then fails reports the error.
+// as LocalSystem there is no need. Not inside a transaction. Results are not checked: a deletion
+// that then fails reports the error.
 void UnlockForRemoval(FilterEngine& engine, const std::vector<Guid>& keys,
                       bool with_provider_and_sublayer) REQUIRES(engine.EngineGuard);
 

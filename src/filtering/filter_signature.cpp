@@ -14,7 +14,9 @@ void AppendNumber(std::uint64_t value, int base, std::string& out) {
   out.append(digits, result.ptr);
 }
 
-void AppendDecimal(std::uint64_t value, std::string& out) { AppendNumber(value, 10, out); }
+void AppendDecimal(std::uint64_t value, std::string& out) {
+  AppendNumber(value, 10, out);
+}
 
 template <typename ByteRange>
 void AppendBytes(const ByteRange& bytes, std::string& out) {

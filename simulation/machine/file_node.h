@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/codes.h"
@@ -29,23 +30,18 @@ struct FileProperties {
   std::map<std::wstring, std::vector<std::uint8_t>> version_bytes;
 };
 
-struct FileNode;
-
-struct DirectoryEntry {
-  std::wstring name;  // in the case it was made with
-  std::shared_ptr<FileNode> node;
-};
-
 struct FileNode {
   std::uint64_t id = 0;
+  std::wstring name;               // in the case it was given
+  std::weak_ptr<FileNode> parent;  // empty for the root of a volume
   std::uint32_t attributes = 0;
   std::int64_t write_time = 0;
   std::int64_t change_number = 0;
   std::vector<std::uint8_t> protection;  // the descriptor put on it last
   FileProperties properties;
 
-  std::map<std::wstring, DirectoryEntry> entries;  // a directory's, by case-folded name
-  std::wstring link_target;                        // a link's
+  std::map<std::wstring, std::shared_ptr<FileNode>> entries;  // a directory's, by folded name
+  std::wstring link_target;                                   // a link's
 
   // A file's bytes: as programs see them, as the disk had them at the last flush, and how many at
   // the start of `content` are those of `flushed`.
@@ -55,14 +51,20 @@ struct FileNode {
 
   bool is_directory() const;
   bool is_link() const { return !link_target.empty(); }
+  bool is_read_only() const;
+
+  // The full path, by the names in force: "C:\Windows".
+  std::wstring Path() const;
+  // Whether this is `other` or lies below it.
+  bool IsWithin(const FileNode& other) const;
 
   // Puts bytes at `position`, which is at most the size.
   void Store(std::size_t position, std::string_view bytes);
   void Truncate();
   // The bytes are on the disk.
   void Flush();
-  // The disk has only this many bytes more than at the last flush.
-  void FlushPartly(std::size_t more);
+  // Half of what was not on the disk yet is.
+  void FlushPartly();
   // Power has gone: unflushed bytes read as NUL, or with `keep_size` false are not there.
   void Settle(bool keep_size);
 };

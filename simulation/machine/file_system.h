@@ -30,13 +30,14 @@ enum class CutMode {
   kKeepMetadata,  // they had just reached the disk; unflushed bytes read as NUL
 };
 
-// Any thread. Paths are "C:\..." or "\\server\share\..."; missing drives are made by Write and
-// MakeDirectories.
+// Any thread. Paths are "C:\..." or "\\server\share\..."; missing volumes are made by Write,
+// MakeDirectories and SetLink.
 class FileSystem {
  public:
   FileSystem(Faults& faults, Clock& clock);
 
-  // --- The tests' side: no sharing, no faults, not counted, durable at once. ---
+  // --- The tests' side: no sharing, no faults, not counted, durable at once. Giving a property
+  // to a file that is not there ends the process. ---
 
   // Writes a whole file, making its parents. Properties that were given to it stay.
   void Write(const std::wstring& path, std::string_view bytes);
@@ -76,7 +77,7 @@ class FileSystem {
   void SetFull(bool full);
   // Without a change journal ReadUsnRecord fails with kNotSupported.
   void SetUsnSupported(bool supported);
-  // Another program keeps the file open, sharing what FileShare bits say, until LetGo.
+  // Another program keeps the file open for reading, sharing what FileShare bits say, until LetGo.
   void HoldOpen(const std::wstring& path, std::uint32_t share = kestrelon::platform::kShareNone);
   void LetGo(const std::wstring& path);
   // Files opened through the seam and not closed.
@@ -122,50 +123,61 @@ class FileSystem {
  private:
   using Node = std::shared_ptr<FileNode>;
 
-  // Where a path leads.
+  // Where a path leads, behind the links on the way.
   struct Place {
     Node directory;     // null for the root of a volume
-    std::wstring name;  // in the directory; in its stored case if it is there
+    std::wstring name;  // as the path has it
     Node node;          // null if there is none
-    std::wstring path;  // final path, behind links and in its stored case
   };
 
   struct OpenedFile {
     Node node;
-    std::wstring path;
-    std::wstring name;
-    Node directory;
     std::uint32_t access = 0;
     std::uint32_t share = 0;
     std::size_t position = 0;
   };
 
+  // Whether a link that a path ends in is followed or is what is meant.
   enum class LastLink { kFollow, kKeep };
 
-  // Finds a place. Success also when only the last component is missing. Needs the guard, as do
-  // all below.
-  Code Locate(const std::wstring& path, LastLink last, Place& place) const;
+  // All below need the guard.
+
+  // Finds a place; success also when only the last name is missing.
+  Code Locate(const std::wstring& path, LastLink last, Place& place, int links = 0) const;
+  // As Locate, but a missing last name is kFileNotFound.
   Code LocateExisting(const std::wstring& path, LastLink last, Place& place) const;
-  Node ExistingNode(const std::wstring& path) const;
+  // The node behind a path's links, or null.
+  Node FindNode(const std::wstring& path) const;
+  // As FindNode, but ends the process when there is none: a mistake in the test.
+  Node WantedNode(const std::wstring& path) const;
+  // The directory of a path with all above it, made where missing.
   Node MakeTree(const std::wstring& path);
+  // The file or link at a path, made where missing.
+  Node MakeLeaf(const std::wstring& path);
   Node NewNode(std::uint32_t attributes);
-  void Stamp(FileNode& node);
+  void StampChange(FileNode& node);  // the change number moves
+  void StampWrite(FileNode& node);   // and the write time
+
+  // Whether open files allow a further open of a node.
   bool SharingAllows(const FileNode& node, std::uint32_t access, std::uint32_t share) const;
-  bool IsOpenBelow(const FileNode& node) const;
-  const OpenedFile* Opened(std::uintptr_t handle) const;
-  OpenedFile* Opened(std::uintptr_t handle);
-  Code OpenNode(Place& place, std::uint32_t disposition, bool& changes);
-  Code CheckReplaced(const Place& source, const Place& target, std::uint32_t flags) const;
+  bool IsOpenWithin(const FileNode& node) const;
+  Code Opened(std::uintptr_t handle, std::uint32_t access_needed, const OpenedFile** file) const;
+  Code CheckOpen(const Place& place, std::uint32_t access, std::uint32_t share,
+                 std::uint32_t disposition, std::uint32_t flags) const;
+  Code CheckRename(const Place& source, const Place& target, std::uint32_t flags) const;
+  Code CheckCopy(const Place& source, const Place& target) const;
+
+  // Counts one changing operation; whether the power goes in its middle.
   bool PowerGoesNow();
   void LosePower();
+  // Ends an operation that has changed names only.
   Code FinishChange();
 
   Faults& faults_;
   Clock& clock_;
 
-  mutable std::mutex mutex_;                         // guards all below
-  std::map<std::wstring, Node> roots_;               // by case-folded name: "C:", "\\SERVER\SHARE"
-  std::map<std::wstring, std::wstring> root_names_;  // the same in their own case
+  mutable std::mutex mutex_;            // guards all below
+  std::map<std::wstring, Node> roots_;  // by case-folded name: "C:", "\\SERVER\SHARE"
   MetadataJournal journal_;
   Catalogs catalogs_;
   std::map<std::uintptr_t, OpenedFile> handles_;

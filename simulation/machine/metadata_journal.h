@@ -3,7 +3,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,7 +34,8 @@ class MetadataJournal {
   struct Change {
     Node node;            // the directory, or the truncated file
     std::wstring folded;  // empty for a truncation
-    std::optional<DirectoryEntry> before;
+    std::wstring name_before;
+    Node before;  // null for none
   };
 
   void Remember(const Node& directory, const std::wstring& folded);

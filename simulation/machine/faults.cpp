@@ -1,0 +1,76 @@
+#include "simulation/machine/faults.h"
+
+namespace simulation {
+
+using kestrelon::platform::kSuccess;
+
+void Faults::FailNth(std::uint64_t n, Code code) {
+  const std::lock_guard lock(mutex_);
+  calls_ = 0;
+  nth_ = n;
+  nth_code_ = code;
+  fired_ = false;
+  fired_name_.clear();
+}
+
+void Faults::FailNthOf(std::string_view name, std::uint64_t n, Code code) {
+  const std::lock_guard lock(mutex_);
+  NamedFault& fault = named_[std::string(name)];
+  fault.calls_left = n;
+  fault.once = code;
+}
+
+void Faults::FailAlways(std::string_view name, Code code) {
+  const std::lock_guard lock(mutex_);
+  named_[std::string(name)].always = code;
+}
+
+void Faults::Clear() {
+  const std::lock_guard lock(mutex_);
+  calls_ = 0;
+  nth_ = 0;
+  named_.clear();
+  fired_ = false;
+  fired_name_.clear();
+}
+
+std::uint64_t Faults::calls() const {
+  const std::lock_guard lock(mutex_);
+  return calls_;
+}
+
+bool Faults::fired() const {
+  const std::lock_guard lock(mutex_);
+  return fired_;
+}
+
+std::string Faults::fired_name() const {
+  const std::lock_guard lock(mutex_);
+  return fired_name_;
+}
+
+Code Faults::Strike(std::string_view name, Code code) {
+  fired_ = true;
+  fired_name_ = name;
+  return code;
+}
+
+Code Faults::Next(std::string_view name) {
+  if (power_lost()) return kPowerLost;
+  const std::lock_guard lock(mutex_);
+  ++calls_;
+  const auto found = named_.find(name);
+  // A call is one call for each plan that may strike it, whichever does.
+  bool once = false;
+  if (found != named_.end() && found->second.calls_left > 0) {
+    once = --found->second.calls_left == 0;
+  }
+  if (calls_ == nth_) return Strike(name, nth_code_);
+  if (once) return Strike(name, found->second.once);
+  if (found != named_.end() && found->second.always != kSuccess) {
+    return Strike(name, found->second.always);
+  }
+  return kSuccess;
+}
+
+}  // namespace simulation

@@ -1,0 +1,93 @@
+#include "platform/files.h"
+
+#include "simulation/machine/machine.h"
+
+namespace kestrelon::platform {
+
+using simulation::TheMachine;
+
+File& File::operator=(File&& other) noexcept {
+  if (this != &other) {
+    Close();
+    handle_ = other.handle_;
+    other.handle_ = 0;
+  }
+  return *this;
+}
+
+void File::Close() {
+  if (handle_ != 0) TheMachine().files.Close(handle_);
+  handle_ = 0;
+}
+
+Code OpenFile(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+              FileDisposition disposition, std::uint32_t flags, File& file) {
+  if (const Code fault = TheMachine().faults.Next("OpenFile")) return fault;
+  std::uintptr_t handle = 0;
+  const Code code = TheMachine().files.Open(path, access, share, disposition, flags, handle);
+  if (code == kSuccess) file.Adopt(handle);
+  return code;
+}
+
+Code ReadFileBytes(const File& file, void* bytes, std::uint32_t size, std::uint32_t& read) {
+  if (const Code fault = TheMachine().faults.Next("ReadFileBytes")) return fault;
+  return TheMachine().files.ReadBytes(file.handle(), bytes, size, read);
+}
+
+Code WriteFileBytes(const File& file, const void* bytes, std::uint32_t size,
+                    std::uint32_t& written) {
+  if (const Code fault = TheMachine().faults.Next("WriteFileBytes")) return fault;
+  return TheMachine().files.WriteBytes(file.handle(), bytes, size, written);
+}
+
+Code FlushFile(const File& file) {
+  if (const Code fault = TheMachine().faults.Next("FlushFile")) return fault;
+  return TheMachine().files.Flush(file.handle());
+}
+
+Code FileSize(const File& file, std::uint64_t& size) {
+  if (const Code fault = TheMachine().faults.Next("FileSize")) return fault;
+  return TheMachine().files.Size(file.handle(), size);
+}
+
+Code FinalPathName(const File& file, std::wstring& path) {
+  if (const Code fault = TheMachine().faults.Next("FinalPathName")) return fault;
+  return TheMachine().files.FinalPath(file.handle(), path);
+}
+
+Code ReadUsnRecord(const File& file, std::vector<std::uint8_t>& record) {
+  if (const Code fault = TheMachine().faults.Next("ReadUsnRecord")) return fault;
+  return TheMachine().files.UsnRecord(file.handle(), record);
+}
+
+Code QueryFileInformation(const std::wstring& path, FileInformation& information) {
+  if (const Code fault = TheMachine().faults.Next("QueryFileInformation")) return fault;
+  return TheMachine().files.Information(path, information);
+}
+
+Code FindFiles(const std::wstring& pattern, std::size_t most, std::vector<FoundFile>& found) {
+  if (const Code fault = TheMachine().faults.Next("FindFiles")) return fault;
+  return TheMachine().files.Find(pattern, most, found);
+}
+
+Code RenameFile(const std::wstring& from, const std::wstring& to, std::uint32_t flags) {
+  if (const Code fault = TheMachine().faults.Next("RenameFile")) return fault;
+  return TheMachine().files.Rename(from, to, flags);
+}
+
+Code DuplicateFile(const std::wstring& from, const std::wstring& to) {
+  if (const Code fault = TheMachine().faults.Next("DuplicateFile")) return fault;
+  return TheMachine().files.Copy(from, to);
+}
+
+Code RemoveFile(const std::wstring& path) {
+  if (const Code fault = TheMachine().faults.Next("RemoveFile")) return fault;
+  return TheMachine().files.Delete(path);
+}
+
+Code MakeDirectory(const std::wstring& path) {
+  if (const Code fault = TheMachine().faults.Next("MakeDirectory")) return fault;
+  return TheMachine().files.MakeDirectory(path);
+}
+
+}  // namespace kestrelon::platform

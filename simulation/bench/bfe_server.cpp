@@ -1,0 +1,40 @@
+#include "simulation/bench/bfe_server.h"
+
+#include <thread>
+#include <utility>
+
+namespace simulation {
+namespace {
+
+using kestrelon::platform::kSuccess;
+
+constexpr DWORD kPipeBufferBytes = 256u << 10;
+
+}  // namespace
+
+Code BfeServer::NewInstance(DWORD flags) {
+  next_ = CreateNamedPipeW(
+      kBenchPipe, PIPE_ACCESS_DUPLEX | flags, PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT,
+      PIPE_UNLIMITED_INSTANCES, kPipeBufferBytes, kPipeBufferBytes, 0, nullptr);
+  return next_ == INVALID_HANDLE_VALUE ? GetLastError() : kSuccess;
+}
+
+Code BfeServer::Listen() {
+  return NewInstance(FILE_FLAG_FIRST_PIPE_INSTANCE);
+}
+
+Code BfeServer::Serve() {
+  for (;;) {
+    const bool connected =
+        ConnectNamedPipe(next_, nullptr) != 0 || GetLastError() == ERROR_PIPE_CONNECTED;
+    PipeChannel channel(next_);
+    if (const Code code = NewInstance(0)) return code;
+    // A program that was gone before it was served leaves nothing to do.
+    if (!connected) continue;
+    std::thread([bfe = bfe_, pipe = std::move(channel)]() mutable {
+      BfeConnection(bfe, std::move(pipe)).Run();
+    }).detach();
+  }
+}
+
+}  // namespace simulation

@@ -1,0 +1,30 @@
+// What the bench's programs exchange beyond the engine's own records: connections and verdicts, in
+// the form of simulation/engine/wire.h.
+#pragma once
+
+#include <string>
+
+#include "simulation/engine/connection.h"
+#include "simulation/engine/wire.h"
+
+namespace simulation {
+
+// What is told of a verdict: the deciding filter without its conditions, of which there may be
+// tens of thousands.
+struct VerdictSummary {
+  bool permit = false;
+  bool tied_conflict = false;  // see Verdict
+  bool matched = false;        // the rest is of the deciding filter; no filter matched otherwise
+  Guid filter;
+  std::wstring name;
+  Value weight;
+  friend bool operator==(const VerdictSummary&, const VerdictSummary&) = default;
+};
+
+VerdictSummary Summarize(const Verdict& verdict);
+void Put(WireWriter& writer, const Connection& connection);
+void Put(WireWriter& writer, const VerdictSummary& summary);
+Connection TakeConnection(WireReader& reader);
+VerdictSummary TakeVerdictSummary(WireReader& reader);
+
+}  // namespace simulation

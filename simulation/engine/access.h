@@ -49,7 +49,7 @@ inline Caller AdministratorCaller() {
 }
 
 // The identity that a session's checks go by.
-struct Token {
+struct AccessToken {
   Sid owner;  // of the objects that it makes
   std::vector<Sid> sids;
 };
@@ -64,7 +64,8 @@ struct AccessEntry {
 struct ObjectSecurity {
   Sid owner;                                     // empty for none
   std::optional<std::vector<AccessEntry>> dacl;  // nullopt: the null list grants everything
-  bool dacl_protected = false;                   // inherits nothing
+  bool dacl_present = true;     // false: says nothing of the list, so a new object inherits it
+  bool dacl_protected = false;  // inherits nothing
 };
 
 // "S-1-<authority>-<each part>".
@@ -77,7 +78,7 @@ struct ObjectSecurity {
 // What the package field holds for a process that isn't in a package: S-1-0-0.
 [[nodiscard]] Sid NobodySid();
 
-[[nodiscard]] Token TokenOf(const Caller& caller);
+[[nodiscard]] AccessToken TokenOf(const Caller& caller);
 
 // Reads a self-relative descriptor. False for malformed bytes.
 [[nodiscard]] bool ParseDescriptor(const Bytes& bytes, ObjectSecurity& security);
@@ -92,7 +93,8 @@ struct ObjectSecurity {
 
 // The security of a new object. `given` may be null. A list that isn't protected is followed by
 // what it inherits.
-[[nodiscard]] ObjectSecurity SecurityOfNewObject(const ObjectSecurity* given, const Token& token,
+[[nodiscard]] ObjectSecurity SecurityOfNewObject(const ObjectSecurity* given,
+                                                 const AccessToken& token,
                                                  const ObjectSecurity& container);
 
 }  // namespace simulation

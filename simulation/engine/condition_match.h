@@ -41,6 +41,14 @@ using ConditionGroups = std::vector<std::vector<CompiledCondition>>;
 // Makes the groups of a filter that ValidateFilter passed.
 [[nodiscard]] ConditionGroups CompileConditions(const platform::Filter& filter);
 
-[[nodiscard]] bool Matches(const ConditionGroups& groups, const Connection& connection);
+// A connection with what is worked out once for all filters. The connection must outlive it.
+struct Subject {
+  explicit Subject(const Connection& of);
+  const Connection& connection;
+  WideNumber local_address;
+  WideNumber remote_address;
+};
+
+[[nodiscard]] bool Matches(const ConditionGroups& groups, const Subject& subject);
 
 }  // namespace simulation

@@ -95,7 +95,7 @@ class Engine {
   [[nodiscard]] Code SubscribeFilterChanges(SessionId session, std::uint32_t flags,
                                             ChangeCallback callback, SubscriptionId& subscription);
   // Waits for a running callback, unless it is called from within it. No callback of the
-  // subscription begins after the return, whatever the code.
+  // subscription begins after the return, unless the code is kTransactionInProgress.
   Code UnsubscribeFilterChanges(SessionId session, SubscriptionId subscription);
 
   // What the kernel decides, now; also while the engine service is stopped. The event is kept.
@@ -121,7 +121,8 @@ class Engine {
   // The persistent and boot-time objects as bytes.
   [[nodiscard]] platform::Bytes SavePersistent() const;
   // Takes the place of everything stored, as found by an engine that starts; ends all sessions.
-  // False for bytes that SavePersistent didn't make; nothing is changed then.
+  // In force are then, by whether the service runs, the persistent or the boot-time filters. False
+  // for bytes that SavePersistent didn't make; nothing is changed then.
   [[nodiscard]] bool LoadPersistent(const platform::Bytes& bytes);
 
   // For the checks after a test: what is still open.
@@ -132,44 +133,60 @@ class Engine {
   [[nodiscard]] FilterList Filters() const;
 
  private:
+  struct Enumeration {
+    FilterList filters;
+    std::size_t next = 0;
+  };
   struct Session {
-    Token token;
+    AccessToken token;
     bool dynamic = false;
     bool aborted = false;  // the service stopped; the handle only waits to be closed
     std::uint32_t wait_ms = 0;
-    std::map<EnumId, FilterList> enumerations;  // what is still to be fetched, last first
-    std::set<SubscriptionId> subscriptions;
+    std::map<EnumId, Enumeration> enumerations;
+    std::map<SubscriptionId, std::uint32_t> subscriptions;  // with their flags
   };
   enum class Need { kRead, kWrite };
 
-  // All below need mutex_ held; `lock` may be released while waiting for the transaction lock.
-  Code Enter(SessionId id, Need need, std::unique_lock<std::mutex>& lock, Session*& session);
+  // All below need mutex_ held; a `lock` is released while waiting for the transaction lock.
   Code FindSession(SessionId id, Session*& session);
+  // Finds the session and waits until no other session's transaction stands in the way.
+  Code Enter(SessionId id, Need need, std::unique_lock<std::mutex>& lock, Session*& session);
   bool MayRun(SessionId id, Need need) const;
-  // Ends an implicit transaction: keeps or undoes what the call did.
-  Code Finish(SessionId id, Code result);
+  bool InTransaction(SessionId id) const { return writer_ == id || readers_.count(id) != 0; }
+  // Puts in force what a call outside an explicit transaction did.
+  void CommitImplicit(SessionId id);
   void Publish(SessionId id);
+  void Notify(SessionId origin, bool added, const StoredFilter& filter);
   void EndTransaction(SessionId id);
-  void DropDynamicObjects(SessionId id);
   void AbortAllSessions();
-  void ReplaceStored(ObjectList objects);
-  void EnforceStored(Lifetime lifetime);
-  void DisableUnservedObjects();
 
-  Code CheckNewObject(const Session& session, ObjectKind kind) const;
-  Code CheckProviderLink(const Session& session, const Lifetime& lifetime, SessionId id,
+  // The checks of a new object that don't depend on its kind; makes its head.
+  Code PrepareObject(const Session& session, SessionId id, ObjectKind kind, Lifetime lifetime,
+                     const platform::SecurityDescriptor& descriptor, ObjectHead& head) const;
+  Code CheckLink(const Session& session, const ObjectHead& from, const ObjectHead& to) const;
+  Code CheckProviderLink(const Session& session, const ObjectHead& head,
                          const std::optional<Guid>& provider) const;
-  Code CheckFilterLinks(const Session& session, SessionId id, const platform::Filter& filter,
-                        Lifetime lifetime, const StoredSublayer*& sublayer) const;
-  Code CheckDelete(const Session& session, SessionId id, const ObjectHead& head) const;
+  Code CheckFilterLinks(const Session& session, const ObjectHead& head,
+                        const platform::Filter& filter) const;
+  Code CheckDelete(const Session& session, SessionId id, const ObjectHead& head,
+                   std::size_t references) const;
+  Code DeleteObject(SessionId id, ObjectKind kind, const Guid& key);
   Code SetDacl(SessionId id, ObjectKind kind, const Guid& key,
                const platform::SecurityDescriptor& descriptor);
+  Guid MakeKey();
+
+  // What the service holds after a stop: its persistent and boot-time objects.
+  ObjectList StoredObjects() const;
+  void ReplaceObjects(ObjectList objects);
+  void Revive(ObjectList& objects);
+  void Enforce(Lifetime lifetime);
 
   mutable std::mutex mutex_;  // guards everything below but the notifier
   std::condition_variable transaction_ended_;
   bool running_ = true;
   std::uint64_t next_handle_ = 1;
   std::uint64_t next_filter_id_ = 0x10000;
+  std::uint64_t next_key_ = 1;
   std::map<SessionId, Session> sessions_;
   SessionId writer_ = 0;         // holder of the explicit write transaction
   std::set<SessionId> readers_;  // holders of explicit read-only ones

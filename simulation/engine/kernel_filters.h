@@ -28,6 +28,10 @@ struct EnforcedFilter {
 
 using EnforcedFilterPtr = std::shared_ptr<const EnforcedFilter>;
 
+// Makes the enforced form of a filter that ValidateFilter passed.
+[[nodiscard]] EnforcedFilterPtr MakeEnforced(platform::Filter record,
+                                             std::uint16_t sublayer_weight);
+
 class KernelFilters {
  public:
   void Add(const EnforcedFilterPtr& filter);

@@ -18,6 +18,9 @@ namespace simulation {
 
 using SessionId = std::uint64_t;
 
+// Of the built-in sublayer. The true one isn't published; the middle of the range stands for it.
+inline constexpr std::uint16_t kUniversalWeight = 0x8000;
+
 enum class ObjectKind : std::uint8_t { kProvider, kSublayer, kFilter };
 inline constexpr std::size_t kObjectKinds = 3;
 
@@ -83,6 +86,8 @@ class ObjectStore {
   [[nodiscard]] std::uint16_t FreeSublayerWeight(std::uint16_t wanted) const;
 
   [[nodiscard]] const ObjectSecurity& container(ObjectKind kind) const;
+  // Takes over what another store's containers grant.
+  void KeepContainers(const ObjectStore& other) { containers_ = other.containers_; }
   void SetContainerDacl(ObjectKind kind, std::optional<std::vector<AccessEntry>> dacl);
   // The access list of an object that exists; not part of the log.
   void SetDacl(ObjectKind kind, const Guid& key, std::optional<std::vector<AccessEntry>> dacl);

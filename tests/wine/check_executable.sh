@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Looks at the built executable: which libraries it needs, and how it is hardened.
+set -euo pipefail
+objdump=x86_64-w64-mingw32-objdump
+$objdump -p "$1" >"$1.headers"
+result=0
+fail() {
+  echo "$(basename "$1"): $2"
+  result=1
+}
+
+# Libraries that every supported system has. Anything else would be a dependency of its own.
+known=' kernel32 user32 advapi32 shell32 ole32 msvcrt ws2_32 iphlpapi bcrypt crypt32 wintrust version
+  fwpuclnt rpcrt4 '
+for library in $(awk '/DLL Name:/ { print tolower($3) }' "$1.headers"); do
+  [[ $known == *[[:space:]]${library%.dll}[[:space:]]* ]] || fail "$1" "imports $library"
+done
+
+# Functions that some supported system lacks, and that are looked up at run time instead.
+for function in DeriveAppContainerSidFromAppContainerName CryptCATAdminAcquireContext2 \
+  CryptCATAdminCalcHashFromFileHandle2; do
+  ! grep -qE "[[:space:]]$function\$" "$1.headers" || fail "$1" "imports $function"
+done
+
+for trait in HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT; do
+  grep -q "$trait" "$1.headers" || fail "$1" "lacks $trait"
+done
+# Without relocations the system could not move it.
+grep -qE '^Entry 5 [0-9a-f]+ 0*[1-9a-f]' "$1.headers" || fail "$1" "has no relocations"
+
+for text in asInvoker longPathAware 8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a; do
+  grep -qaF "$text" "$1" || fail "$1" "its manifest lacks $text"
+done
+! grep -qaF activeCodePage "$1" || fail "$1" "its manifest changes the code page"
+exit $result

@@ -1,5 +1,7 @@
 #include "simulation/machine/faults.h"
 
+#include <utility>
+
 namespace simulation {
 
 using kestrelon::platform::kSuccess;
@@ -25,11 +27,17 @@ void Faults::FailAlways(std::string_view name, Code code) {
   named_[std::string(name)].always = code;
 }
 
+void Faults::RunBefore(std::string_view name, std::function<void()> action) {
+  const std::lock_guard lock(mutex_);
+  actions_[std::string(name)] = std::move(action);
+}
+
 void Faults::Clear() {
   const std::lock_guard lock(mutex_);
   calls_ = 0;
   nth_ = 0;
   named_.clear();
+  actions_.clear();
   fired_ = false;
   fired_name_.clear();
 }
@@ -49,6 +57,15 @@ std::string Faults::fired_name() const {
   return fired_name_;
 }
 
+std::function<void()> Faults::TakeAction(std::string_view name) {
+  const std::lock_guard lock(mutex_);
+  const auto found = actions_.find(name);
+  if (found == actions_.end()) return {};
+  std::function<void()> action = std::move(found->second);
+  actions_.erase(found);
+  return action;
+}
+
 Code Faults::Strike(std::string_view name, Code code) {
   fired_ = true;
   fired_name_ = name;
@@ -57,6 +74,7 @@ Code Faults::Strike(std::string_view name, Code code) {
 
 Code Faults::Next(std::string_view name) {
   if (power_lost()) return kPowerLost;
+  if (const std::function<void()> action = TakeAction(name)) action();
   const std::lock_guard lock(mutex_);
   ++calls_;
   const auto found = named_.find(name);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -35,7 +36,11 @@ class Faults {
   // Each call of this name fails until Clear.
   void FailAlways(std::string_view name, Code code);
 
-  // Forgets all planned faults and restarts calls() and fired().
+  // Does something once, right before the next call of this name: what another program does at that
+  // moment. The action may use the machine.
+  void RunBefore(std::string_view name, std::function<void()> action);
+
+  // Forgets all planned faults and actions and restarts calls() and fired().
   void Clear();
 
   // Calls counted since the last FailNth or Clear.
@@ -59,6 +64,7 @@ class Faults {
     Code always = kestrelon::platform::kSuccess;
   };
 
+  std::function<void()> TakeAction(std::string_view name);
   Code Strike(std::string_view name, Code code);
 
   std::atomic<bool> power_ = true;  // atomic: read by every call, set in the middle of one
@@ -68,6 +74,7 @@ class Faults {
   std::uint64_t nth_ = 0;  // 0 for none
   Code nth_code_ = kestrelon::platform::kSuccess;
   std::map<std::string, NamedFault, std::less<>> named_;
+  std::map<std::string, std::function<void()>, std::less<>> actions_;
   bool fired_ = false;
   std::string fired_name_;
 };

@@ -35,6 +35,12 @@ void ChangeNotifier::WaitForCallback(SubscriptionId id) {
   callback_done_.wait(lock, [&] { return running_ != id; });
 }
 
+void ChangeNotifier::WaitForAll() {
+  std::unique_lock lock(mutex_);
+  if (thread_.get_id() == std::this_thread::get_id()) return;
+  callback_done_.wait(lock, [&] { return running_ == 0 && queue_.empty(); });
+}
+
 void ChangeNotifier::Run() {
   std::unique_lock lock(mutex_);
   while (true) {
@@ -43,13 +49,14 @@ void ChangeNotifier::Run() {
     const auto [id, change] = queue_.front();
     queue_.pop_front();
     const auto found = callbacks_.find(id);
-    if (found == callbacks_.end()) continue;
-    const ChangeCallback callback = found->second;
-    running_ = id;
-    lock.unlock();
-    callback(change);
-    lock.lock();
-    running_ = 0;
+    if (found != callbacks_.end()) {
+      const ChangeCallback callback = found->second;
+      running_ = id;
+      lock.unlock();
+      callback(change);
+      lock.lock();
+      running_ = 0;
+    }
     callback_done_.notify_all();
   }
 }

@@ -38,6 +38,8 @@ class ChangeNotifier {
   void Remove(SubscriptionId id);
   // Waits until no callback of this subscription runs; returns at once within a callback.
   void WaitForCallback(SubscriptionId id);
+  // Waits until all that was posted is delivered; returns at once within a callback.
+  void WaitForAll();
 
  private:
   void Run();

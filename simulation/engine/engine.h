@@ -98,6 +98,10 @@ class Engine {
   // subscription begins after the return, unless the code is kTransactionInProgress.
   Code UnsubscribeFilterChanges(SessionId session, SubscriptionId subscription);
 
+  // Waits until all changes committed so far are delivered, for clocks that don't run by
+  // themselves; returns at once within a callback.
+  void WaitForNotifications() { notifier_.WaitForAll(); }
+
   // What the kernel decides, now; also while the engine service is stopped. The event is kept.
   [[nodiscard]] Verdict Classify(const Connection& connection);
   // The last events, oldest first; the platform keeps some 128 as well.

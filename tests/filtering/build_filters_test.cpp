@@ -1,0 +1,211 @@
+// The records that a configuration means, before any engine sees them.
+
+#include "filtering/build_filters.h"
+
+#include "base/text.h"
+#include "filtering/app_id.h"
+#include "filtering/filter_keys.h"
+#include "filtering/hosted_services.h"
+#include "tests/filtering/filter_world.h"
+
+namespace kestrelon {
+namespace {
+
+struct Built {
+  std::vector<platform::Filter> filters;
+  std::vector<FilterTag> tags;
+  std::vector<std::wstring> warnings;
+};
+
+// What `rules` and `entries` make, without what every set has.
+Built Build(const std::vector<RuleEntry>& rules, const std::vector<PlanEntry>& entries) {
+  Built built;
+  Config config;
+  config.rules = rules;
+  config.allow_loopback = false;
+  EXPECT_TRUE(BuildFilters(config, entries, built.warnings,
+                           [&built](platform::Filter& filter, FilterTag& tag) {
+                             if (tag.kind == FilterKind::kDefault) return true;
+                             built.filters.push_back(filter);
+                             built.tags.push_back(tag);
+                             return true;
+                           }));
+  return built;
+}
+
+class BuiltFilters : public FilterWorld {};
+
+TEST_F(BuiltFilters, EachIsPersistentIndexedAndOurs) {
+  Config config;
+  config.rules = {Rule(true), Rule(false)};
+  std::vector<std::wstring> warnings;
+  std::size_t count = 0;
+  ASSERT_TRUE(BuildFilters(config, {AllowedApp(), HeldApp()}, warnings,
+                           [&count](platform::Filter& filter, FilterTag&) {
+                             const bool allow = filter.action == platform::kActionPermit;
+                             EXPECT_EQ(filter.flags, allow ? 65u : 73u);
+                             EXPECT_EQ(filter.provider, ProviderKey);
+                             EXPECT_EQ(filter.sublayer, SubLayerKey);
+                             EXPECT_EQ(filter.description, L"Kestrelon firewall");
+                             EXPECT_TRUE(filter.name.starts_with(L"Kestrelon - "));
+                             EXPECT_TRUE(std::holds_alternative<std::uint8_t>(filter.weight));
+                             ++count;
+                             return true;
+                           }));
+  // Block all, the services of the machine, loopback, two rules, the application, the held file.
+  EXPECT_EQ(count, 4 + 2 * HostedServices().size() + 4 + 8 + 2 + 4);
+}
+
+TEST_F(BuiltFilters, ConditionsOfOneFieldStandTogetherInTheirOrder) {
+  RuleEntry rule = Rule(true, L"2001:db8::/32, 10.0.0.0/8, 192.0.2.1");
+  rule.protocol = 6;
+  rule.remote_ports = L"80, 8000-8100";
+  rule.local_ports = L"1";
+  rule.app = kApp;
+  rule.user = L"S-1-5-18";
+  const Built built = Build({rule}, {});
+  ASSERT_EQ(built.filters.size(), 4u);
+  const Guid layers[] = {platform::kLayerConnectV4, platform::kLayerConnectV6,
+                         platform::kLayerRecvAcceptV4, platform::kLayerRecvAcceptV6};
+  for (std::size_t i = 0; i < 4; ++i) {
+    const platform::Filter& filter = built.filters[i];
+    EXPECT_EQ(filter.layer, layers[i]);
+    EXPECT_EQ(filter.name, L"Kestrelon - Rule: allow");
+    EXPECT_EQ(built.tags[i].direction, i / 2);
+    EXPECT_EQ(built.tags[i].kind, FilterKind::kRule);
+    EXPECT_EQ(built.tags[i].tag, L"allow");
+    std::vector<Guid> fields = {platform::kFieldProtocol, platform::kFieldRemoteAddress};
+    if (i % 2 == 0) fields.push_back(platform::kFieldRemoteAddress);  // two of IPv4, one of IPv6
+    fields.insert(fields.end(),
+                  {platform::kFieldRemotePort, platform::kFieldRemotePort,
+                   platform::kFieldLocalPort, platform::kFieldAppId, platform::kFieldUserId});
+    std::vector<Guid> found;
+    for (const platform::Condition& condition : filter.conditions) found.push_back(condition.field);
+    EXPECT_EQ(found, fields);
+  }
+}
+
+TEST_F(BuiltFilters, TheCountFollowsDirectionsAndFamilies) {
+  RuleEntry both = Rule(true, L"10.0.0.1-10.0.0.9");
+  both.remote_ports = L"1-2, 3-4";
+  EXPECT_EQ(Build({both}, {}).filters.size(), 2u);
+  EXPECT_EQ(Build({both}, {}).filters[0].conditions.size(), 3u);
+  EXPECT_EQ(Build({Rule(true)}, {}).filters.size(), 4u);
+  EXPECT_EQ(Build({}, {AllowedApp(false)}).filters.size(), 2u);
+  EXPECT_EQ(Build({}, {AllowedApp(true)}).filters.size(), 4u);
+  EXPECT_EQ(Build({}, {BlockedApp()}).filters.size(), 4u);
+  EXPECT_EQ(Build({}, {HeldApp()}).filters.size(), 4u);
+}
+
+TEST_F(BuiltFilters, ATagIsTheLabelOrThePath) {
+  PlanEntry labelled = AllowedApp();
+  labelled.label = L"the label";
+  const Built built = Build({}, {AllowedApp(), labelled});
+  ASSERT_EQ(built.filters.size(), 4u);
+  EXPECT_EQ(built.filters[0].name, L"Kestrelon - Allow app.exe");
+  EXPECT_EQ(built.tags[0].tag, kApp);
+  EXPECT_EQ(built.filters[2].name, L"Kestrelon - Allow the label");
+  EXPECT_EQ(built.tags[2].tag, L"the label");
+}
+
+TEST_F(BuiltFilters, WhatMakesNoSenseCostsItselfAndAWarning) {
+  const auto rule_with = [](void (*spoil)(RuleEntry&)) {
+    RuleEntry rule = Rule(true);
+    spoil(rule);
+    return rule;
+  };
+  PlanEntry no_drive = AllowedApp();
+  no_drive.path = L"Q:\\x.exe";
+  PlanEntry package = AllowedApp();
+  package.package_sid = L"x";
+  package.label = L"app package P";
+  PlanEntry service = AllowedApp();
+  service.service_sid = L"x";
+  service.label = L"service S";
+  const Built built =
+      Build({rule_with([](RuleEntry& r) { r.remote = L"1.2.3.4/33", r.remote_ports = L"x"; }),
+             rule_with([](RuleEntry& r) { r.remote_ports = L"90-80"; }),
+             rule_with([](RuleEntry& r) { r.local_ports = L"web"; }),
+             rule_with([](RuleEntry& r) { r.app = L"Q:\\x.exe"; }), Rule(false)},
+            {no_drive, package, service, BlockedApp()});
+  EXPECT_EQ(built.filters.size(), 8u);  // the block rule and the blocked application
+  EXPECT_EQ(built.warnings, (std::vector<std::wstring>{
+                                L"Rule 'allow' skipped: invalid network (CIDR): 1.2.3.4/33",
+                                L"Rule 'allow' skipped: invalid port or port range: 90-80",
+                                L"Rule 'allow' skipped: invalid port or port range: web",
+                                L"Rule 'allow' skipped: cannot resolve application Q:\\x.exe",
+                                L"Cannot resolve application path: Q:\\x.exe",
+                                L"App package rule skipped (invalid package SID): app package P",
+                                L"Service rule skipped (invalid service SID): service S"}));
+}
+
+TEST_F(BuiltFilters, ARefusalOfTheSinkEndsTheBuilding) {
+  Config config;
+  config.rules = {Rule(true)};
+  std::vector<std::wstring> warnings;
+  // Every place at which a refusal can meet it, until none does.
+  for (int refused_at = 1;; ++refused_at) {
+    int calls = 0;
+    if (BuildFilters(config, {AllowedApp()}, warnings,
+                     [&](platform::Filter&, FilterTag&) { return ++calls != refused_at; })) {
+      EXPECT_EQ(calls, refused_at - 1);
+      break;
+    }
+    EXPECT_EQ(calls, refused_at);
+  }
+}
+
+TEST_F(BuiltFilters, AppIdsAreLowerCaseDevicePaths) {
+  struct Case {
+    const wchar_t* path;
+    const wchar_t* id;  // null: there is none
+  };
+  const Case cases[] = {
+      {L"C:\\App\\App.EXE", L"\\device\\harddiskvolume3\\app\\app.exe"},
+      {L"%SystemDrive%\\App\\app.exe", L"\\device\\harddiskvolume3\\app\\app.exe"},
+      {L"C:\\App\\Missing.exe", L"\\device\\harddiskvolume3\\app\\missing.exe"},
+      {L"D:\\Missing.exe", L"\\device\\harddiskvolume4\\missing.exe"},
+      {L"\\\\Server\\Share\\X.exe", L"\\device\\mup\\server\\share\\x.exe"},
+      {L"Bare.exe", L"bare.exe"},
+      {L"system", L"System"},
+      {L"Q:\\x.exe", nullptr},
+      {L"", nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(Utf8FromWide(c.path));
+    const platform::Bytes untouched = {7};
+    platform::Bytes id = untouched;
+    EXPECT_EQ(AppIdFor(c.path, id), c.id != nullptr);
+    EXPECT_EQ(id, c.id != nullptr ? Utf16BytesWithNull(c.id) : untouched);
+  }
+  platform::Bytes kernel;
+  ASSERT_TRUE(AppIdFor(L"System", kernel));
+  EXPECT_EQ(kernel.size(), 14u);
+}
+
+TEST_F(BuiltFilters, HostedServicesAreKeptForTenMinutes) {
+  const auto names = [] {
+    std::set<std::wstring> found;
+    for (const HostedService& service : HostedServices()) found.insert(service.name);
+    return found;
+  };
+  const std::wstring svchost = L"%SystemRoot%\\System32\\SVCHOST.EXE -k netsvcs";
+  machine_.services.Add(
+      {.name = L"Shared", .display_name = {}, .binary_path = svchost, .sid_type = 1});
+  machine_.services.Add(
+      {.name = L"NoSid", .display_name = {}, .binary_path = svchost, .sid_type = 0});
+  machine_.services.Add(
+      {.name = L"Own", .display_name = {}, .binary_path = L"C:\\own.exe", .sid_type = 1});
+  const std::set<std::wstring> first = names();
+  EXPECT_TRUE(first.contains(L"Shared"));
+  EXPECT_FALSE(first.contains(L"NoSid"));
+  EXPECT_FALSE(first.contains(L"Own"));
+  machine_.services.Remove(L"Shared");
+  machine_.clock.Advance(600000);
+  EXPECT_EQ(names(), first);
+  machine_.clock.Advance(1);
+  EXPECT_FALSE(names().contains(L"Shared"));
+}
+
+}  // namespace
+}  // namespace kestrelon

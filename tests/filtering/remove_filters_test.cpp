@@ -1,0 +1,109 @@
+#include "filtering/remove_filters.h"
+
+#include "base/text.h"
+#include "filtering/add_filters.h"
+#include "filtering/filter_keys.h"
+#include "filtering/lock_descriptors.h"
+#include "tests/filtering/filter_world.h"
+
+namespace kestrelon {
+namespace {
+
+class Removal : public FilterWorld {
+ protected:
+  // Filters as an earlier run left them, locked, and a boot-time one; by a session of SYSTEM's.
+  void LeaveFilters() {
+    platform::EngineHandle engine = 0;
+    ASSERT_EQ(platform::OpenEngineSession({}, engine), platform::kSuccess);
+    std::vector<std::string> keys;
+    FilterTagTable tags;
+    AddContext context{engine, keys, tags, error_};
+    FilterGroup group;
+    group.name = L"left";
+    const FilterSink sink = AddingSink(context);
+    ASSERT_TRUE(FilterWriter(sink).Write(group, {})) << Utf8FromWide(error_);
+    platform::Filter boot;
+    boot.key = BootFilterKeys[3];
+    boot.name = L"boot";
+    boot.flags = platform::kFilterBootTime;
+    boot.layer = platform::kLayerConnectV4;
+    boot.weight = std::uint8_t{0};
+    std::uint64_t id = 0;
+    ASSERT_EQ(platform::AddFilter(engine, boot, {}, id), platform::kSuccess);
+    platform::CloseEngineSession(engine);
+    CloseEngine(TheEngine);
+  }
+
+  platform::Code AddOwnProvider() {
+    platform::EngineHandle engine = 0;
+    EXPECT_EQ(platform::OpenEngineSession({}, engine), platform::kSuccess);
+    platform::Provider provider;
+    provider.key = ProviderKey;
+    provider.name = L"probe";
+    const platform::Code code = platform::AddProvider(engine, provider, {});
+    platform::CloseEngineSession(engine);
+    return code;
+  }
+};
+
+TEST_F(Removal, SystemRemovesAllFilters) {
+  LeaveFilters();
+  EXPECT_TRUE(RemoveAllFilters(false, error_)) << Utf8FromWide(error_);
+  EXPECT_TRUE(machine_.engine.Filters().empty());
+  EXPECT_EQ(machine_.engine.open_sessions(), 0u);
+  EXPECT_EQ(AddOwnProvider(), platform::kObjectExists);
+}
+
+TEST_F(Removal, ProviderAndSublayerGoWhenAskedFor) {
+  LeaveFilters();
+  EXPECT_TRUE(RemoveAllFilters(true, error_)) << Utf8FromWide(error_);
+  EXPECT_TRUE(machine_.engine.Filters().empty());
+  EXPECT_EQ(AddOwnProvider(), platform::kSuccess);
+}
+
+TEST_F(Removal, AnAdministratorOpensTheLocksAndRemovesEverything) {
+  LeaveFilters();
+  machine_.token.local_system = false;
+  platform::EngineHandle engine = 0;
+  ASSERT_EQ(platform::OpenEngineSession({}, engine), platform::kSuccess);
+  for (const auto& filter : machine_.engine.Filters()) {
+    if (filter->name == L"boot") continue;
+    EXPECT_EQ(platform::DeleteFilter(engine, filter->key), platform::kAccessDenied);
+  }
+  platform::CloseEngineSession(engine);
+  EXPECT_TRUE(RemoveAllFilters(true, error_)) << Utf8FromWide(error_);
+  EXPECT_TRUE(machine_.engine.Filters().empty());
+  EXPECT_EQ(AddOwnProvider(), platform::kSuccess);
+}
+
+TEST_F(Removal, AFailureLeavesEverythingAndIsToldByItsCall) {
+  LeaveFilters();
+  const std::pair<const char*, const wchar_t*> cases[] = {
+      {"OpenEngineSession", L"FwpmEngineOpen0: "},
+      {"OpenFilterEnum", L"FwpmFilterCreateEnumHandle0: "},
+      {"BeginTransaction", L"FwpmTransactionBegin0: "},
+      {"DeleteFilter", L"FwpmFilterDeleteByKey0: "},
+      {"DeleteSublayer", L"FwpmSubLayerDeleteByKey0: "},
+      {"DeleteProvider", L"FwpmProviderDeleteByKey0: "},
+      {"CommitTransaction", L"FwpmTransactionCommit0: "},
+  };
+  for (const auto& [call, sentence] : cases) {
+    SCOPED_TRACE(call);
+    machine_.faults.FailOnce(call, platform::kAccessDenied);
+    EXPECT_FALSE(RemoveAllFilters(true, error_));
+    EXPECT_TRUE(error_.starts_with(std::wstring(sentence) + L"0x00000005")) << Utf8FromWide(error_);
+    EXPECT_EQ(machine_.engine.Filters().size(), 5u);
+    EXPECT_FALSE(machine_.engine.transaction_open());
+    EXPECT_EQ(machine_.engine.open_sessions(), 0u);
+  }
+}
+
+TEST_F(Removal, WhatIsMissingIsNoFailure) {
+  CloseEngine(TheEngine);
+  machine_.faults.FailOnce("DeleteSublayer", platform::kSublayerNotFound);
+  machine_.faults.FailOnce("DeleteProvider", platform::kProviderNotFound);
+  EXPECT_TRUE(RemoveAllFilters(true, error_)) << Utf8FromWide(error_);
+}
+
+}  // namespace
+}  // namespace kestrelon

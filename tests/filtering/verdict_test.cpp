@@ -1,0 +1,264 @@
+// What the installed filters do to connections.
+
+#include "tests/filtering/filter_world.h"
+
+namespace kestrelon {
+namespace {
+
+using platform::kLayerConnectV4;
+using platform::kLayerConnectV6;
+using platform::kLayerRecvAcceptV4;
+using platform::kLayerRecvAcceptV6;
+using simulation::Connection;
+
+constexpr Guid kAllLayers[] = {kLayerConnectV4, kLayerConnectV6, kLayerRecvAcceptV4,
+                               kLayerRecvAcceptV6};
+
+class Verdicts : public FilterWorld {};
+
+TEST_F(Verdicts, NothingPassesWithoutARule) {
+  Install({}, {});
+  for (const Guid& layer : kAllLayers) {
+    for (const int protocol : {1, 6, 17, 47, 58}) {
+      Connection connection = AppConnection(layer);
+      connection.protocol = static_cast<std::uint8_t>(protocol);
+      const bool outbound = layer == kLayerConnectV4 || layer == kLayerConnectV6;
+      EXPECT_FALSE(Passes(connection));
+      EXPECT_EQ(DecidedBy(connection),
+                outbound ? L"Kestrelon - Block all outbound" : L"Kestrelon - Block all inbound");
+    }
+  }
+}
+
+TEST_F(Verdicts, TheWeightAloneDecidesBetweenFilters) {
+  struct Case {
+    const char* claim;
+    std::vector<RuleEntry> rules;
+    std::vector<PlanEntry> entries;
+    bool loopback;
+    const wchar_t* decided_by;
+    bool passes;
+  };
+  const Case cases[] = {
+      {"a permitted app beats the default", {}, {AllowedApp(true)}, false, L"Allow app.exe", true},
+      {"an allow rule beats the default", {Rule(true)}, {}, false, L"Rule: allow", true},
+      {"a blocked app beats an allow rule",
+       {Rule(true)},
+       {BlockedApp()},
+       false,
+       L"Block app.exe",
+       false},
+      {"a block rule beats a permitted app",
+       {Rule(false)},
+       {AllowedApp(true)},
+       false,
+       L"Rule: block",
+       false},
+      {"a block rule beats an allow rule, whatever the order",
+       {Rule(true), Rule(false)},
+       {},
+       false,
+       L"Rule: block",
+       false},
+      {"a block rule stands before a blocked app",
+       {Rule(false)},
+       {BlockedApp()},
+       false,
+       L"Rule: block",
+       false},
+      {"loopback beats a block rule", {Rule(false)}, {}, true, L"Loopback", true},
+      {"loopback beats a blocked app", {}, {BlockedApp()}, true, L"Loopback", true},
+      {"a held-back file is blocked on loopback as well",
+       {Rule(true)},
+       {HeldApp()},
+       true,
+       L"Integrity block app.exe",
+       false},
+      {"a held-back file is blocked under an allow rule",
+       {Rule(true)},
+       {HeldApp()},
+       false,
+       L"Integrity block app.exe",
+       false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.claim);
+    Install(c.rules, c.entries);
+    for (const Guid& layer : kAllLayers) {
+      Connection connection = AppConnection(layer);
+      if (c.loopback) connection.flags = platform::kConditionFlagLoopback;
+      EXPECT_EQ(Passes(connection), c.passes);
+      EXPECT_EQ(DecidedBy(connection), std::wstring(L"Kestrelon - ") + c.decided_by);
+    }
+  }
+}
+
+TEST_F(Verdicts, APermittedAppPassesOutwardAndInwardOnlyIfAsked) {
+  for (const bool inbound : {false, true}) {
+    Install({}, {AllowedApp(inbound)});
+    EXPECT_TRUE(Passes(AppConnection(kLayerConnectV4)));
+    EXPECT_TRUE(Passes(AppConnection(kLayerConnectV6)));
+    EXPECT_EQ(Passes(AppConnection(kLayerRecvAcceptV4)), inbound);
+    EXPECT_EQ(Passes(AppConnection(kLayerRecvAcceptV6)), inbound);
+    Connection other = AppConnection();
+    other.app_id = DeviceAppId(L"\\device\\harddiskvolume3\\app\\other.exe");
+    EXPECT_FALSE(Passes(other));
+  }
+}
+
+TEST_F(Verdicts, LoopbackIsBlockedWhenNotAllowed) {
+  Config config;
+  config.allow_loopback = false;
+  ASSERT_TRUE(Apply(config, {}));
+  for (const Guid& layer : kAllLayers) {
+    Connection connection = AppConnection(layer);
+    connection.flags = platform::kConditionFlagLoopback;
+    EXPECT_FALSE(Passes(connection));
+  }
+}
+
+TEST_F(Verdicts, ADisabledConfigurationLeavesNoFilter) {
+  Install({Rule(false)}, {BlockedApp()});
+  Config config;
+  config.enabled = false;
+  config.rules = {Rule(false)};
+  ASSERT_TRUE(Apply(config, {BlockedApp()}));
+  EXPECT_TRUE(machine_.engine.Filters().empty());
+  EXPECT_TRUE(Passes(AppConnection()));
+  ExpectRecordFits();
+}
+
+// One allow rule, narrowed in one respect, and connections on both sides of its border.
+struct Narrowing {
+  const char* claim;
+  void (*narrow)(RuleEntry&);
+  Guid layer;
+  void (*aim)(Connection&);
+  bool passes;
+};
+
+const Narrowing kNarrowings[] = {
+    {"outbound rule outward", [](RuleEntry& r) { r.direction = kDirectionOut; }, kLayerConnectV6,
+     [](Connection&) {}, true},
+    {"outbound rule inward", [](RuleEntry& r) { r.direction = kDirectionOut; }, kLayerRecvAcceptV4,
+     [](Connection&) {}, false},
+    {"inbound rule inward", [](RuleEntry& r) { r.direction = kDirectionIn; }, kLayerRecvAcceptV6,
+     [](Connection&) {}, true},
+    {"inbound rule outward", [](RuleEntry& r) { r.direction = kDirectionIn; }, kLayerConnectV4,
+     [](Connection&) {}, false},
+    {"one IPv4 address", [](RuleEntry& r) { r.remote = L"198.51.100.7"; }, kLayerConnectV4,
+     [](Connection&) {}, true},
+    {"its neighbour", [](RuleEntry& r) { r.remote = L"198.51.100.7"; }, kLayerConnectV4,
+     [](Connection& c) { c.remote_v4 += 1; }, false},
+    {"IPv4 addresses say nothing of IPv6", [](RuleEntry& r) { r.remote = L"0.0.0.0/0"; },
+     kLayerConnectV6, [](Connection&) {}, false},
+    {"last of a network", [](RuleEntry& r) { r.remote = L"198.51.100.0/29"; }, kLayerRecvAcceptV4,
+     [](Connection&) {}, true},
+    {"first behind a network", [](RuleEntry& r) { r.remote = L"198.51.100.0/29"; },
+     kLayerRecvAcceptV4, [](Connection& c) { c.remote_v4 += 1; }, false},
+    {"one of two ranges",
+     [](RuleEntry& r) { r.remote = L"192.0.2.1-192.0.2.9, 198.51.100.1-198.51.100.7"; },
+     kLayerConnectV4, [](Connection&) {}, true},
+    {"IPv6 network with host bits", [](RuleEntry& r) { r.remote = L"2001:db8::1/64"; },
+     kLayerConnectV6, [](Connection&) {}, true},
+    {"outside an IPv6 network", [](RuleEntry& r) { r.remote = L"2001:db8::1/64"; }, kLayerConnectV6,
+     [](Connection& c) { c.remote_v6[7] = 1; }, false},
+    {"a remote port", [](RuleEntry& r) { r.remote_ports = L"80, 443"; }, kLayerConnectV4,
+     [](Connection&) {}, true},
+    {"end of a port range", [](RuleEntry& r) { r.remote_ports = L"80, 400-443"; }, kLayerConnectV4,
+     [](Connection&) {}, true},
+    {"behind a port range", [](RuleEntry& r) { r.remote_ports = L"80, 400-443"; }, kLayerConnectV4,
+     [](Connection& c) { c.remote_port = 444; }, false},
+    {"a local port", [](RuleEntry& r) { r.local_ports = L"50000"; }, kLayerRecvAcceptV4,
+     [](Connection&) {}, true},
+    {"another local port", [](RuleEntry& r) { r.local_ports = L"443"; }, kLayerRecvAcceptV4,
+     [](Connection&) {}, false},
+    {"address and port together",
+     [](RuleEntry& r) { r.remote = L"198.51.100.7", r.remote_ports = L"80"; }, kLayerConnectV4,
+     [](Connection&) {}, false},
+    {"a protocol", [](RuleEntry& r) { r.protocol = 17; }, kLayerConnectV4,
+     [](Connection& c) { c.protocol = 17; }, true},
+    {"another protocol", [](RuleEntry& r) { r.protocol = 17; }, kLayerConnectV4, [](Connection&) {},
+     false},
+    {"ICMP", [](RuleEntry& r) { r.protocol = 1; }, kLayerConnectV4,
+     [](Connection& c) { c.protocol = 1; }, true},
+    {"ICMP is not for IPv6", [](RuleEntry& r) { r.protocol = 1; }, kLayerConnectV6,
+     [](Connection& c) { c.protocol = 1; }, false},
+    {"ICMPv6", [](RuleEntry& r) { r.protocol = 58; }, kLayerConnectV6,
+     [](Connection& c) { c.protocol = 58; }, true},
+    {"ICMPv6 is not for IPv4", [](RuleEntry& r) { r.protocol = 58; }, kLayerConnectV4,
+     [](Connection& c) { c.protocol = 58; }, false},
+    {"the rule's app", [](RuleEntry& r) { r.app = L"%SystemDrive%\\App\\app.exe"; },
+     kLayerConnectV4, [](Connection&) {}, true},
+    {"another app", [](RuleEntry& r) { r.app = kOtherApp; }, kLayerConnectV4, [](Connection&) {},
+     false},
+    {"the kernel", [](RuleEntry& r) { r.app = L"SYSTEM"; }, kLayerConnectV4,
+     [](Connection& c) { c.app_id = DeviceAppId(L"System"); }, true},
+    {"the rule's user", [](RuleEntry& r) { r.user = L"S-1-5-18"; }, kLayerConnectV4,
+     [](Connection&) {}, true},
+    {"another user", [](RuleEntry& r) { r.user = L"S-1-5-19"; }, kLayerConnectV4,
+     [](Connection&) {}, false},
+    {"a user that makes no sense", [](RuleEntry& r) { r.user = L"nobody"; }, kLayerConnectV4,
+     [](Connection&) {}, false},
+    {"a rule that is off", [](RuleEntry& r) { r.enabled = false; }, kLayerConnectV4,
+     [](Connection&) {}, false},
+};
+
+TEST_F(Verdicts, ARulePassesWhatItNamesAndNothingElse) {
+  for (const Narrowing& n : kNarrowings) {
+    SCOPED_TRACE(n.claim);
+    RuleEntry rule = Rule(true);
+    n.narrow(rule);
+    Install({rule}, {});
+    EXPECT_TRUE(warnings_.empty());
+    Connection connection = AppConnection(n.layer);
+    n.aim(connection);
+    EXPECT_EQ(Passes(connection), n.passes);
+  }
+}
+
+TEST_F(Verdicts, AServiceIsToldApartInsideTheSharedProcess) {
+  constexpr const wchar_t* kSid = L"S-1-5-80-859482183-879914841-863379149-1145462774-2388618682";
+  constexpr const wchar_t* kSvchost = L"C:\\Windows\\System32\\svchost.exe";
+  PlanEntry entry;
+  entry.path = kSvchost;
+  entry.allow = true;
+  entry.service_sid = kSid;
+  entry.label = L"service Dnscache";
+  Install({}, {entry});
+  Connection connection = AppConnection();
+  connection.app_id = DeviceAppId(L"\\device\\harddiskvolume3\\windows\\system32\\svchost.exe");
+  EXPECT_FALSE(Passes(connection));
+  connection.user_sids.push_back(SidOf(kSid));
+  EXPECT_TRUE(Passes(connection));
+  EXPECT_EQ(DecidedBy(connection), L"Kestrelon - Allow service Dnscache");
+}
+
+TEST_F(Verdicts, ADropInsideTheSharedProcessNamesTheService) {
+  Install({}, {});
+  std::wstring sid;
+  ASSERT_EQ(platform::SidOfAccount(L"NT SERVICE\\Dnscache", sid), platform::kSuccess);
+  for (const Guid& layer : {kLayerConnectV4, kLayerConnectV6}) {
+    Connection connection = AppConnection(layer);
+    connection.app_id = DeviceAppId(L"\\device\\harddiskvolume3\\windows\\system32\\svchost.exe");
+    connection.user_sids.push_back(SidOf(sid));
+    EXPECT_EQ(DecidedBy(connection), L"Kestrelon - Block service Dnscache");
+  }
+}
+
+TEST_F(Verdicts, APackageIsMatchedByItsSid) {
+  constexpr const wchar_t* kPackage = L"S-1-15-2-1-2-3-4-5-6-7";
+  PlanEntry entry;
+  entry.path = L"package:Contoso.App";
+  entry.allow = true;
+  entry.package_sid = kPackage;
+  entry.label = L"app package Contoso.App";
+  Install({}, {entry});
+  Connection connection = AppConnection();
+  EXPECT_FALSE(Passes(connection));
+  connection.package_sid = SidOf(kPackage);
+  EXPECT_TRUE(Passes(connection));
+}
+
+}  // namespace
+}  // namespace kestrelon

@@ -1,0 +1,326 @@
+#include <gtest/gtest.h>
+
+#include "base/format.h"
+#include "base/text.h"
+#include "config/config_file.h"
+
+namespace kestrelon {
+namespace {
+
+// A document of a text in which single quotes stand for double ones.
+Json Document(std::string text) {
+  for (char& c : text) {
+    if (c == '\'') c = '"';
+  }
+  Json document;
+  std::string error;
+  EXPECT_TRUE(Json::Parse(text, document, &error)) << text << ": " << error;
+  return document;
+}
+
+Config Accepted(const std::string& text) {
+  Config config;
+  std::wstring error;
+  EXPECT_TRUE(ConfigFromJson(Document(text), config, error)) << text << L": " << error;
+  return config;
+}
+
+void ExpectRefused(const Json& document, const std::wstring& message) {
+  Config config;
+  config.custom_blocklist = L"before";
+  std::wstring error;
+  EXPECT_FALSE(ConfigFromJson(document, config, error)) << document.Dump(false);
+  EXPECT_EQ(error, message) << document.Dump(false);
+  EXPECT_EQ(config.custom_blocklist, L"before");
+}
+
+std::string Repeated(const std::string& element, std::size_t times) {
+  std::string text;
+  for (std::size_t i = 0; i < times; ++i) text += (i == 0 ? "" : ",") + element;
+  return text;
+}
+
+const std::string kHash(64, 'a');
+
+TEST(ConfigFromJson, AnEmptyDocumentTakesTheDefaults) {
+  const Config config = Accepted("{}");
+  EXPECT_EQ(config, Config{});
+  EXPECT_TRUE(config.enabled && config.allow_loopback && config.boot_time_filter &&
+              config.notifications && config.notify_system && config.blocklists_auto_update &&
+              config.updates_auto_check);
+  EXPECT_FALSE(config.log_allowed);
+  EXPECT_EQ(config.presets_version, 0);
+  EXPECT_TRUE(config.blocklists.empty() && config.rules.empty() && config.apps.empty());
+  EXPECT_EQ(Accepted("{'enabled':null,'log_allowed':null,'blocklists':null,'apps':null,"
+                     "'custom_blocklist':null,'presets_version':null,'rules':null,'modules':null,"
+                     "'log_allowed_apps':null,'version':'any','unknown':[{}]}"),
+            Config{});
+}
+
+TEST(ConfigFromJson, EveryKeyIsTaken) {
+  const Config config = Accepted(
+      "{'enabled':false,'allow_loopback':false,'boot_time_filter':false,'notifications':false,"
+      "'notify_system':false,'log_allowed':true,'log_allowed_apps':[' C:\\\\a.exe\\t','',' '],"
+      "'blocklists':['drop','\\r\\n','x'],'blocklists_auto_update':false,'updates_auto_check':"
+      "false,"
+      "'custom_blocklist':' 1.2.3.4, 10.0.0.0/8 ','presets_version':9.0,"
+      "'apps':[{'path':' C:\\\\b.exe ','action':'block','inbound':true,'added':5,'signer':' S ',"
+      "'product':'P','trust_updates':false,'expires':7e0,'until_reboot':true,'sha256':[' " +
+      std::string(32, 'A') + std::string(32, '9') +
+      " ']},{'path':'x'}],"
+      "'rules':[{'name':' n ','enabled':false,'action':'allow','direction':'both','protocol':255,"
+      "'remote':'$dns','remote_ports':'53','local_ports':'1-2','app':'System','user':'S-1-5-18'},"
+      "{'action':'block'},{'action':' allow ','direction':'in','protocol':0}],"
+      "'modules':[{'id':'m','enabled':true,'version':'1','grant':'g','approved':6},{'id':'k'}]}");
+  AppEntry app{L"C:\\b.exe", false, true, 5, L"S", L"P", 7, true, false, {}};
+  app.sha256 = {std::wstring(32, L'a') + std::wstring(32, L'9')};
+  AppEntry plain_app;
+  plain_app.path = L"x";
+  Config expected{false,
+                  false,
+                  false,
+                  false,
+                  false,
+                  true,
+                  {L"C:\\a.exe"},
+                  {L"drop", L"x"},
+                  false,
+                  L"1.2.3.4, 10.0.0.0/8",
+                  false,
+                  9,
+                  {app, plain_app},
+                  {},
+                  {}};
+  expected.rules = {
+      {L"n", false, true, kDirectionBoth, 255, L"$dns", L"53", L"1-2", L"System", L"S-1-5-18"},
+      {L"Rule 2", true, false, kDirectionOut, 0, L"", L"", L"", L"", L""},
+      {L"Rule 3", true, true, kDirectionIn, 0, L"", L"", L"", L"", L""}};
+  expected.modules = {{L"m", true, L"1", L"g", 6}, {L"k", false, L"", L"", 0}};
+  EXPECT_EQ(config, expected);
+}
+
+TEST(ConfigFromJson, TheFirstFaultIsToldInOneSentence) {
+  struct Row {
+    std::string text;
+    std::wstring error;
+  };
+  const Row rows[] = {
+      {"[]", L"configuration is not a JSON object"},
+      {"null", L"configuration is not a JSON object"},
+      {"{'enabled':1}", L"'enabled' must be true or false"},
+      {"{'log_allowed':'no','enabled':0}", L"'enabled' must be true or false"},
+      {"{'allow_loopback':'x'}", L"'allow_loopback' must be true or false"},
+      {"{'boot_time_filter':[]}", L"'boot_time_filter' must be true or false"},
+      {"{'notifications':{}}", L"'notifications' must be true or false"},
+      {"{'notify_system':1}", L"'notify_system' must be true or false"},
+      {"{'log_allowed':1}", L"'log_allowed' must be true or false"},
+      {"{'log_allowed_apps':{}}", L"'log_allowed_apps' must be an array"},
+      {"{'log_allowed_apps':['a',null]}", L"'log_allowed_apps' must contain paths"},
+      {"{'blocklists':'drop'}", L"'blocklists' must be an array"},
+      {"{'blocklists':[1]}", L"'blocklists' must contain list ids"},
+      {"{'blocklists_auto_update':1}", L"'blocklists_auto_update' must be true or false"},
+      {"{'updates_auto_check':1}", L"'updates_auto_check' must be true or false"},
+      {"{'custom_blocklist':[]}", L"'custom_blocklist' must be a string"},
+      {"{'custom_blocklist':'1.2.3'}", L"your own malicious networks: invalid IP address: 1.2.3"},
+      {"{'presets_version':9.5}", L"'presets_version' must be a whole number"},
+      {"{'presets_version':'9'}", L"'presets_version' must be a whole number"},
+      {"{'apps':{}}", L"'apps' must be an array"},
+      {"{'apps':[{'path':'a'},[]]}", L"application #2 is not an object"},
+      {"{'apps':[{}]}", L"application #1 has no path"},
+      {"{'apps':[{'path':' '}]}", L"application #1 has no path"},
+      {"{'apps':[{'path':5}]}", L"application #1 has no path"},
+      {"{'apps':[{'path':'a','action':1}]}", L"application a: 'action' must be a string"},
+      {"{'apps':[{'path':'a','action':'Allow'}]}", L"invalid application action: Allow"},
+      {"{'apps':[{'path':'a','action':null}]}", L"invalid application action: "},
+      {"{'apps':[{'path':'a','action':'x','inbound':1}]}", L"invalid application action: x"},
+      {"{'apps':[{'path':'a','inbound':1,'added':''}]}",
+       L"application a: 'inbound' must be true or false"},
+      {"{'apps':[{'path':'a','added':1.5,'signer':1}]}",
+       L"application a: 'added' must be a whole number"},
+      {"{'apps':[{'path':'a','signer':1,'product':1}]}",
+       L"application a: 'signer' must be a string"},
+      {"{'apps':[{'path':'a','product':1,'trust_updates':1}]}",
+       L"application a: 'product' must be a string"},
+      {"{'apps':[{'path':'a','trust_updates':1,'expires':''}]}",
+       L"application a: 'trust_updates' must be true or false"},
+      {"{'apps':[{'path':'a','expires':'','until_reboot':1}]}",
+       L"application a: 'expires' must be a whole number"},
+      {"{'apps':[{'path':'a','until_reboot':1,'sha256':1}]}",
+       L"application a: 'until_reboot' must be true or false"},
+      {"{'apps':[{'path':'a','sha256':'x'}]}", L"application a: 'sha256' must be an array"},
+      {"{'apps':[{'path':'a','sha256':[5]}]}", L"application a: invalid 'sha256' value"},
+      {"{'apps':[{'path':'a','sha256':['" + kHash + "','" + kHash.substr(1) + "']}]}",
+       L"application a: invalid 'sha256' value"},
+      {"{'apps':[{'path':'a','sha256':['" + kHash + "a']}]}",
+       L"application a: invalid 'sha256' value"},
+      {"{'apps':[{'path':'a','sha256':['" + kHash.substr(1) + "g']}]}",
+       L"application a: invalid 'sha256' value"},
+      {"{'apps':[{'path':'a','sha256':[" + Repeated("1", 4097) + "]}]}",
+       L"application a: too many 'sha256' values"},
+      {"{'rules':true}", L"'rules' must be an array"},
+      {"{'rules':[1]}", L"rule #1 is not an object"},
+      {"{'rules':[{'name':1}]}", L"rule #1: 'name' must be a string"},
+      {"{'rules':[{'name':'x'}]}", L"rule 'x': missing action (allow or block)"},
+      {"{'rules':[{'name':'x','action':null}]}", L"rule 'x': invalid rule action: "},
+      {"{'rules':[{'name':'x','action':'Block'}]}", L"rule 'x': invalid rule action: Block"},
+      {"{'rules':[{'action':'allow'},{'action':'allow'},{'action':'a'}]}",
+       L"rule 'Rule 3': invalid rule action: a"},
+      {"{'rules':[{'name':'x','enabled':1,'action':1}]}",
+       L"rule 'x': 'enabled' must be true or false"},
+      {"{'rules':[{'name':'x','action':1,'direction':1}]}", L"rule 'x': 'action' must be a string"},
+      {"{'rules':[{'name':'x','direction':1,'protocol':''}]}",
+       L"rule 'x': 'direction' must be a string"},
+      {"{'rules':[{'name':'x','protocol':'','remote':1}]}",
+       L"rule 'x': 'protocol' must be a whole number"},
+      {"{'rules':[{'name':'x','remote':1,'remote_ports':1}]}",
+       L"rule 'x': 'remote' must be a string"},
+      {"{'rules':[{'name':'x','remote_ports':80,'local_ports':1}]}",
+       L"rule 'x': 'remote_ports' must be a string"},
+      {"{'rules':[{'name':'x','local_ports':80,'app':1}]}",
+       L"rule 'x': 'local_ports' must be a string"},
+      {"{'rules':[{'name':'x','app':1,'user':1}]}", L"rule 'x': 'app' must be a string"},
+      {"{'rules':[{'name':'x','user':1}]}", L"rule 'x': 'user' must be a string"},
+      {"{'rules':[{'name':'x','user':'nobody'}]}", L"rule 'x': invalid user SID: nobody"},
+      {"{'rules':[{'name':'x','action':'allow','direction':'IN','protocol':256}]}",
+       L"rule 'x': invalid rule direction: IN"},
+      {"{'rules':[{'name':'x','action':'allow','direction':null}]}",
+       L"rule 'x': invalid rule direction: "},
+      {"{'rules':[{'name':'x','action':'allow','protocol':256,'remote':'y'}]}",
+       L"rule 'x': invalid protocol number"},
+      {"{'rules':[{'name':'x','action':'allow','protocol':-1}]}",
+       L"rule 'x': invalid protocol number"},
+      {"{'rules':[{'name':'x','action':'allow','remote':'y','remote_ports':'y'}]}",
+       L"rule 'x': invalid IP address: y"},
+      {"{'rules':[{'name':'x','action':'allow','remote_ports':'y','local_ports':'z'}]}",
+       L"rule 'x': invalid port or port range: y"},
+      {"{'rules':[{'name':'x','action':'allow','local_ports':'z'}]}",
+       L"rule 'x': invalid port or port range: z"},
+      {"{'modules':1}", L"'modules' must be an array"},
+      {"{'modules':[1]}", L"module #1 is not an object"},
+      {"{'modules':[{'id':1}]}", L"module #1: 'id' must be a string"},
+      {"{'modules':[{'enabled':1}]}", L"module #1: 'enabled' must be true or false"},
+      {"{'modules':[{'version':1}]}", L"module #1: 'version' must be a string"},
+      {"{'modules':[{'grant':1}]}", L"module #1: 'grant' must be a string"},
+      {"{'modules':[{'approved':''}]}", L"module #1: 'approved' must be a whole number"},
+      {"{'modules':[{}]}", L"module #1 has no id"},
+      {"{'modules':[{'id':'abc'},{'id':'x'},{'id':'ABC'}]}", L"module listed twice: ABC"},
+      {"{'modules':[" + Repeated("1", 65) + "]}", L"too many modules"},
+  };
+  for (const Row& row : rows) ExpectRefused(Document(row.text), row.error);
+}
+
+TEST(ConfigFromJson, LimitsAreReachedButNotPassed) {
+  const std::string app = "{'path':'a','sha256':[" + Repeated("'" + kHash + "'", 4096) + "]}";
+  EXPECT_EQ(Accepted("{'apps':[" + app + "]}").apps[0].sha256.size(), 4096u);
+  std::string modules;
+  for (int i = 0; i < 64; ++i)
+    modules += (i == 0 ? "{'id':'" : ",{'id':'") + std::to_string(i) + "'}";
+  EXPECT_EQ(Accepted("{'modules':[" + modules + "]}").modules.size(), 64u);
+}
+
+TEST(ConfigText, HasOneFixedForm) {
+  Config config;
+  config.blocklists = {L"drop"};
+  config.presets_version = 9;
+  config.apps.resize(2);
+  config.apps[0].path = L"C:\\Tools\\tool.exe";
+  config.apps[0].added = 134050000000000000;
+  config.apps[0].expires = 134060000000000000;
+  config.apps[0].sha256 = {WideFromUtf8(kHash)};
+  config.apps[1].path = L"\x00E9";
+  config.apps[1].allow = false;
+  config.apps[1].until_reboot = true;
+  config.rules = {{L"r", true, true, 7, 0, L"$dns", L"53", L"", L"a", L""},
+                  {L"s", true, false, kDirectionIn, 6, L"", L"", L"", L"", L"S-1-5-4"}};
+  const std::string expected = R"({
+  "version": 1,
+  "enabled": true,
+  "allow_loopback": true,
+  "boot_time_filter": true,
+  "notifications": true,
+  "notify_system": true,
+  "log_allowed": false,
+  "log_allowed_apps": [],
+  "blocklists": [
+    "drop"
+  ],
+  "blocklists_auto_update": true,
+  "updates_auto_check": true,
+  "custom_blocklist": "",
+  "presets_version": 9,
+  "apps": [
+    {
+      "path": "C:\\Tools\\tool.exe",
+      "action": "allow",
+      "inbound": false,
+      "added": 134050000000000000,
+      "signer": "",
+      "product": "",
+      "expires": 134060000000000000,
+      "trust_updates": true,
+      "sha256": [
+        ")" + kHash +
+                               R"("
+      ]
+    },
+    {
+      "path": ")"
+                               "\xC3\xA9"
+                               R"(",
+      "action": "block",
+      "inbound": false,
+      "added": 0,
+      "signer": "",
+      "product": "",
+      "until_reboot": true,
+      "trust_updates": true
+    }
+  ],
+  "rules": [
+    {
+      "name": "r",
+      "enabled": true,
+      "action": "allow",
+      "direction": "out",
+      "protocol": 0,
+      "remote": "$dns",
+      "remote_ports": "53",
+      "local_ports": "",
+      "app": "a"
+    },
+    {
+      "name": "s",
+      "enabled": true,
+      "action": "block",
+      "direction": "in",
+      "protocol": 6,
+      "remote": "",
+      "remote_ports": "",
+      "local_ports": "",
+      "app": "",
+      "user": "S-1-5-4"
+    }
+  ])";
+  EXPECT_EQ(ConfigText(config), expected + "\n}\n");
+  config.modules = {{L"example-module", true, L"1.0.0", L"", 134050000000000000}};
+  EXPECT_EQ(ConfigText(config), expected + R"(,
+  "modules": [
+    {
+      "id": "example-module",
+      "enabled": true,
+      "version": "1.0.0",
+      "grant": "",
+      "approved": 134050000000000000
+    }
+  ]
+}
+)");
+  config.rules[0].direction = kDirectionOut;
+  Config again;
+  std::wstring error;
+  ASSERT_TRUE(ConfigFromJson(ConfigToJson(config), again, error)) << error;
+  EXPECT_EQ(again, config);
+}
+
+}  // namespace
+}  // namespace kestrelon

@@ -6,6 +6,13 @@
 #include "simulation/machine/machine.h"
 
 namespace kestrelon {
+
+void PrintTo(const PlanEntry& entry, std::ostream* out) {
+  *out << testing::PrintToString(entry.path) << (entry.allow ? " allow" : "")
+       << (entry.inbound ? " inbound" : "") << (entry.integrity_block ? " held" : "")
+       << (entry.hash_pinned ? " pinned" : "") << testing::PrintToString(entry.label);
+}
+
 namespace {
 
 using simulation::TheMachine;
@@ -44,14 +51,15 @@ AppEntry App(const std::wstring& path) {
   return app;
 }
 
-// A new file with the content "abc", signed if a signer is given.
-void WriteFile(const wchar_t* path, const wchar_t* signer) {
+// A new file, signed if a signer is given.
+void WriteFile(const std::wstring& path, const wchar_t* signer,
+               const std::string& content = "abc") {
   TheMachine().files.Remove(path);
-  TheMachine().files.Write(path, "abc");
+  TheMachine().files.Write(path, content);
   if (*signer) TheMachine().files.Sign(path, signer);
 }
 
-PlanEntry Plain(const wchar_t* path) {
+PlanEntry Plain(const std::wstring& path) {
   PlanEntry entry;
   entry.path = path;
   entry.allow = true;
@@ -59,13 +67,13 @@ PlanEntry Plain(const wchar_t* path) {
   return entry;
 }
 
-PlanEntry ByHash(const wchar_t* path) {
+PlanEntry ByHash(const std::wstring& path) {
   PlanEntry entry = Plain(path);
   entry.hash_pinned = true;
   return entry;
 }
 
-PlanEntry Held(const wchar_t* path) {
+PlanEntry Held(const std::wstring& path) {
   PlanEntry entry;
   entry.path = path;
   entry.integrity_block = true;
@@ -75,19 +83,16 @@ PlanEntry Held(const wchar_t* path) {
 TEST(FileGate, DecidesBySignerOrHash) {
   const wchar_t* abc = kHashOfAbc;
   const wchar_t* other = kOtherHash;
-  const wchar_t* changed =
-      L"Kept blocked: C:\\Apps\\app.exe has changed since it was allowed (unsigned program)";
-  const wchar_t* resigned =
-      L"Kept blocked: C:\\Apps\\app.exe is no longer signed by \"Con\" (signed by \"con\")";
-  const wchar_t* unsigned_now =
-      L"Kept blocked: C:\\Apps\\app.exe is no longer signed by \"Con\" (unsigned)";
+  const wchar_t* changed = L" has changed since it was allowed (unsigned program)";
+  const wchar_t* resigned = L" is no longer signed by \"Con\" (signed by \"con\")";
+  const wchar_t* unsigned_now = L" is no longer signed by \"Con\" (unsigned)";
   struct Row {
     const char* claim;
     const wchar_t* signer;       // recorded; empty for none
     const wchar_t* hash;         // recorded; empty for none
     const wchar_t* file_signer;  // null when there is no file
-    PlanEntry (*entry)(const wchar_t* path);
-    const wchar_t* warning;
+    PlanEntry (*entry)(const std::wstring& path);
+    const wchar_t* warning;  // behind the path; empty for none
     const wchar_t* signer_after;
     const wchar_t* hash_after;
   };
@@ -107,15 +112,16 @@ TEST(FileGate, DecidesBySignerOrHash) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.claim);
-    TheMachine().files.Remove(kFile);
-    if (row.file_signer) WriteFile(kFile, row.file_signer);
-    AppEntry app = App(kFile);
+    const std::wstring path = L"C:\\Apps\\" + std::to_wstring(&row - rows) + L".exe";
+    if (row.file_signer) WriteFile(path, row.file_signer);
+    AppEntry app = App(path);
     app.signer = row.signer;
     if (*row.hash) app.sha256 = {row.hash};
     const Compiled result = Compile({app});
-    EXPECT_EQ(result.plan.entries, std::vector<PlanEntry>{row.entry(kFile)});
-    EXPECT_EQ(result.plan.warnings, *row.warning ? Texts{row.warning} : Texts{});
-    EXPECT_EQ(result.kept_blocked, *row.warning ? Texts{kFile} : Texts{});
+    EXPECT_EQ(result.plan.entries, std::vector<PlanEntry>{row.entry(path)});
+    const bool held = *row.warning != 0;
+    EXPECT_EQ(result.plan.warnings, held ? Texts{L"Kept blocked: " + path + row.warning} : Texts{});
+    EXPECT_EQ(result.kept_blocked, held ? Texts{path} : Texts{});
     const AppEntry& after = result.config.apps[0];
     EXPECT_EQ(after.signer, row.signer_after);
     EXPECT_EQ(after.sha256, *row.hash_after ? Texts{row.hash_after} : Texts{});
@@ -185,11 +191,12 @@ TEST(FileGate, PatternIsLearntWholeAtFirstSight) {
 TEST(FileGate, ProductIsLearntFromTheRecordedSignersFile) {
   auto& files = TheMachine().files;
   for (const wchar_t* signer : {L"Contoso", L"Fabrikam", L""}) {
-    WriteFile(kFile, signer);
-    files.SetVersion(kFile, L"\\VarFileInfo\\Translation",
+    const std::wstring path = L"C:\\Apps\\" + std::wstring(signer) + L".exe";
+    WriteFile(path, signer);
+    files.SetVersion(path, L"\\VarFileInfo\\Translation",
                      std::vector<std::uint8_t>{0x09, 0x04, 0xb0, 0x04});
-    files.SetVersion(kFile, L"\\StringFileInfo\\040904b0\\ProductName", L"Browser");
-    AppEntry app = App(kFile);
+    files.SetVersion(path, L"\\StringFileInfo\\040904b0\\ProductName", L"Browser");
+    AppEntry app = App(path);
     app.signer = L"Contoso";
     const Compiled result = Compile({app});
     const bool same = signer == app.signer;
@@ -253,7 +260,7 @@ TEST(ServiceGate, FollowsTheSignerOfTheExecutable) {
   };
   for (const Row& row : rows) {
     TheMachine().files.Remove(program);
-    if (row.file_signer) WriteFile(program, row.file_signer);
+    if (row.file_signer) WriteFile(program, row.file_signer, std::to_string(&row - rows));
     AppEntry app = App(L"Service: contoso ");
     app.signer = row.recorded;
     app.allow = row.allow;

@@ -30,9 +30,8 @@ TEST(Paths, ExpansionLeavesWhatItDoesNotKnow) {
 TEST(Paths, NormalFormFollowsLinksAndDropsThePrefix) {
   auto& files = TheMachine().files;
   files.Write(L"C:\\Apps\\Real.exe", "x");
-  files.Write(L"C:\\Apps\\link.exe", "x");
   files.SetLink(L"C:\\Apps\\link.exe", L"C:\\Apps\\Real.exe");
-  files.Write(L"C:\\Apps\\share.exe", "x");
+  files.Write(L"\\\\server\\share\\Name.exe", "x");
   files.SetLink(L"C:\\Apps\\share.exe", L"\\\\server\\share\\Name.exe");
   EXPECT_EQ(NormalizePath(L"c:\\APPS\\real.EXE"), L"C:\\Apps\\Real.exe");
   EXPECT_EQ(NormalizePath(L"C:\\Apps\\link.exe"), L"C:\\Apps\\Real.exe");

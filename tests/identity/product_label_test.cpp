@@ -42,11 +42,8 @@ TEST(ProductLabel, JoinsNameAndOriginalFile) {
 }
 
 TEST(ProductLabel, SystemIsTheKernelsImage) {
-  const wchar_t* kernel = L"C:\\Windows\\System32\\ntoskrnl.exe";
-  TheMachine().files.SetVersion(kernel, L"\\VarFileInfo\\Translation",
-                                std::vector<std::uint8_t>{0x09, 0x04, 0xb0, 0x04});
-  TheMachine().files.SetVersion(kernel, L"\\StringFileInfo\\040904b0\\ProductName", L"Windows");
-  EXPECT_EQ(ProductLabel(L"System"), L"windows|");
+  EXPECT_EQ(ProductLabel(L"System"),
+            L"microsoft\u00AE windows\u00AE operating system|ntoskrnl.exe");
   EXPECT_EQ(ProductLabel(L"C:\\none.exe"), L"");
 }
 

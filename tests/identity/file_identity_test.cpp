@@ -1,0 +1,161 @@
+#include "identity/file_identity.h"
+
+#include <gtest/gtest.h>
+
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+using simulation::TheMachine;
+
+constexpr const wchar_t* kFile = L"C:\\Apps\\app.exe";
+constexpr const wchar_t* kHashOfAbc =
+    L"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+
+const FileIdentity kMissing{};
+const FileIdentity kUnknown{true, false, L"", L""};
+const FileIdentity kSignedAbc{true, true, L"Contoso", kHashOfAbc};
+
+void WriteSigned() {
+  TheMachine().files.Write(kFile, "abc");
+  TheMachine().files.Sign(kFile, L"Contoso");
+}
+
+// What the identity of the file costs now.
+enum class Cost { kNothing, kHash, kVerification };
+
+// Asks twice: without a readable file, which only a cached answer survives, then with revocation
+// data missing for one pass, which only a verification notices.
+Cost CostOfIdentity() {
+  auto& faults = TheMachine().faults;
+  faults.Clear();
+  faults.FailAlways("ReadFileBytes", platform::kAccessDenied);
+  const bool cached = IdentityFor(kFile) == kSignedAbc;
+  faults.Clear();
+  if (cached) return Cost::kNothing;
+  faults.FailOnce("VerifyEmbeddedSignature", platform::kRevocationOffline);
+  EXPECT_EQ(IdentityFor(kFile), kSignedAbc);
+  const bool verified = faults.fired();
+  faults.Clear();
+  return verified ? Cost::kVerification : Cost::kHash;
+}
+
+TEST(FileIdentity, SaysWhatIsThere) {
+  auto& files = TheMachine().files;
+  files.Write(L"C:\\Apps\\plain.exe", "abc");
+  files.Write(L"C:\\Apps\\tampered.exe", "abd");
+  files.Sign(L"C:\\Apps\\tampered.exe", L"Contoso");
+  files.Write(L"C:\\Apps\\tampered.exe", "abc");
+  WriteSigned();
+  EXPECT_EQ(IdentityFor(kFile), kSignedAbc);
+  EXPECT_EQ(IdentityFor(L"c:\\apps\\APP.exe"), kSignedAbc);
+  EXPECT_EQ(IdentityFor(L"C:\\Apps\\plain.exe"), (FileIdentity{true, false, L"", kHashOfAbc}));
+  EXPECT_EQ(IdentityFor(L"C:\\Apps\\tampered.exe"), (FileIdentity{true, false, L"", kHashOfAbc}));
+  EXPECT_EQ(IdentityFor(L"C:\\Apps"), kMissing);
+  EXPECT_EQ(IdentityFor(L"C:\\Apps\\none.exe"), kMissing);
+  EXPECT_EQ(IdentityFor(L"").exists, false);
+  EXPECT_EQ(IdentityFor(L"SYSTEM"), IdentityFor(L"%SystemRoot%\\System32\\ntoskrnl.exe"));
+  EXPECT_EQ(IdentityFor(L"System").signer, L"Microsoft Windows");
+}
+
+TEST(FileIdentity, LargeFileIsHashedToItsEnd) {
+  std::string content(0x100000 * 2 + 7, 'a');
+  TheMachine().files.Write(kFile, content);
+  const FileIdentity whole = IdentityFor(kFile);
+  content.back() = 'b';
+  TheMachine().files.Write(kFile, content);
+  const FileIdentity changed = IdentityFor(kFile);
+  EXPECT_EQ(whole.sha256.size(), 64u);
+  EXPECT_NE(whole.sha256, changed.sha256);
+}
+
+TEST(FileIdentity, UnreadableFileExistsAndIsNothingElse) {
+  WriteSigned();
+  TheMachine().files.HoldOpen(kFile);
+  EXPECT_EQ(IdentityFor(kFile), kUnknown);
+  TheMachine().files.LetGo(kFile);
+  for (const char* call : {"ReadFileBytes", "Sha256::Begin", "Sha256::Add", "Sha256::Finish"}) {
+    TheMachine().faults.FailOnce(call, platform::kAccessDenied);
+    EXPECT_EQ(IdentityFor(kFile), kUnknown) << call;
+  }
+  EXPECT_EQ(IdentityFor(kFile), kSignedAbc) << "a failure is not kept";
+}
+
+TEST(FileIdentity, CostsOnlyWhatMayHaveChanged) {
+  auto& machine = TheMachine();
+  WriteSigned();
+  EXPECT_EQ(CostOfIdentity(), Cost::kVerification);
+  EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
+  machine.files.Touch(kFile);
+  EXPECT_EQ(CostOfIdentity(), Cost::kHash);
+  EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
+  MarkIdentitiesStale(L"c:\\elsewhere");
+  EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
+  MarkIdentitiesStale(L"c:\\apps");
+  EXPECT_EQ(CostOfIdentity(), Cost::kHash);
+  EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
+}
+
+TEST(FileIdentity, ChangeShowsThoughSizeAndTimeArePutBack) {
+  auto& machine = TheMachine();
+  WriteSigned();
+  machine.files.SetWriteTime(kFile, 1);
+  ASSERT_EQ(IdentityFor(kFile), kSignedAbc);
+  machine.files.Write(kFile, "abd");
+  machine.files.SetWriteTime(kFile, 1);
+  EXPECT_FALSE(IdentityFor(kFile).signed_);
+}
+
+TEST(FileIdentity, FileThatChangesWhileItIsVerifiedIsNotTrusted) {
+  auto& machine = TheMachine();
+  WriteSigned();
+  machine.faults.RunBefore("VerifyEmbeddedSignature", [&] { machine.files.Write(kFile, "abd"); });
+  EXPECT_EQ(IdentityFor(kFile), kUnknown);
+  WriteSigned();
+  EXPECT_EQ(CostOfIdentity(), Cost::kVerification);
+
+  TheMachine().files.Write(kFile, "abd");
+  machine.faults.RunBefore("VerifyEmbeddedSignature", [&] { machine.files.Remove(kFile); });
+  EXPECT_EQ(IdentityFor(kFile), kUnknown);
+}
+
+TEST(FileIdentity, CachedAnswerStandsForAWhile) {
+  auto& machine = TheMachine();
+  struct Row {
+    bool numbered_then;  // the volume gave a change number when the file was looked at
+    bool numbered_now;
+    std::uint64_t valid_ms;
+  };
+  for (const Row& row : {Row{true, true, 600000}, Row{true, false, 60000}, Row{false, true, 60000},
+                         Row{false, false, 60000}}) {
+    machine.files.SetUsnSupported(row.numbered_then);
+    WriteSigned();
+    ASSERT_EQ(IdentityFor(kFile), kSignedAbc);
+    machine.files.SetUsnSupported(row.numbered_now);
+    machine.clock.Advance(row.valid_ms - 1);
+    EXPECT_EQ(CostOfIdentity(), Cost::kNothing) << row.valid_ms;
+    machine.clock.Advance(1);
+    EXPECT_EQ(CostOfIdentity(), Cost::kHash) << row.valid_ms;
+    EXPECT_EQ(CostOfIdentity(), Cost::kNothing) << "the check starts a new while";
+  }
+}
+
+TEST(FileIdentity, FullCacheStartsOver) {
+  WriteSigned();
+  ASSERT_EQ(IdentityFor(kFile), kSignedAbc);
+  const auto fill = [](int first, int last) {
+    for (int i = first; i <= last; ++i) {
+      const std::wstring path = L"C:\\Many\\" + std::to_wstring(i);
+      TheMachine().files.Write(path, "x");
+      (void)IdentityFor(path);
+    }
+  };
+  fill(2, 4096);
+  EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
+  fill(4097, 4097);
+  EXPECT_EQ(CostOfIdentity(), Cost::kVerification);
+}
+
+}  // namespace
+}  // namespace kestrelon

@@ -10,9 +10,6 @@ namespace {
 using kestrelon::platform::kObjectNotFound;
 using kestrelon::platform::kSuccess;
 
-// So many filters are put into a reply before its size is looked at again.
-constexpr std::uint32_t kFiltersAtATime = 64;
-
 }  // namespace
 
 void BfeConnection::Run() {
@@ -100,9 +97,12 @@ Code BfeConnection::Open(WireReader& request) {
 }
 
 Code BfeConnection::Classify(WireReader& request, WireWriter& reply) {
-  const Connection connection = TakeConnection(request);
+  std::vector<Connection> connections(request.Count(kSmallestConnection));
+  for (Connection& connection : connections) connection = TakeConnection(request);
   if (!request.Finished()) return kBadStubData;
-  Put(reply, Summarize(bfe_.engine.Classify(connection)));
+  for (const Connection& connection : connections) {
+    Put(reply, Summarize(bfe_.engine.Classify(connection)));
+  }
   return kSuccess;
 }
 
@@ -183,23 +183,21 @@ Code BfeConnection::OpenEnum(WireReader& request, WireWriter& reply) {
 
 Code BfeConnection::NextFilters(WireReader& request, WireWriter& reply) {
   const EnumId enumeration = request.U64();
-  std::uint32_t wanted = request.U32();
+  const std::uint32_t wanted = request.U32();
   if (!request.Finished()) return kBadStubData;
   // The end and the count stand before the filters, so these are written apart.
   Bytes filters;
   WireWriter writer(filters);
   std::uint32_t count = 0;
   bool end = false;
-  while (!end && wanted > 0 && filters.size() < kEnumReplyBytes) {
-    const std::uint32_t batch = std::min(wanted, kFiltersAtATime);
+  while (!end && count < wanted && filters.size() < kEnumReplyBytes) {
+    // One by one: each may be of any size, and none can be put back.
     FilterList fetched;
-    const Code code = bfe_.engine.NextFilters(session_, enumeration, batch, fetched);
+    const Code code = bfe_.engine.NextFilters(session_, enumeration, 1, fetched);
     if (code != kSuccess) return code;
+    end = fetched.empty();
     for (const auto& filter : fetched) Put(writer, *filter);
-    const auto got = static_cast<std::uint32_t>(fetched.size());
-    count += got;
-    wanted -= got;
-    end = got < batch;
+    count += end ? 0 : 1;
   }
   reply.U8(end ? 1 : 0);
   reply.U32(count);

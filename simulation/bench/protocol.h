@@ -48,7 +48,7 @@ enum class Operation : std::uint8_t {
   kCloseEnum,        // u64 enumeration ->
   kSubscribe,        // u32 flags -> u64 subscription
   kUnsubscribe,      // u64 subscription ->
-  kClassify,         // connection -> verdict summary
+  kClassify,         // u32 n, n connections -> n verdict summaries
 };
 
 // Who a session's owner is. A program cannot be LocalSystem under Wine, so it says who it stands

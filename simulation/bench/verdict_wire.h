@@ -27,4 +27,7 @@ void Put(WireWriter& writer, const VerdictSummary& summary);
 Connection TakeConnection(WireReader& reader);
 VerdictSummary TakeVerdictSummary(WireReader& reader);
 
+// The least bytes that a connection takes: what a count of them must be followed by.
+inline constexpr std::size_t kSmallestConnection = 16 + 4 + 4 + 4 + 1 + 4 + 4 + 16 + 16 + 2 + 2 + 4;
+
 }  // namespace simulation

@@ -2,6 +2,9 @@
 //
 // Results are lines on the output, in UTF-8; the exit code is 0 for a success or a permitted
 // connection, 1 for a blocked one, 2 for an error, which is told on the error output.
+#include <fcntl.h>
+#include <io.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -36,7 +39,7 @@ constexpr wchar_t kUsage[] =
     LR"(usage: wfpctl COMMAND ...
 
   connect CONNECTION       the verdict on a connection: "PERMIT weight=10 filter=NAME" or "BLOCK ..."
-  batch FILE|-             the same for each line CONNECTION of a file, or of the input with -
+  batch FILE|-             a line for each line CONNECTION of a file, or at once of the input
   list                     every filter: key, layer, weight, action, flags, conditions, name
   count                    the number of filters
   add-filter FILTER        adds a filter and prints its key
@@ -110,5 +113,7 @@ int ReportFailure(std::wstring_view what, Code code) {
 }  // namespace simulation
 
 int wmain(int count, wchar_t** arguments) {
+  // Lines end as the shells outside of Wine expect them.
+  _setmode(_fileno(stdout), _O_BINARY);
   return simulation::Run(std::vector<std::wstring>(arguments + 1, arguments + count));
 }

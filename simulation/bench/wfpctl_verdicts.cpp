@@ -1,7 +1,10 @@
 // wfpctl's questions: the verdict on one connection, or on many.
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <utility>
+#include <vector>
 
 #include "base/format.h"
 #include "base/text.h"
@@ -16,15 +19,21 @@ namespace {
 using kestrelon::Format;
 using kestrelon::platform::kSuccess;
 
-Code AskVerdict(PipeChannel& channel, const Connection& connection, VerdictSummary& verdict) {
+// Of a file, so many lines are one question; who writes to the input waits for each answer.
+constexpr std::size_t kLinesOfFile = 1000;
+
+Code AskVerdicts(PipeChannel& channel, const std::vector<Connection>& connections,
+                 std::vector<VerdictSummary>& verdicts) {
   WireWriter request = channel.Begin();
   request.U8(static_cast<std::uint8_t>(Operation::kClassify));
-  Put(request, connection);
+  request.U32(static_cast<std::uint32_t>(connections.size()));
+  for (const Connection& connection : connections) Put(request, connection);
   WireReader reply;
   if (!channel.Send() || !channel.Receive(reply)) return kCallFailed;
-  const Code code = reply.U32();
-  if (code == kSuccess) verdict = TakeVerdictSummary(reply);
-  return reply.Finished() ? code : kBadStubData;
+  if (const Code code = reply.U32()) return code;
+  verdicts.resize(connections.size());
+  for (VerdictSummary& verdict : verdicts) verdict = TakeVerdictSummary(reply);
+  return reply.Finished() ? kSuccess : kBadStubData;
 }
 
 // Two filters of one weight that disagree are shown: real engines promise no order then.
@@ -35,31 +44,54 @@ std::wstring VerdictLine(const VerdictSummary& verdict) {
   return line + Format(L" weight=%s filter=%s", WeightText(verdict.weight), verdict.name);
 }
 
-// The verdict on one line of a batch; false if there is none.
-bool AnswerLine(PipeChannel& channel, std::wstring_view line) {
+// Lines of a batch that are asked together.
+struct Questions {
+  std::vector<Connection> connections;
+  std::vector<std::wstring> mistakes;  // a line's; empty for a connection
+};
+
+void AddQuestion(std::wstring_view line, Questions& questions) {
   Arguments arguments(WordsOfLine(line));
-  const Connection connection = TakeConnection(arguments);
-  if (!arguments.Finished()) {
-    PrintLine(L"ERROR " + arguments.error());
-    return false;
-  }
-  VerdictSummary verdict;
-  if (const Code code = AskVerdict(channel, connection, verdict)) {
-    PrintLine(L"ERROR " + CodeText(code));
-    return false;
-  }
-  PrintLine(VerdictLine(verdict));
-  return true;
+  Connection connection = TakeConnection(arguments);
+  if (arguments.Finished()) questions.connections.push_back(std::move(connection));
+  questions.mistakes.push_back(arguments.error());
 }
 
-bool AnswerLines(PipeChannel& channel, std::istream& lines) {
+// Prints a line for each; false if one is no verdict.
+bool AnswerQuestions(PipeChannel& channel, const Questions& questions) {
+  std::vector<VerdictSummary> verdicts;
+  const Code code = AskVerdicts(channel, questions.connections, verdicts);
+  bool all = code == kSuccess;
+  std::size_t next = 0;
+  for (const std::wstring& mistake : questions.mistakes) {
+    if (!mistake.empty()) {
+      PrintLine(L"ERROR " + mistake);
+      all = false;
+    } else if (code != kSuccess) {
+      PrintLine(L"ERROR " + CodeText(code));
+    } else {
+      PrintLine(VerdictLine(verdicts[next++]));
+    }
+  }
+  std::fflush(stdout);
+  return all;
+}
+
+bool AnswerLines(PipeChannel& channel, std::istream& lines, std::size_t at_a_time) {
   bool all = true;
+  Questions questions;
+  const auto answer = [&] {
+    if (!AnswerQuestions(channel, questions)) all = false;
+    questions = {};
+  };
   for (std::string line; std::getline(lines, line);) {
     const std::wstring text = kestrelon::WideFromUtf8(line);
     const std::wstring_view trimmed = kestrelon::Trim(text);
     if (trimmed.empty() || trimmed.front() == L'#') continue;
-    if (!AnswerLine(channel, trimmed)) all = false;
+    AddQuestion(trimmed, questions);
+    if (questions.mistakes.size() == at_a_time) answer();
   }
+  if (!questions.mistakes.empty()) answer();
   return all;
 }
 
@@ -70,11 +102,11 @@ int Connect(Arguments& arguments) {
   if (!arguments.Finished()) return kExitError;
   PipeChannel channel;
   if (const Code code = ConnectToEngine(channel)) return ReportFailure(L"connect", code);
-  VerdictSummary verdict;
-  const Code code = AskVerdict(channel, connection, verdict);
+  std::vector<VerdictSummary> verdicts;
+  const Code code = AskVerdicts(channel, {connection}, verdicts);
   if (code != kSuccess) return ReportFailure(L"connect", code);
-  PrintLine(VerdictLine(verdict));
-  return verdict.permit ? kExitDone : kExitBlocked;
+  PrintLine(VerdictLine(verdicts.front()));
+  return verdicts.front().permit ? kExitDone : kExitBlocked;
 }
 
 int Batch(Arguments& arguments) {
@@ -82,13 +114,13 @@ int Batch(Arguments& arguments) {
   if (!arguments.Finished()) return kExitError;
   PipeChannel channel;
   if (const Code code = ConnectToEngine(channel)) return ReportFailure(L"batch", code);
-  if (path == L"-") return AnswerLines(channel, std::cin) ? kExitDone : kExitError;
+  if (path == L"-") return AnswerLines(channel, std::cin, 1) ? kExitDone : kExitError;
   std::ifstream file{std::filesystem::path(path)};
   if (!file) {
     PrintError(Format(L"batch: cannot read '%s'", path));
     return kExitError;
   }
-  return AnswerLines(channel, file) ? kExitDone : kExitError;
+  return AnswerLines(channel, file, kLinesOfFile) ? kExitDone : kExitError;
 }
 
 }  // namespace simulation

@@ -1,0 +1,234 @@
+// The bench's messages: what is written is read back, and nothing else is taken for a message.
+#include "simulation/engine/wire.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <tuple>
+
+#include "simulation/bench/verdict_wire.h"
+
+namespace simulation {
+namespace {
+
+using kestrelon::platform::ByteArray16;
+using kestrelon::platform::ByteBlob;
+using kestrelon::platform::DescriptorValue;
+using kestrelon::platform::Ipv4Mask;
+using kestrelon::platform::Ipv6Mask;
+using kestrelon::platform::OtherValue;
+using kestrelon::platform::SidValue;
+using kestrelon::platform::ValueRange;
+
+constexpr Guid kOneKey = kestrelon::MakeGuid("01234567-89ab-cdef-0123-456789abcdef");
+constexpr Guid kOtherKey = kestrelon::MakeGuid("fedcba98-7654-3210-fedc-ba9876543210");
+constexpr ByteArray16 kArray = {0xFE, 0x80, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14};
+
+// One of each alternative, with every plain one at the ends of a range too.
+const Value kValues[] = {
+    std::monostate{},
+    std::uint8_t{0xAB},
+    std::uint16_t{0xABCD},
+    std::uint32_t{0xABCDEF01},
+    std::uint64_t{0xABCDEF0123456789},
+    kArray,
+    ByteBlob{{1, 2, 0, 255}},
+    ByteBlob{},
+    SidValue{{1, 1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0}},
+    DescriptorValue{{1, 0, 4, 128}},
+    Ipv4Mask{0xC0A80000, 0xFFFF0000},
+    Ipv6Mask{kArray, 64},
+    ValueRange{std::monostate{}, std::uint8_t{9}},
+    ValueRange{std::uint16_t{443}, std::uint32_t{1} << 31},
+    ValueRange{std::uint64_t{1} << 63, kArray},
+    OtherValue{15},
+};
+
+Filter FilterWithEverything() {
+  Filter filter;
+  filter.key = kOneKey;
+  filter.name = L"name";
+  filter.description = L"description";
+  filter.flags = 0x49;
+  filter.provider = kOtherKey;
+  filter.layer = kestrelon::platform::kLayerConnectV6;
+  filter.sublayer = kestrelon::platform::kFieldAppId;
+  filter.weight = std::uint8_t{12};
+  for (const Value& value : kValues) filter.conditions.push_back({kOtherKey, 7, value});
+  filter.action = 0x1002;
+  filter.id = 0x123456789ABCDEF0;
+  return filter;
+}
+
+Connection ConnectionWithEverything() {
+  Connection connection;
+  connection.layer = kestrelon::platform::kLayerRecvAcceptV6;
+  connection.app_id = {'a', 0, 0, 0};
+  connection.user_sids = {{1, 2, 3}, {}, {4}};
+  connection.package_sid = {5, 6};
+  connection.protocol = 58;
+  connection.local_v4 = 0x01020304;
+  connection.remote_v4 = 0x05060708;
+  connection.local_v6 = kArray;
+  connection.remote_v6[15] = 1;
+  connection.local_port = 0x1234;
+  connection.remote_port = 0x5678;
+  connection.flags = 1;
+  return connection;
+}
+
+auto Fields(const Filter& f) {
+  return std::tie(f.key, f.name, f.description, f.flags, f.provider, f.layer, f.sublayer, f.weight,
+                  f.conditions, f.action, f.id);
+}
+auto Fields(const Provider& p) {
+  return std::tie(p.key, p.name, p.description, p.flags, p.service_name);
+}
+auto Fields(const Sublayer& s) {
+  return std::tie(s.key, s.name, s.description, s.flags, s.provider, s.weight);
+}
+auto Fields(const Connection& c) {
+  return std::tie(c.layer, c.app_id, c.user_sids, c.package_sid, c.protocol, c.local_v4,
+                  c.remote_v4, c.local_v6, c.remote_v6, c.local_port, c.remote_port, c.flags);
+}
+
+template <typename Record>
+Bytes BytesOf(const Record& record) {
+  Bytes bytes;
+  WireWriter writer(bytes);
+  Put(writer, record);
+  return bytes;
+}
+
+TEST(Wire, EveryValueComesBack) {
+  for (const Value& value : kValues) {
+    const Bytes bytes = BytesOf(value);
+    WireReader reader(bytes.data(), bytes.size());
+    EXPECT_EQ(TakeValue(reader), value) << "alternative " << value.index();
+    EXPECT_TRUE(reader.Finished()) << "alternative " << value.index();
+  }
+}
+
+TEST(Wire, RecordsComeBackOneBehindTheOther) {
+  const Filter filter = FilterWithEverything();
+  const Filter plain{};
+  const Provider provider{kOneKey, L"provider", L"of all", 1, L"Service"};
+  const Sublayer sublayer{kOtherKey, L"sublayer", L"", 1, kOneKey, 0xFFFF};
+  const Connection connection = ConnectionWithEverything();
+  const VerdictSummary verdict{true, true, true, kOneKey, L"decides", std::uint64_t{1} << 40};
+  Bytes bytes;
+  WireWriter writer(bytes);
+  Put(writer, filter);
+  Put(writer, plain);
+  Put(writer, provider);
+  Put(writer, sublayer);
+  Put(writer, connection);
+  Put(writer, verdict);
+  WireReader reader(bytes.data(), bytes.size());
+  EXPECT_EQ(Fields(TakeFilter(reader)), Fields(filter));
+  EXPECT_EQ(Fields(TakeFilter(reader)), Fields(plain));
+  EXPECT_EQ(Fields(TakeProvider(reader)), Fields(provider));
+  EXPECT_EQ(Fields(TakeSublayer(reader)), Fields(sublayer));
+  EXPECT_EQ(Fields(TakeConnection(reader)), Fields(connection));
+  EXPECT_EQ(TakeVerdictSummary(reader), verdict);
+  EXPECT_TRUE(reader.Finished());
+}
+
+// Counts of lists are checked against these: a greater one than the truth refuses good messages.
+TEST(Wire, SmallestSizesAreThoseOfEmptyRecords) {
+  Filter filter;
+  EXPECT_EQ(BytesOf(filter).size(), kSmallestFilter);
+  filter.conditions.resize(1);
+  EXPECT_EQ(BytesOf(filter).size(), kSmallestFilter + kSmallestCondition);
+  EXPECT_EQ(BytesOf(Connection{}).size(), kSmallestConnection);
+}
+
+TEST(Wire, TextsComeBackUnitForUnit) {
+  const std::wstring lone_surrogates = {wchar_t(0xDC00), L'x', wchar_t(0xD800)};
+  for (const std::wstring& text : {std::wstring(), std::wstring(L"a\0b", 3),
+                                   std::wstring(L"\u00FC\u20AC\U0001F600z"), lone_surrogates}) {
+    Bytes bytes;
+    WireWriter(bytes).Text(text);
+    WireReader reader(bytes.data(), bytes.size());
+    EXPECT_EQ(reader.Text(), text);
+    EXPECT_TRUE(reader.Finished());
+  }
+}
+
+TEST(Wire, AMessageCutAnywhereIsRefused) {
+  const Bytes filter = BytesOf(FilterWithEverything());
+  for (std::size_t size = 0; size < filter.size(); ++size) {
+    const Bytes cut(filter.begin(), filter.begin() + static_cast<std::ptrdiff_t>(size));
+    WireReader reader(cut.data(), cut.size());
+    (void)TakeFilter(reader);
+    EXPECT_FALSE(reader.ok()) << "cut to " << size;
+  }
+  const Bytes connection = BytesOf(ConnectionWithEverything());
+  for (std::size_t size = 0; size < connection.size(); ++size) {
+    const Bytes cut(connection.begin(), connection.begin() + static_cast<std::ptrdiff_t>(size));
+    WireReader reader(cut.data(), cut.size());
+    (void)TakeConnection(reader);
+    EXPECT_FALSE(reader.ok()) << "cut to " << size;
+  }
+}
+
+TEST(Wire, ReadingGoesOnGivingNothingAfterAFailure) {
+  const Bytes bytes = {1, 2, 3};
+  WireReader reader(bytes.data(), bytes.size());
+  EXPECT_EQ(reader.U32(), 0u);
+  EXPECT_EQ(reader.U8(), 0u);
+  EXPECT_EQ(reader.Key(), Guid{});
+  EXPECT_TRUE(reader.Text().empty());
+  EXPECT_FALSE(reader.ok());
+}
+
+TEST(Wire, CountsAreNotBelievedBeforeTheirBytesAreThere) {
+  const Bytes most = {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};
+  const auto refused = [&](const auto& take) {
+    WireReader reader(most.data(), most.size());
+    take(reader);
+    return !reader.ok();
+  };
+  EXPECT_TRUE(refused([](WireReader& reader) { (void)reader.Blob(); }));
+  EXPECT_TRUE(refused([](WireReader& reader) { (void)reader.Text(); }));
+  EXPECT_TRUE(refused([](WireReader& reader) { EXPECT_EQ(reader.Count(1), 0u); }));
+  // Just as many as can follow is allowed, one more is not.
+  for (const std::uint8_t count : {std::uint8_t{2}, std::uint8_t{3}}) {
+    const Bytes few = {count, 0, 0, 0, 9, 9, 9, 9};
+    WireReader reader(few.data(), few.size());
+    EXPECT_EQ(reader.Count(2), count == 2 ? 2u : 0u);
+    EXPECT_EQ(reader.ok(), count == 2);
+  }
+}
+
+// There is one form of each filter: what is read from any bytes is written as the same bytes again.
+void ExpectRefusedOrExact(const Bytes& bytes) {
+  WireReader reader(bytes.data(), bytes.size());
+  const Filter filter = TakeFilter(reader);
+  if (!reader.Finished()) return;
+  EXPECT_EQ(BytesOf(filter), bytes);
+}
+
+TEST(Wire, SpoiltBytesAreRefusedOrMeanWhatTheySay) {
+  const Bytes good = BytesOf(FilterWithEverything());
+  for (std::size_t at = 0; at < good.size(); ++at) {
+    for (const int spoilt : {0x00, 0x01, 0x02, 0x0C, 0x0D, 0x7F, 0x80, 0xD8, 0xDC, 0xFF}) {
+      Bytes bytes = good;
+      bytes[at] = static_cast<std::uint8_t>(spoilt);
+      ExpectRefusedOrExact(bytes);
+    }
+  }
+  constexpr unsigned kSeed = 48;
+  std::mt19937 random(kSeed);
+  for (int round = 0; round < 20000; ++round) {
+    Bytes bytes = good;
+    for (int i = 0; i < 4; ++i) {
+      bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
+    }
+    bytes.resize(random() % 2 == 0 ? bytes.size() : random() % bytes.size());
+    ExpectRefusedOrExact(bytes);
+  }
+}
+
+}  // namespace
+}  // namespace simulation

@@ -63,6 +63,8 @@ int WaitForAny(std::initializer_list<Event*> events, std::uint32_t timeout_ms) {
     taken = TakeSetEvent(events);
     return taken != kWaitTimedOut;
   };
+  // On a held clock no time passes in which the engine's thread could bring what it has to tell.
+  if (clock.held()) TheMachine().engine.WaitForNotifications();
   std::unique_lock lock(hub.mutex);
   if (timeout_ms == kWaitForever) {
     hub.changed.wait(lock, is_set);

@@ -43,6 +43,7 @@ make_template() {
       /t REG_SZ /d '' /f >/dev/null 2>&1
     wine_server -k || true
     wine_server -w
+    [ -f "$template.part/system.reg" ] || { echo "Wine made no machine" >&2; exit 1; }
     wine --version >"$template.part/made-by"
     mv "$template.part" "$template"
   ) 9>"$template.lock"

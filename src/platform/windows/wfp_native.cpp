@@ -179,9 +179,7 @@ Value SimpleValue(const Native& native) {
 bool ReadRangeEnd(const FWP_VALUE0& native, RangeEnd& end) {
   return std::visit(
       [&end](const auto& value) {
-        if constexpr (std::is_constructible_v<RangeEnd,
-                                              std::in_place_type_t<std::decay_t<decltype(value)>>,
-                                              decltype(value)>) {
+        if constexpr (std::is_assignable_v<RangeEnd&, decltype(value)>) {
           end = value;
           return true;
         } else {

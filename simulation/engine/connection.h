@@ -16,9 +16,9 @@ using kestrelon::Guid;
 // A connection as the engine sees it at one of its authorization layers.
 struct Connection {
   Guid layer = platform::kLayerConnectV4;  // direction and address family
-  platform::Bytes app_id;                  // lower-case device path, UTF-16 with its null
-  std::vector<platform::Sid> user_sids;    // of the process's token: user, groups, services
-  platform::Sid package_sid;               // empty: not an app package
+  platform::Bytes app_id{};                // lower-case device path, UTF-16 with its null
+  std::vector<platform::Sid> user_sids{};  // of the process's token: user, groups, services
+  platform::Sid package_sid{};             // empty: not an app package
   std::uint8_t protocol = 6;
   // The pair of the layer's family counts. Host order; the 16 bytes in network order.
   std::uint32_t local_v4 = 0;

@@ -1,0 +1,184 @@
+// Which filter decides: within a sublayer, across sublayers, at equal weight.
+#include "tests/engine/engine_world.h"
+
+namespace simulation {
+namespace {
+
+using platform::kActionBlock;
+using platform::kActionPermit;
+using platform::kSuccess;
+
+using Arbitration = EngineWorld;
+
+TEST_F(Arbitration, NoMatchingFilterLetsTheConnectionPass) {
+  const Verdict verdict = engine.Classify({});
+  EXPECT_TRUE(verdict.permit);
+  EXPECT_EQ(verdict.filter, nullptr);
+  EXPECT_TRUE(verdict.sublayers.empty());
+}
+
+TEST_F(Arbitration, LayersAreJudgedEachForItself) {
+  Filter filter = SomeFilter();
+  filter.layer = platform::kLayerRecvAcceptV6;
+  ASSERT_EQ(Add(filter), kSuccess);
+  for (const Guid& layer : {platform::kLayerConnectV4, platform::kLayerConnectV6,
+                            platform::kLayerRecvAcceptV4, platform::kLayerRecvAcceptV6}) {
+    EXPECT_EQ(Permits({.layer = layer}), layer != platform::kLayerRecvAcceptV6);
+  }
+}
+
+TEST_F(Arbitration, HigherWeightDecidesInASublayer) {
+  struct Case {
+    Value permit;
+    Value block;
+    bool permits;
+  };
+  const Case cases[] = {
+      {std::uint8_t{1}, std::uint8_t{0}, true},
+      {std::uint8_t{14}, std::uint8_t{15}, false},
+      {std::uint64_t{1} << 63, std::uint8_t{7}, true},
+      {std::uint64_t{0x7FFFFFFFFFFFFFFF}, std::uint8_t{8}, false},
+      {std::monostate{}, std::uint8_t{1}, false},
+  };
+  for (const Case& c : cases) {
+    for (const bool block_first : {false, true}) {
+      Filter permit = SomeFilter(kActionPermit, c.permit);
+      Filter block = SomeFilter(kActionBlock, c.block);
+      permit.key = Key(1);
+      block.key = Key(2);
+      ASSERT_EQ(Add(block_first ? block : permit), kSuccess);
+      ASSERT_EQ(Add(block_first ? permit : block), kSuccess);
+      const Verdict verdict = engine.Classify({});
+      EXPECT_EQ(verdict.permit, c.permits) << "case " << &c - cases;
+      ASSERT_NE(verdict.filter, nullptr);
+      EXPECT_EQ(verdict.filter->key, c.permits ? Key(1) : Key(2));
+      ASSERT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
+      ASSERT_EQ(engine.DeleteFilter(session, Key(2)), kSuccess);
+    }
+  }
+}
+
+// Automatic weights rank more conditions and single addresses higher.
+TEST_F(Arbitration, AutomaticWeightReflectsTheConditions) {
+  const Condition host{platform::kFieldRemoteAddress, platform::kMatchEqual, std::uint32_t{7}};
+  const Condition net{platform::kFieldRemoteAddress, platform::kMatchEqual,
+                      platform::Ipv4Mask{0, 0}};
+  const Condition port{platform::kFieldRemotePort, platform::kMatchEqual, std::uint16_t{443}};
+  const std::vector<Condition> rising[] = {{}, {port}, {net}, {net, port}, {host}, {host, port}};
+  const Connection connection{.remote_v4 = 7, .remote_port = 443};
+  for (std::size_t i = 0; i + 1 < std::size(rising); ++i) {
+    for (const Value& weight : {Value{}, Value{std::uint8_t{3}}}) {
+      Filter low = SomeFilter(kActionBlock, weight, rising[i]);
+      Filter high = SomeFilter(kActionPermit, weight, rising[i + 1]);
+      low.key = Key(1);
+      high.key = Key(2);
+      ASSERT_EQ(Add(low), kSuccess);
+      ASSERT_EQ(Add(high), kSuccess);
+      EXPECT_TRUE(Permits(connection)) << "step " << i;
+      ASSERT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
+      ASSERT_EQ(engine.DeleteFilter(session, Key(2)), kSuccess);
+    }
+  }
+  EXPECT_EQ(engine.TiedConflicts(), 0u);
+}
+
+TEST_F(Arbitration, SublayersOverruleEachOtherByActionRight) {
+  enum class Says { kNothing, kPermit, kHardPermit, kBlock, kHardBlock };
+  struct Case {
+    Says high;
+    Says low;
+    bool permits;
+    bool high_decides;
+  };
+  const Case cases[] = {
+      {Says::kPermit, Says::kNothing, true, true},
+      {Says::kPermit, Says::kPermit, true, true},
+      {Says::kPermit, Says::kBlock, false, false},
+      {Says::kHardPermit, Says::kBlock, true, true},
+      {Says::kHardPermit, Says::kHardBlock, true, true},
+      {Says::kBlock, Says::kPermit, false, true},
+      {Says::kBlock, Says::kHardPermit, false, true},
+      {Says::kHardBlock, Says::kHardPermit, false, true},
+      {Says::kNothing, Says::kHardPermit, true, false},
+      {Says::kNothing, Says::kBlock, false, false},
+  };
+  const Guid high = AddSublayer(11, 200);
+  const Guid low = AddSublayer(12, 50);
+  const auto say = [&](const Guid& sublayer, Says says) {
+    if (says == Says::kNothing) return;
+    const bool permits = says == Says::kPermit || says == Says::kHardPermit;
+    Filter filter = SomeFilter(permits ? kActionPermit : kActionBlock);
+    filter.key = filter.sublayer = sublayer;
+    if (says == Says::kHardPermit || says == Says::kHardBlock) {
+      filter.flags = platform::kFilterClearActionRight;
+    }
+    ASSERT_EQ(Add(filter), kSuccess);
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    say(high, c.high);
+    say(low, c.low);
+    const Verdict verdict = engine.Classify({});
+    EXPECT_EQ(verdict.permit, c.permits);
+    EXPECT_EQ(verdict.filter->key, c.high_decides ? high : low);
+    EXPECT_EQ(verdict.sublayers.size(),
+              c.high == Says::kNothing || c.low == Says::kNothing ? 1 : 2);
+    for (const auto& filter : engine.Filters()) {
+      ASSERT_EQ(engine.DeleteFilter(session, filter->key), kSuccess);
+    }
+  }
+}
+
+// A soft permit above and a hard one in the middle leave nothing to the lowest sublayer.
+TEST_F(Arbitration, HardPermitAfterSoftOneIsFinal) {
+  for (std::uint8_t number = 11; number <= 13; ++number) {
+    Filter filter = SomeFilter(number == 13 ? kActionBlock : kActionPermit);
+    filter.sublayer = AddSublayer(number, static_cast<std::uint16_t>(500 - number));
+    if (number == 12) filter.flags = platform::kFilterClearActionRight;
+    ASSERT_EQ(Add(filter), kSuccess);
+  }
+  EXPECT_TRUE(Permits());
+}
+
+TEST_F(Arbitration, TieOfAPermitAndABlockIsFoundAndBlocks) {
+  const Condition port{platform::kFieldRemotePort, platform::kMatchEqual, std::uint16_t{443}};
+  ASSERT_EQ(Add(SomeFilter(kActionPermit)), kSuccess);
+  ASSERT_EQ(Add(SomeFilter(kActionPermit)), kSuccess);
+  EXPECT_FALSE(engine.Classify({}).tied_conflict) << "they agree";
+  ASSERT_EQ(Add(SomeFilter(kActionBlock, std::uint8_t{8}, {port})), kSuccess);
+  EXPECT_FALSE(engine.Classify({.remote_port = 443}).tied_conflict) << "one is narrower";
+  ASSERT_EQ(Add(SomeFilter(kActionPermit, std::uint8_t{8}, {port})), kSuccess);
+  const Verdict verdict = engine.Classify({.remote_port = 443});
+  EXPECT_TRUE(verdict.tied_conflict);
+  EXPECT_FALSE(verdict.permit);
+  EXPECT_FALSE(engine.Classify({.remote_port = 80}).tied_conflict) << "the tie doesn't match";
+  EXPECT_EQ(engine.TiedConflicts(), 1u);
+}
+
+TEST_F(Arbitration, TakenSublayerWeightGoesToTheNearestFreeOne) {
+  for (std::uint8_t number = 11; number <= 13; ++number) AddSublayer(number, UINT16_MAX);
+  platform::Sublayer third;
+  ASSERT_EQ(engine.GetSublayer(session, Key(13), third), kSuccess);
+  EXPECT_EQ(third.weight, UINT16_MAX - 2);
+}
+
+TEST_F(Arbitration, EventsNameTheDecidingFilterAndTheLayer) {
+  std::uint64_t id = 0;
+  ASSERT_EQ(engine.AddFilter(session, SomeFilter(), {}, id), kSuccess);
+  EXPECT_FALSE(Permits({.remote_port = 5}));
+  EXPECT_TRUE(Permits({.layer = platform::kLayerRecvAcceptV6}));
+  const std::vector<NetEvent> events = engine.NetEvents();
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_EQ(events[0].type, NetEventType::kDrop);
+  EXPECT_EQ(events[0].filter_id, id);
+  EXPECT_EQ(events[0].layer_id, 48);
+  EXPECT_EQ(events[0].connection.remote_port, 5);
+  EXPECT_EQ(events[1].type, NetEventType::kAllow);
+  EXPECT_EQ(events[1].filter_id, 0u);
+  EXPECT_EQ(events[1].layer_id, 46);
+  for (int i = 0; i < 1000; ++i) Permits();
+  EXPECT_EQ(engine.NetEvents().size(), 128u);
+}
+
+}  // namespace
+}  // namespace simulation

@@ -1,0 +1,188 @@
+// What conditions match: each kind of operand, each match type, and their combination.
+#include "tests/engine/engine_world.h"
+
+namespace simulation {
+namespace {
+
+using namespace kestrelon::platform;
+using simulation::Bytes;
+using simulation::Sid;
+
+class Conditions : public EngineWorld {
+ protected:
+  // Whether a filter with these conditions matches; it alone is there.
+  bool Match(std::vector<Condition> conditions, const Connection& connection,
+             std::uint32_t action = kActionBlock) {
+    Filter filter = SomeFilter(action, std::uint8_t{1}, std::move(conditions));
+    filter.key = Key(1);
+    filter.layer = connection.layer;
+    EXPECT_EQ(Add(filter), kSuccess);
+    const bool matched = engine.Classify(connection).filter != nullptr;
+    EXPECT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
+    return matched;
+  }
+};
+
+TEST_F(Conditions, NumbersCompareByEachMatchType) {
+  struct Case {
+    std::uint32_t match;
+    bool below, equal, above;
+  };
+  const Case cases[] = {
+      {kMatchEqual, false, true, false},   {kMatchNotEqual, true, false, true},
+      {kMatchGreater, false, false, true}, {kMatchGreaterOrEqual, false, true, true},
+      {kMatchLess, true, false, false},    {kMatchLessOrEqual, true, true, false},
+  };
+  for (const Case& c : cases) {
+    const Condition port{kFieldRemotePort, c.match, std::uint16_t{100}};
+    EXPECT_EQ(Match({port}, {.remote_port = 99}), c.below) << c.match;
+    EXPECT_EQ(Match({port}, {.remote_port = 100}), c.equal) << c.match;
+    EXPECT_EQ(Match({port}, {.remote_port = 101}), c.above) << c.match;
+    // At the ends of all numbers too.
+    const Condition highest{kFieldRemoteAddress, c.match, std::uint32_t{0xFFFFFFFF}};
+    EXPECT_EQ(Match({highest}, {.remote_v4 = 0xFFFFFFFF}), c.equal) << c.match;
+    const Condition lowest{kFieldLocalPort, c.match, std::uint16_t{0}};
+    EXPECT_EQ(Match({lowest}, {.local_port = 0}), c.equal) << c.match;
+  }
+}
+
+TEST_F(Conditions, RangesAndMasksIncludeTheirEnds) {
+  struct Case {
+    Condition condition;
+    std::uint32_t first, last;
+  };
+  const ValueRange range{std::uint32_t{0x0A000005}, std::uint32_t{0x0A000009}};
+  const Case cases[] = {
+      {{kFieldRemoteAddress, kMatchRange, range}, 0x0A000005, 0x0A000009},
+      {{kFieldRemoteAddress, kMatchEqual, Ipv4Mask{0xAC100000, 0xFFF00000}},
+       0xAC100000,
+       0xAC1FFFFF},
+      {{kFieldRemoteAddress, kMatchEqual, Ipv4Mask{0x0A0B0C0D, 0xFFFFFFFF}},
+       0x0A0B0C0D,
+       0x0A0B0C0D},
+  };
+  for (const Case& c : cases) {
+    EXPECT_FALSE(Match({c.condition}, {.remote_v4 = c.first - 1})) << c.first;
+    EXPECT_TRUE(Match({c.condition}, {.remote_v4 = c.first})) << c.first;
+    EXPECT_TRUE(Match({c.condition}, {.remote_v4 = c.last})) << c.first;
+    EXPECT_FALSE(Match({c.condition}, {.remote_v4 = c.last + 1})) << c.first;
+  }
+  const Condition all{kFieldRemoteAddress, kMatchEqual, Ipv4Mask{0x0A000000, 0}};
+  EXPECT_TRUE(Match({all}, {.remote_v4 = 0xFFFFFFFF}));
+}
+
+TEST_F(Conditions, Ipv6PrefixesCutAtEachLength) {
+  ByteArray16 address;
+  address.fill(0x55);
+  for (const std::uint8_t prefix :
+       std::initializer_list<std::uint8_t>{0, 1, 7, 8, 63, 64, 65, 127, 128}) {
+    const Condition condition{kFieldRemoteAddress, kMatchEqual, Ipv6Mask{address, prefix}};
+    for (std::size_t bit = 0; bit < 128; ++bit) {
+      ByteArray16 other = address;
+      other[bit / 8] = static_cast<std::uint8_t>(other[bit / 8] ^ (0x80 >> (bit % 8)));
+      EXPECT_EQ(Match({condition}, {.layer = kLayerConnectV6, .remote_v6 = other}), bit >= prefix)
+          << "prefix " << int{prefix} << ", bit " << bit;
+    }
+  }
+  ByteArray16 last = address;
+  last[15] = 0x60;
+  const Condition range{kFieldLocalAddress, kMatchRange, ValueRange{address, last}};
+  EXPECT_TRUE(Match({range}, {.layer = kLayerRecvAcceptV6, .local_v6 = last}));
+  last[0] = 0x56;
+  EXPECT_FALSE(Match({range}, {.layer = kLayerRecvAcceptV6, .local_v6 = last}));
+}
+
+TEST_F(Conditions, FlagsMatchBitByBit) {
+  struct Case {
+    std::uint32_t match, actual;
+    bool matches;
+  };
+  const Case cases[] = {
+      {kMatchFlagsAllSet, 0x7, true},  {kMatchFlagsAllSet, 0x1, false},
+      {kMatchFlagsAnySet, 0x1, true},  {kMatchFlagsAnySet, 0x4, false},
+      {kMatchFlagsNoneSet, 0x4, true}, {kMatchFlagsNoneSet, 0x6, false},
+      {kMatchEqual, 0x3, true},        {kMatchEqual, 0x7, false},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Match({{kFieldFlags, c.match, std::uint32_t{3}}}, {.flags = c.actual}), c.matches)
+        << c.match << " with " << c.actual;
+  }
+}
+
+TEST_F(Conditions, ProgramIsComparedToTheLastByte) {
+  const Bytes program = AppId(L"\\device\\harddiskvolume3\\a.exe");
+  const Condition same{kFieldAppId, kMatchEqual, ByteBlob{program}};
+  const Condition other{kFieldAppId, kMatchNotEqual, ByteBlob{program}};
+  EXPECT_TRUE(Match({same}, {.app_id = program}));
+  EXPECT_FALSE(Match({other}, {.app_id = program}));
+  for (const wchar_t* path :
+       {L"\\device\\harddiskvolume3\\a.ex", L"\\device\\harddiskvolume3\\A.exe",
+        L"\\device\\harddiskvolume3\\a.exe2"}) {
+    EXPECT_FALSE(Match({same}, {.app_id = AppId(path)})) << path;
+    EXPECT_TRUE(Match({other}, {.app_id = AppId(path)})) << path;
+  }
+  // Without a program there is nothing to compare; only the empty value matches that.
+  EXPECT_FALSE(Match({same}, {}));
+  EXPECT_FALSE(Match({other}, {}));
+  EXPECT_TRUE(Match({{kFieldAppId, kMatchEqual, std::monostate{}}}, {}));
+  EXPECT_FALSE(Match({{kFieldAppId, kMatchEqual, std::monostate{}}}, {.app_id = program}));
+}
+
+TEST_F(Conditions, ConnectionOutsideOfPackagesHasNobodysSid) {
+  const Sid package = MakeSid(15, {2, 1, 2, 3});
+  const Condition is_package{kFieldPackageId, kMatchEqual, SidValue{package}};
+  const Condition is_packaged{kFieldPackageId, kMatchNotEqual, SidValue{NobodySid()}};
+  EXPECT_TRUE(Match({is_package}, {.package_sid = package}));
+  EXPECT_FALSE(Match({is_package}, {}));
+  EXPECT_TRUE(Match({is_packaged}, {.package_sid = package}));
+  EXPECT_FALSE(Match({is_packaged}, {}));
+}
+
+// A user condition is an access check for the right to match, with entries in their order.
+TEST_F(Conditions, UserIsAnAccessCheck) {
+  const Sid alice = MakeSid(5, {21, 1, 2, 3, 1001});
+  const Sid service = MakeSid(5, {80, 1, 2, 3, 4, 5});
+  struct Case {
+    std::vector<AccessEntry> entries;
+    std::vector<Sid> token;
+    bool matches;
+  };
+  const Case cases[] = {
+      {{{true, 0x1, alice}}, {alice, EveryoneSid()}, true},
+      {{{true, 0x1, alice}}, {service}, false},
+      {{{true, 0x1, alice}}, {}, false},
+      {{{true, 0x2, alice}}, {alice}, false},
+      {{{true, 0x3, EveryoneSid()}}, {alice, EveryoneSid()}, true},
+      {{{false, 0x1, service}, {true, 0x1, alice}}, {alice, service}, false},
+      {{{true, 0x1, alice}, {false, 0x1, service}}, {alice, service}, true},
+      {{{false, 0x2, alice}, {true, 0x1, alice}}, {alice}, true},
+      {{}, {alice}, false},
+  };
+  for (const Case& c : cases) {
+    const Condition condition{kFieldUserId, kMatchEqual, UserCondition(c.entries)};
+    EXPECT_EQ(Match({condition}, {.user_sids = c.token}), c.matches) << "case " << &c - cases;
+  }
+}
+
+TEST_F(Conditions, FieldsAreAllRequiredAndValuesOfOneAreAlternatives) {
+  const Condition tcp{kFieldProtocol, kMatchEqual, std::uint8_t{6}};
+  const Condition web{kFieldRemotePort, kMatchEqual, std::uint16_t{80}};
+  const Condition tls{kFieldRemotePort, kMatchEqual, std::uint16_t{443}};
+  EXPECT_TRUE(Match({tcp, web, tls}, {.protocol = 6, .remote_port = 443}));
+  EXPECT_TRUE(Match({web, tls, tcp}, {.protocol = 6, .remote_port = 80}));
+  EXPECT_FALSE(Match({tcp, web, tls}, {.protocol = 6, .remote_port = 81}));
+  EXPECT_FALSE(Match({tcp, web, tls}, {.protocol = 17, .remote_port = 80}));
+  // Apart from each other they count in the way that blocks more.
+  EXPECT_TRUE(Match({web, tcp, tls}, {.protocol = 6, .remote_port = 80}, kActionBlock));
+  EXPECT_FALSE(Match({web, tcp, tls}, {.protocol = 6, .remote_port = 80}, kActionPermit));
+}
+
+// The fields of ICMP are those of the ports.
+TEST_F(Conditions, IcmpTypeAndCodeStandInThePorts) {
+  const Condition echo{kFieldLocalPort, kMatchEqual, std::uint16_t{8}};
+  EXPECT_TRUE(Match({echo}, {.protocol = 1, .local_port = 8, .remote_port = 0}));
+  EXPECT_FALSE(Match({echo}, {.protocol = 1, .local_port = 13, .remote_port = 8}));
+}
+
+}  // namespace
+}  // namespace simulation

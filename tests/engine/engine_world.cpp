@@ -1,0 +1,109 @@
+#include "tests/engine/engine_world.h"
+
+#include "base/text.h"
+
+namespace simulation {
+namespace {
+
+void PutNumber(Bytes& bytes, std::size_t value, int size) {
+  for (int i = 0; i < size; ++i) bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+}
+
+}  // namespace
+
+Guid Key(std::uint8_t number) {
+  Guid key;
+  key.data1 = 0x1000;
+  key.data4[7] = number;
+  return key;
+}
+
+Bytes DescriptorOf(const std::vector<AccessEntry>& entries, bool is_protected) {
+  Bytes list;
+  for (const AccessEntry& entry : entries) {
+    list.push_back(entry.allow ? 0 : 1);
+    list.push_back(0);
+    PutNumber(list, 8 + entry.sid.size(), 2);
+    PutNumber(list, entry.mask, 4);
+    list.insert(list.end(), entry.sid.begin(), entry.sid.end());
+  }
+  constexpr std::size_t kHeader = 20;
+  Bytes bytes = {1, 0};
+  PutNumber(bytes, is_protected ? 0x9004 : 0x8004, 2);
+  PutNumber(bytes, 0, 12);
+  PutNumber(bytes, kHeader, 4);
+  bytes.push_back(2);
+  bytes.push_back(0);
+  PutNumber(bytes, 8 + list.size(), 2);
+  PutNumber(bytes, entries.size(), 4);
+  bytes.insert(bytes.end(), list.begin(), list.end());
+  return bytes;
+}
+
+Value UserCondition(const std::vector<AccessEntry>& entries) {
+  return platform::DescriptorValue{DescriptorOf(entries)};
+}
+
+Bytes AppId(const std::wstring& path) {
+  return kestrelon::Utf16BytesWithNull(path);
+}
+
+EngineWorld::EngineWorld() : session(Open(LocalSystemCaller())) {
+  platform::Provider provider;
+  provider.key = kProvider;
+  provider.name = L"Provider";
+  provider.flags = platform::kProviderPersistent;
+  EXPECT_EQ(engine.AddProvider(session, provider, {}), platform::kSuccess);
+  platform::Sublayer sublayer;
+  sublayer.key = kSublayer;
+  sublayer.name = L"Sublayer";
+  sublayer.flags = platform::kSublayerPersistent;
+  sublayer.provider = kProvider;
+  sublayer.weight = 100;
+  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), platform::kSuccess);
+}
+
+SessionId EngineWorld::Open(const Caller& caller, std::uint32_t flags, std::uint32_t wait_ms) {
+  SessionId opened = 0;
+  const platform::SessionOptions options{
+      .name = L"Test", .flags = flags, .transaction_wait_ms = wait_ms};
+  EXPECT_EQ(engine.OpenSession(options, caller, opened), platform::kSuccess);
+  return opened;
+}
+
+Filter EngineWorld::SomeFilter(std::uint32_t action, Value weight,
+                               std::vector<Condition> conditions) const {
+  Filter filter;
+  filter.name = L"Filter";
+  filter.provider = kProvider;
+  filter.layer = platform::kLayerConnectV4;
+  filter.sublayer = kSublayer;
+  filter.weight = std::move(weight);
+  filter.conditions = std::move(conditions);
+  filter.action = action;
+  return filter;
+}
+
+Code EngineWorld::AddAs(SessionId as, const Filter& filter, const Bytes& descriptor) {
+  std::uint64_t id = 0;
+  return engine.AddFilter(as, filter, descriptor, id);
+}
+
+Guid EngineWorld::AddSublayer(std::uint8_t key, std::uint16_t weight) {
+  platform::Sublayer sublayer;
+  sublayer.key = Key(key);
+  sublayer.name = L"Another";
+  sublayer.provider = kProvider;
+  sublayer.weight = weight;
+  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), platform::kSuccess);
+  return sublayer.key;
+}
+
+bool EngineWorld::Has(const Guid& key) {
+  for (const auto& filter : engine.Filters()) {
+    if (filter->key == key) return true;
+  }
+  return false;
+}
+
+}  // namespace simulation

@@ -1,0 +1,173 @@
+// What the engine refuses, and with which code.
+#include "tests/engine/engine_world.h"
+
+namespace simulation {
+namespace {
+
+using namespace kestrelon::platform;
+
+using Validation = EngineWorld;
+
+TEST_F(Validation, FilterIsRefusedByTheCodeOfItsMistake) {
+  struct Case {
+    const char* what;
+    Code code;
+    void (*spoil)(Filter&);
+  };
+  const Case cases[] = {
+      {"no name", kNullDisplayName, [](Filter& f) { f.name.clear(); }},
+      {"both lifetimes", kInvalidFlags, [](Filter& f) { f.flags = 0x3; }},
+      {"disabled", kInvalidFlags, [](Filter& f) { f.flags = kFilterDisabled; }},
+      {"reserved flag", kInvalidFlags, [](Filter& f) { f.flags = 0x1000; }},
+      {"callout's flag", kInvalidFlags, [](Filter& f) { f.flags = 0x10; }},
+      {"context", kProviderContextNotFound, [](Filter& f) { f.flags = kFilterHasProviderContext; }},
+      {"layer", kLayerNotFound, [](Filter& f) { f.layer = Key(9); }},
+      {"sublayer", kSublayerNotFound, [](Filter& f) { f.sublayer = Key(9); }},
+      {"provider", kProviderNotFound, [](Filter& f) { f.provider = Key(9); }},
+      {"range of weight", kInvalidWeight, [](Filter& f) { f.weight = std::uint8_t{16}; }},
+      {"type of weight", kInvalidWeight, [](Filter& f) { f.weight = std::uint16_t{1}; }},
+      {"no such action", kInvalidActionType, [](Filter& f) { f.action = 0x2006; }},
+      {"no such callout", kCalloutNotFound, [](Filter& f) { f.action = 0x5003; }},
+  };
+  for (const Case& c : cases) {
+    Filter filter = SomeFilter();
+    c.spoil(filter);
+    std::uint64_t id = 7;
+    EXPECT_EQ(engine.AddFilter(session, filter, {}, id), c.code) << c.what;
+    EXPECT_EQ(id, 7u) << c.what;
+  }
+  EXPECT_EQ(AddAs(session, SomeFilter(), {1, 2, 3}), kInvalidSecurityDescriptor);
+  EXPECT_TRUE(engine.Filters().empty());
+}
+
+TEST_F(Validation, ConditionIsRefusedByTheCodeOfItsMistake) {
+  const Guid unknown = Key(9);
+  const Guid destination_type = kestrelon::MakeGuid("1ec1b7c9-4eea-4f5e-b9ef-76beaaaf17ee");
+  const ByteArray16 v6{};
+  struct Case {
+    Code code;
+    Condition condition;
+    Guid layer = kLayerConnectV4;
+  };
+  const Case cases[] = {
+      {kConditionNotFound, {unknown, kMatchEqual, std::uint8_t{1}}},
+      {kConditionNotFound, {destination_type, kMatchEqual, std::uint8_t{1}}, kLayerRecvAcceptV4},
+      {kSuccess, {destination_type, kMatchEqual, std::uint8_t{1}}},
+      {kInvalidEnumerator, {kFieldProtocol, 13, std::uint8_t{1}}},
+      // No type is widened to another.
+      {kTypeMismatch, {kFieldProtocol, kMatchEqual, std::uint16_t{6}}},
+      {kTypeMismatch, {kFieldRemotePort, kMatchEqual, std::uint8_t{6}}},
+      {kTypeMismatch, {kFieldRemotePort, kMatchEqual, std::uint32_t{6}}},
+      {kTypeMismatch, {kFieldFlags, kMatchFlagsAllSet, std::uint16_t{1}}},
+      {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, v6}},
+      {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, Ipv6Mask{}}},
+      {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, std::uint32_t{1}}, kLayerConnectV6},
+      {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, Ipv4Mask{}}, kLayerRecvAcceptV6},
+      {kTypeMismatch, {kFieldAppId, kMatchEqual, SidValue{EveryoneSid()}}},
+      {kTypeMismatch, {kFieldUserId, kMatchEqual, SidValue{EveryoneSid()}}},
+      {kTypeMismatch, {kFieldPackageId, kMatchEqual, ByteBlob{{1}}}},
+      {kTypeMismatch, {kFieldProtocol, kMatchEqual, OtherValue{17}}},
+      {kTypeMismatch,
+       {kFieldRemotePort, kMatchRange, ValueRange{std::uint32_t{1}, std::uint32_t{2}}}},
+      {kMatchTypeMismatch, {kFieldProtocol, kMatchRange, std::uint8_t{1}}},
+      {kMatchTypeMismatch, {kFieldProtocol, kMatchEqualIgnoringCase, std::uint8_t{1}}},
+      {kMatchTypeMismatch, {kFieldRemoteAddress, kMatchGreater, Ipv4Mask{}}},
+      {kMatchTypeMismatch, {kFieldPackageId, kMatchFlagsAllSet, SidValue{EveryoneSid()}}},
+      {kMatchTypeMismatch, {kFieldUserId, kMatchNotEqual, UserCondition({})}},
+      {kMatchTypeMismatch, {kFieldRemoteAddress, kMatchFlagsAnySet, v6}, kLayerConnectV6},
+      {kMatchTypeMismatch,
+       {kFieldRemotePort, kMatchEqual, ValueRange{std::uint16_t{1}, std::uint16_t{2}}}},
+      {kInvalidRange,
+       {kFieldRemotePort, kMatchRange, ValueRange{std::uint16_t{2}, std::uint16_t{1}}}},
+      {kInvalidRange,
+       {kFieldRemotePort, kMatchRange, ValueRange{std::uint16_t{1}, std::uint32_t{2}}}},
+      {kSuccess, {kFieldRemotePort, kMatchRange, ValueRange{std::uint16_t{2}, std::uint16_t{2}}}},
+      {kInvalidNetMask, {kFieldRemoteAddress, kMatchEqual, Ipv4Mask{0, 0xFF00FF00}}},
+      {kInvalidNetMask, {kFieldRemoteAddress, kMatchEqual, Ipv6Mask{v6, 129}}, kLayerConnectV6},
+      {kNullPointer, {kFieldPackageId, kMatchEqual, SidValue{}}},
+      {kNullPointer, {kFieldUserId, kMatchEqual, DescriptorValue{}}},
+      {0x80320022, {kFieldAppId, kMatchEqual, ByteBlob{}}},
+      {0x80320035, {kFieldPackageId, kMatchEqual, SidValue{{1, 2, 0, 0, 0, 0, 0, 5}}}},
+      {kInvalidSecurityDescriptor, {kFieldUserId, kMatchEqual, DescriptorValue{{1, 0, 4}}}},
+  };
+  for (const Case& c : cases) {
+    Filter filter = SomeFilter(kActionBlock, {}, {c.condition});
+    filter.layer = c.layer;
+    EXPECT_EQ(Add(filter), c.code) << "case " << &c - cases;
+  }
+}
+
+// Bytes cut or changed anywhere are refused or read, but never beyond their end.
+TEST_F(Validation, DamagedDescriptorIsNeverReadBeyondItsEnd) {
+  const Bytes whole = DescriptorOf({{true, 1, EveryoneSid()}, {false, 2, LocalSystemSid()}});
+  ObjectSecurity security;
+  EXPECT_TRUE(ParseDescriptor(whole, security));
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+    EXPECT_FALSE(ParseDescriptor(cut, security)) << size;
+  }
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (const std::uint8_t value : std::initializer_list<std::uint8_t>{0x00, 0x01, 0x7F, 0xFF}) {
+      Bytes changed = whole;
+      changed[at] = value;
+      if (ParseDescriptor(changed, security) && security.dacl) {
+        EXPECT_LE(security.dacl->size(), 2u) << at;
+      }
+    }
+  }
+}
+
+TEST_F(Validation, ProviderAndSublayerAreRefusedByTheCodeOfTheirMistake) {
+  Provider provider;
+  provider.key = kProvider;
+  EXPECT_EQ(engine.AddProvider(session, provider, {}), kNullDisplayName);
+  provider.name = L"Again";
+  EXPECT_EQ(engine.AddProvider(session, provider, {}), kObjectExists);
+  provider.flags = 0x10;
+  EXPECT_EQ(engine.AddProvider(session, provider, {}), kInvalidFlags);
+  Sublayer sublayer;
+  sublayer.key = kUniversalSublayer;
+  sublayer.name = L"Again";
+  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), kObjectExists);
+  sublayer.key = Key(1);
+  sublayer.provider = Key(9);
+  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), kProviderNotFound);
+  sublayer.flags = 2;
+  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), kInvalidFlags);
+}
+
+TEST_F(Validation, KeysAreTakenOnceAndMadeWhereMissing) {
+  Filter filter = SomeFilter();
+  filter.key = Key(1);
+  ASSERT_EQ(Add(filter), kSuccess);
+  EXPECT_EQ(Add(filter), kObjectExists);
+  filter.key = Guid{};
+  ASSERT_EQ(Add(filter), kSuccess);
+  ASSERT_EQ(Add(filter), kSuccess);
+  EXPECT_EQ(engine.Filters().size(), 3u);
+  filter.sublayer = Guid{};
+  filter.key = Key(2);
+  ASSERT_EQ(Add(filter), kSuccess);
+  Filter read;
+  ASSERT_EQ(engine.GetFilter(session, Key(2), read), kSuccess);
+  EXPECT_EQ(read.sublayer, kUniversalSublayer);
+}
+
+TEST_F(Validation, DeletionIsRefusedWhileReferredTo) {
+  Filter filter = SomeFilter();
+  filter.key = Key(1);
+  ASSERT_EQ(Add(filter), kSuccess);
+  EXPECT_EQ(engine.DeleteProvider(session, kProvider), kInUse);
+  EXPECT_EQ(engine.DeleteSublayer(session, kSublayer), kInUse);
+  EXPECT_EQ(engine.DeleteFilter(session, Key(2)), kFilterNotFound);
+  EXPECT_EQ(engine.DeleteSublayer(session, Key(2)), kSublayerNotFound);
+  EXPECT_EQ(engine.DeleteProvider(session, Key(2)), kProviderNotFound);
+  EXPECT_EQ(engine.DeleteSublayer(session, kUniversalSublayer), kBuiltinObject);
+  ASSERT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
+  EXPECT_EQ(engine.DeleteProvider(session, kProvider), kInUse) << "the sublayer names it";
+  ASSERT_EQ(engine.DeleteSublayer(session, kSublayer), kSuccess);
+  EXPECT_EQ(engine.DeleteProvider(session, kProvider), kSuccess);
+}
+
+}  // namespace
+}  // namespace simulation

@@ -8,13 +8,14 @@ namespace {
 
 using kestrelon::platform::kSuccess;
 
+constexpr wchar_t kOnlyOne[] = L"Global\\WfpBench";
 constexpr DWORD kPipeBufferBytes = 256u << 10;
 
 }  // namespace
 
-Code BfeServer::NewInstance(DWORD flags) {
+Code BfeServer::NewInstance() {
   next_ = CreateNamedPipeW(
-      kBenchPipe, PIPE_ACCESS_DUPLEX | flags, PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT,
+      kBenchPipe, PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT,
       PIPE_UNLIMITED_INSTANCES, kPipeBufferBytes, kPipeBufferBytes, 0, nullptr);
   return next_ == INVALID_HANDLE_VALUE ? GetLastError() : kSuccess;
 }
@@ -28,7 +29,7 @@ Code BfeServer::Serve() {
     const bool connected =
         ConnectNamedPipe(next_, nullptr) != 0 || GetLastError() == ERROR_PIPE_CONNECTED;
     PipeChannel channel(next_);
-    if (const Code code = NewInstance(0)) return code;
+    if (const Code code = NewInstance()) return code;
     // A program that was gone before it was served leaves nothing to do.
     if (!connected) continue;
     std::thread([bfe = bfe_, pipe = std::move(channel)]() mutable {

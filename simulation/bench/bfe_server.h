@@ -12,7 +12,7 @@ class BfeServer {
   explicit BfeServer(Bfe bfe) : bfe_(bfe) {}
 
   // Makes the pipe. From here on programs can connect, and wait until Serve runs. The system's
-  // code; access is denied (5) if another BFE has the pipe.
+  // code; 183 if another BFE runs.
   [[nodiscard]] Code Listen();
 
   // Accepts for as long as the process lives: a connection's thread ends with its other end, and
@@ -20,7 +20,7 @@ class BfeServer {
   Code Serve();
 
  private:
-  Code NewInstance(DWORD flags);
+  Code NewInstance();
 
   Bfe bfe_;
   HANDLE next_ = INVALID_HANDLE_VALUE;  // the instance that the next program will be connected to

@@ -1,0 +1,126 @@
+#include "config/config_file.h"
+
+#include <gtest/gtest.h>
+
+#include "config/atomic_write.h"
+#include "platform/files.h"
+#include "tests/config/store_world.h"
+
+namespace kestrelon::test {
+namespace {
+
+using simulation::CutMode;
+using simulation::TheMachine;
+
+std::wstring LoadError(StoreWorld& world, const std::string& bytes) {
+  world.files().Write(kConfigFile, bytes);
+  Config config = MarkedConfig(L"before");
+  std::wstring error;
+  EXPECT_FALSE(LoadConfigFile(kConfigFile, config, error));
+  EXPECT_EQ(config, MarkedConfig(L"before"));
+  return error;
+}
+
+TEST(ConfigFile, ReadsBackWhatItSavedByteForByte) {
+  StoreWorld world;
+  std::wstring error;
+  ASSERT_TRUE(SaveConfigFile(kConfigFile, MarkedConfig(L"C:\\\x00E9\"\\x.exe"), error)) << error;
+  const std::string first = *world.files().Read(kConfigFile);
+  ASSERT_TRUE(SaveConfigFile(kConfigFile, world.Loaded(kConfigFile), error)) << error;
+  EXPECT_EQ(*world.files().Read(kConfigFile), first);
+  EXPECT_FALSE(world.files().Exists(kConfigFile + L".tmp"));
+}
+
+TEST(ConfigFile, AcceptsOneByteOrderMark) {
+  StoreWorld world;
+  world.files().Write(kConfigFile, "\xEF\xBB\xBF{}");
+  EXPECT_EQ(world.Loaded(kConfigFile), Config{});
+  EXPECT_EQ(LoadError(world, "\xEF\xBB\xBF\xEF\xBB\xBF{}"),
+            L"invalid JSON in C:\\ProgramData\\Kestrelon\\config.json: unexpected character");
+}
+
+TEST(ConfigFile, TellsWhyItCannotLoad) {
+  StoreWorld world;
+  EXPECT_EQ(LoadError(world, ""),
+            L"invalid JSON in C:\\ProgramData\\Kestrelon\\config.json: unexpected end of input");
+  EXPECT_EQ(LoadError(world, "{\"enabled\":1}"), L"'enabled' must be true or false");
+  world.machine().faults.FailOnce("OpenFile", platform::kSharingViolation);
+  EXPECT_TRUE(
+      LoadError(world, "{}")
+          .starts_with(L"cannot read C:\\ProgramData\\Kestrelon\\config.json: 0x00000020 - "));
+}
+
+TEST(ConfigFile, SizeLimitIsExclusive) {
+  StoreWorld world;
+  std::string text(0x4000000 - 1, ' ');
+  text[0] = '{';
+  text[1] = '}';
+  world.files().Write(kConfigFile, text);
+  EXPECT_EQ(world.Loaded(kConfigFile), Config{});
+  EXPECT_TRUE(LoadError(world, text + " ")
+                  .starts_with(L"cannot read C:\\ProgramData\\Kestrelon\\config.json: 0x00000000"));
+}
+
+TEST(AtomicWrite, EmptyTextMakesAnEmptyFileAndAStrayTemporaryIsNoHindrance) {
+  StoreWorld world;
+  world.files().Write(kConfigFile + L".tmp", "left behind by a crash");
+  std::wstring error;
+  ASSERT_TRUE(AtomicWriteText(kConfigFile, "", error)) << error;
+  EXPECT_EQ(world.files().Read(kConfigFile), "");
+  EXPECT_FALSE(world.files().Exists(kConfigFile + L".tmp"));
+}
+
+TEST(AtomicWrite, FailureTellsTheStepAndChangesNothing) {
+  StoreWorld world;
+  std::wstring error;
+  EXPECT_FALSE(AtomicWriteText(L"C:\\missing\\a.json", "x", error));
+  EXPECT_TRUE(error.starts_with(L"cannot create C:\\missing\\a.json.tmp: 0x00000")) << error;
+  struct Row {
+    const char* call;
+    std::wstring error;
+  };
+  const Row rows[] = {
+      {"OpenFile", L"cannot create " + kConfigFile + L".tmp: 0x00000070"},
+      {"WriteFileBytes", L"cannot write " + kConfigFile + L".tmp: 0x00000070"},
+      {"FlushFile", L"cannot write " + kConfigFile + L".tmp: 0x00000070"},
+      {"RenameFile", L"cannot replace " + kConfigFile + L": 0x00000070"},
+  };
+  world.files().Write(kConfigFile, "old");
+  for (const Row& row : rows) {
+    world.machine().faults.FailOnce(row.call, platform::kDiskFull);
+    EXPECT_FALSE(AtomicWriteText(kConfigFile, "new", error)) << row.call;
+    EXPECT_TRUE(error.starts_with(row.error)) << error;
+    EXPECT_EQ(world.files().Read(kConfigFile), "old") << row.call;
+    EXPECT_FALSE(world.files().Exists(kConfigFile + L".tmp")) << row.call;
+  }
+  EXPECT_EQ(world.files().open_handles(), 0u);
+}
+
+// Cuts the power in each operation of a write and in one after it, in both ways that names may
+// survive: there must be one whole text behind the name, and the new one once it was promised.
+TEST(AtomicWrite, PowerCutLeavesTheOldTextOrTheNewOne) {
+  const std::string old_text(5000, 'o');
+  const std::string new_text(7000, 'n');
+  for (const CutMode mode : {CutMode::kLoseMetadata, CutMode::kKeepMetadata}) {
+    std::uint64_t cut = 1;
+    for (;; ++cut) {
+      StoreWorld world;
+      world.files().Write(kConfigFile, old_text);
+      world.files().CutPowerAt(cut, mode);
+      std::wstring error;
+      const bool promised = AtomicWriteText(kConfigFile, new_text, error);
+      (void)platform::MakeDirectory(kDirectory + L"\\later");
+      const bool cut_happened = world.files().power_lost();
+      world.machine().Restart();
+      const auto found = world.files().Read(kConfigFile);
+      ASSERT_TRUE(found == new_text || (!promised && found == old_text))
+          << "cut in operation " << cut << ", written " << promised;
+      world.files().Remove(kDirectory);
+      if (!cut_happened) break;
+    }
+    EXPECT_GT(cut, 5u);  // create, write, flush, rename and the later one
+  }
+}
+
+}  // namespace
+}  // namespace kestrelon::test

@@ -1,0 +1,180 @@
+// The store under a power cut in each operation and under the failure of each platform call: what
+// comes into force afterwards is what the user had, or blocks more than that.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "config/config_file.h"
+#include "config/config_store.h"
+#include "config/presets.h"
+#include "platform/files.h"
+#include "tests/config/store_world.h"
+
+namespace kestrelon::test {
+namespace {
+
+using simulation::CutMode;
+
+const Config kOld = MarkedConfig(L"old");
+const Config kNew = MarkedConfig(L"new");
+
+// Runs `work` on a machine put in order by `prepare`, with the power cut in the first operation, in
+// the second and so on, and `check`s the machine after its restart; in the last round all went
+// well. Gives the number of cuts.
+std::uint64_t SweepPowerCuts(CutMode mode, const std::function<void(StoreWorld&)>& prepare,
+                             const std::function<void(StoreWorld&)>& work,
+                             const std::function<void(StoreWorld&)>& check) {
+  for (std::uint64_t cut = 1;; ++cut) {
+    StoreWorld world;
+    prepare(world);
+    world.files().CutPowerAt(cut, mode);
+    work(world);
+    const bool happened = world.files().power_lost();
+    world.machine().Restart();
+    check(world);
+    if (testing::Test::HasFailure()) ADD_FAILURE() << "cut in operation " << cut;
+    world.files().Remove(kDirectory);
+    if (!happened || testing::Test::HasFailure()) return cut - 1;
+  }
+}
+
+TEST(StoreUnderPowerCuts, ASaveLeavesTheOldConfigurationOrTheNewOne) {
+  for (const CutMode mode : {CutMode::kLoseMetadata, CutMode::kKeepMetadata}) {
+    bool saved = false;
+    const auto prepare = [&](StoreWorld& world) {
+      world.Put(kConfigFile, kOld);
+      world.Put(kLastGood, kOld);
+      world.SetCreated();
+    };
+    const auto work = [&](StoreWorld&) {
+      std::wstring error;
+      saved = SaveConfigWithLastGood(kConfigFile, kNew, error);
+    };
+    const auto check = [&](StoreWorld& world) {
+      const Config file = world.Loaded(kConfigFile);
+      const Config last_good = world.Loaded(kLastGood);
+      EXPECT_TRUE(file == kNew || (!saved && file == kOld));
+      EXPECT_TRUE(last_good == kOld || (last_good == kNew && file == kNew));
+      EXPECT_EQ(world.Obtain(), file);
+      EXPECT_EQ(world.Fallback(), L"|||");
+    };
+    EXPECT_EQ(SweepPowerCuts(mode, prepare, work, check), 8u);
+  }
+}
+
+// A start that repairs a damaged file ends in the same configuration wherever it is interrupted.
+TEST(StoreUnderPowerCuts, ARecoveryCanBeInterruptedAnywhere) {
+  for (const CutMode mode : {CutMode::kLoseMetadata, CutMode::kKeepMetadata}) {
+    const auto prepare = [](StoreWorld& world) {
+      world.files().Write(kConfigFile, "damage");
+      world.Put(kLastGood, kOld);
+      world.SetCreated();
+    };
+    const auto work = [](StoreWorld& world) { world.Obtain(); };
+    const auto check = [](StoreWorld& world) { EXPECT_EQ(world.Obtain(), kOld); };
+    EXPECT_GT(SweepPowerCuts(mode, prepare, work, check), 8u);
+  }
+}
+
+TEST(StoreUnderPowerCuts, AFirstStartInterruptedBeginsAgainOrIsDone) {
+  for (const CutMode mode : {CutMode::kLoseMetadata, CutMode::kKeepMetadata}) {
+    const auto prepare = [](StoreWorld& world) { world.SetCreated(0); };
+    const auto work = [](StoreWorld& world) { world.Obtain(); };
+    const auto check = [](StoreWorld& world) {
+      EXPECT_EQ(world.Obtain(), DefaultConfig());
+      EXPECT_EQ(world.Fallback(), L"|||");
+      EXPECT_TRUE(world.Created());
+    };
+    EXPECT_GT(SweepPowerCuts(mode, prepare, work, check), 8u);
+  }
+}
+
+TEST(StoreUnderPowerCuts, ABackupNeverHarmsWhatItCopies) {
+  const auto prepare = [](StoreWorld& world) {
+    world.Put(kConfigFile, kOld);
+    for (int i = 0; i < 10; ++i) {
+      world.Put(kBackups + L"config-2025010" + std::to_wstring(i) + L"-000000.json", kOld);
+    }
+  };
+  const auto work = [](StoreWorld&) { BackupConfig(); };
+  const auto check = [](StoreWorld& world) {
+    EXPECT_EQ(world.Loaded(kConfigFile), kOld);
+    Config config;
+    std::wstring source;
+    EXPECT_TRUE(RestoreConfig(config, source));
+    EXPECT_EQ(config, kOld);
+  };
+  for (const CutMode mode : {CutMode::kLoseMetadata, CutMode::kKeepMetadata}) {
+    EXPECT_GE(SweepPowerCuts(mode, prepare, work, check), 2u);
+  }
+}
+
+// The ways to begin, each with every platform call failing once in turn.
+TEST(ObtainStartConfigUnderFaults, NothingOpensThatTheUserDidNotHave) {
+  struct State {
+    const char* name;
+    std::function<void(StoreWorld&)> prepare;
+    Config obtained;  // in force after the start and after the next one, unless the strict one is
+  };
+  const auto created = [](StoreWorld& world) { world.SetCreated(); };
+  const State states[] = {
+      {"loads",
+       [&](StoreWorld& world) {
+         created(world);
+         world.Put(kConfigFile, kOld);
+         world.Put(kLastGood, kOld);
+       },
+       kOld},
+      {"damaged",
+       [&](StoreWorld& world) {
+         created(world);
+         world.files().Write(kConfigFile, "damage");
+         world.Put(kLastGood, kOld);
+         world.Put(kBackups + L"config-20250101-000000.json", kOld);
+       },
+       kOld},
+      {"nothing to restore",
+       [&](StoreWorld& world) {
+         created(world);
+         world.files().Write(kConfigFile, "damage");
+       },
+       StrictConfig()},
+      {"deleted",
+       [&](StoreWorld& world) {
+         created(world);
+         world.Put(kLastGood, kOld);
+       },
+       kOld},
+      {"first start", [](StoreWorld&) {}, DefaultConfig()},
+  };
+  for (const State& state : states) {
+    for (std::uint64_t n = 1;; ++n) {
+      StoreWorld world;
+      world.SetCreated(0);
+      state.prepare(world);
+      world.machine().faults.FailNth(n, platform::kAccessDenied);
+      const Config first = world.Obtain();
+      const bool recovered = world.Fallback() != L"|||";
+      const bool fired = world.machine().faults.fired();
+      const std::string call = world.machine().faults.fired_name();
+      world.machine().faults.Clear();
+      const Config second = world.Obtain();
+      // Without the registry a deleted configuration can't be told from a first start.
+      const bool forgotten =
+          state.name == std::string("deleted") && call == "ReadRegistryDword" && !recovered;
+      const Config expected = forgotten ? DefaultConfig() : state.obtained;
+      for (const Config* config : {&first, &second}) {
+        EXPECT_TRUE(*config == expected || *config == StrictConfig())
+            << state.name << ", failed call " << n << ": " << call;
+      }
+      EXPECT_EQ(world.files().open_handles(), 0u);
+      world.files().Remove(kDirectory);
+      if (fired) continue;
+      EXPECT_GT(n, 8u) << state.name;
+      break;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kestrelon::test

@@ -1,0 +1,247 @@
+#include "config/presets.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "config/config_file.h"
+#include "simulation/machine/sid.h"
+
+namespace kestrelon {
+namespace {
+
+constexpr const wchar_t* kLan = L"10.0.0.0/8, 172.16.0.0/12, 192.168.0.0/16, fe80::/10, fc00::/7";
+constexpr const wchar_t* kDns = L"DNS (Windows DNS Client)";
+constexpr const wchar_t* kSmb = L"Network drives (SMB, local network only)";
+constexpr const wchar_t* kLlmnr = L"LLMNR (local name resolution)";
+constexpr const wchar_t* kMdns = L"mDNS (local name resolution)";
+constexpr const wchar_t* kKernel = L"Windows kernel - local network";
+constexpr const wchar_t* kDownloads = L"Windows downloads for the signed-in user";
+constexpr const wchar_t* kRevocation = L"Certificate revocation checks (lsass)";
+
+// The rules of the table by their numbers from 1.
+std::vector<RuleEntry> Rows(std::size_t first, std::size_t last) {
+  std::vector<RuleEntry> rules;
+  const std::vector<PresetRule> table = PresetRules();
+  for (std::size_t i = first; i <= last; ++i) rules.push_back(table[i - 1].rule);
+  return rules;
+}
+
+RuleEntry* Find(Config& config, const std::wstring& name) {
+  const auto found = std::find_if(config.rules.begin(), config.rules.end(),
+                                  [&](const RuleEntry& rule) { return rule.name == name; });
+  return found == config.rules.end() ? nullptr : &*found;
+}
+
+// The configuration after the upgrade from a generation, which must report a change.
+Config Upgraded(std::int32_t generation, std::vector<RuleEntry> rules) {
+  Config config;
+  config.presets_version = generation;
+  config.rules = std::move(rules);
+  EXPECT_TRUE(UpgradePresets(config));
+  EXPECT_EQ(config.presets_version, 9);
+  return config;
+}
+
+TEST(Presets, TableIsWhatWindowsNeeds) {
+  struct Row {
+    std::int32_t generation;
+    bool on;
+    RuleEntry rule;
+  };
+  const std::wstring lan = kLan;
+  const std::wstring local =
+      L"10.0.0.0/8, 172.16.0.0/12, 192.168.0.0/16, 169.254.0.0/16, 224.0.0.0/4, 255.255.255.255, "
+      L"fe80::/10, fc00::/7, ff00::/8";
+  const std::wstring host = L"%SystemRoot%\\System32\\svchost.exe";
+  const Row rows[] = {
+      {1, true, {kDns, false, true, 0, 0, L"$dns", L"53", L"", host, L""}},
+      {1, true, {L"DHCP (IPv4 address)", false, true, 2, 17, L"", L"67", L"68", host, L""}},
+      {1, true, {L"DHCPv6 (IPv6 address)", false, true, 2, 17, L"", L"547", L"546", host, L""}},
+      {1, true, {L"NTP (Windows Time)", false, true, 0, 17, L"", L"123", L"", host, L""}},
+      {2,
+       true,
+       {L"IPv6 Neighbor Discovery (ICMPv6)", false, true, 2, 58, L"", L"", L"133-136", L"", L""}},
+      {2, false, {kSmb, false, true, 0, 6, lan, L"445", L"", L"System", L""}},
+      {4,
+       false,
+       {kLlmnr, false, true, 2, 17, lan + L", 224.0.0.252, ff02::1:3", L"5355", L"", host, L""}},
+      {6,
+       false,
+       {kMdns, false, true, 2, 17, lan + L", 224.0.0.251, ff02::fb", L"5353", L"", host, L""}},
+      {4, true, {kKernel, false, true, 2, 0, local, L"", L"", L"System", L""}},
+      {4,
+       true,
+       {L"Windows services - local network", false, true, 2, 0, local, L"", L"", host, L""}},
+      {7, false, {kDownloads, false, true, 0, 6, L"", L"80, 443", L"", host, L"S-1-5-4"}},
+      {7,
+       true,
+       {kRevocation, false, true, 0, 6, L"", L"80", L"", L"%SystemRoot%\\System32\\lsass.exe",
+        L""}},
+      {9,
+       false,
+       {L"Built-in Windows VPN - IKEv2 and IPsec", false, true, 0, 17, L"", L"500, 4500", L"", host,
+        L"S-1-5-80-698886940-375981264-2691324669-2937073286-3841916615"}},
+      {9,
+       false,
+       {L"Built-in Windows VPN - L2TP", false, true, 0, 17, L"", L"1701", L"", L"System", L""}},
+      {9,
+       false,
+       {L"Built-in Windows VPN - SSTP", false, true, 0, 6, L"", L"443", L"", host,
+        L"S-1-5-80-3435701886-799518250-3791383489-3228296122-2938884314"}},
+  };
+  const std::vector<PresetRule> table = PresetRules();
+  ASSERT_EQ(table.size(), std::size(rows));
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    EXPECT_EQ(table[i].generation, rows[i].generation) << rows[i].rule.name;
+    EXPECT_EQ(table[i].default_enabled, rows[i].on) << rows[i].rule.name;
+    EXPECT_EQ(table[i].rule, rows[i].rule) << rows[i].rule.name;
+  }
+}
+
+// The long user texts are derived by Windows from the names of services; so are they here.
+TEST(Presets, ServiceSidsAreThoseOfTheirServices) {
+  const std::vector<PresetRule> table = PresetRules();
+  for (const auto& [row, service] : {std::pair{12, L"IKEEXT"}, std::pair{14, L"SstpSvc"}}) {
+    EXPECT_EQ(table[static_cast<std::size_t>(row)].rule.user,
+              simulation::SidText(simulation::ServiceSid(service)));
+  }
+}
+
+TEST(Presets, DefaultConfigurationIsValidAndUpToDate) {
+  Config config = DefaultConfig();
+  std::vector<std::size_t> on;
+  for (std::size_t i = 0; i < config.rules.size(); ++i) {
+    if (config.rules[i].enabled) on.push_back(i + 1);
+  }
+  EXPECT_EQ(on, (std::vector<std::size_t>{1, 2, 3, 4, 5, 9, 10, 12}));
+  EXPECT_EQ(config.blocklists, (std::vector<std::wstring>{L"drop"}));
+  Config again;
+  std::wstring error;
+  ASSERT_TRUE(ConfigFromJson(ConfigToJson(config), again, error)) << error;
+  EXPECT_EQ(again, config);
+  EXPECT_FALSE(UpgradePresets(config));
+  EXPECT_EQ(again, config);
+}
+
+TEST(UpgradePresets, AnEmptyConfigurationGainsNothingOfTheFirstGeneration) {
+  const Config config = Upgraded(0, {});
+  std::vector<RuleEntry> expected = Rows(5, 15);
+  expected[12 - 5].enabled = true;  // revocation checks; the downloads were withdrawn again
+  EXPECT_EQ(config.rules, expected);
+  EXPECT_EQ(config.blocklists, (std::vector<std::wstring>{L"drop"}));
+}
+
+TEST(UpgradePresets, FromTheGenerationBeforeOnlyTheNewRowsCome) {
+  std::vector<RuleEntry> before = Rows(11, 12);
+  before[0].enabled = true;
+  const Config config = Upgraded(8, before);
+  std::vector<RuleEntry> expected = Rows(11, 15);
+  EXPECT_EQ(config.rules, expected);  // downloads off, revocation checks as they were: off
+  EXPECT_TRUE(config.blocklists.empty());
+}
+
+TEST(UpgradePresets, NewerOrEqualGenerationsAreLeftAlone) {
+  for (const std::int32_t generation : {9, 10}) {
+    Config config;
+    config.presets_version = generation;
+    const Config before = config;
+    EXPECT_FALSE(UpgradePresets(config));
+    EXPECT_EQ(config, before);
+  }
+}
+
+TEST(UpgradePresets, ARuleOfTheSameNameStandsForTheRow) {
+  RuleEntry own;
+  own.name = L"network drives (smb, local network only)";
+  own.remote = L"1.2.3.4";
+  own.enabled = true;
+  const Config config = Upgraded(1, {own});
+  EXPECT_EQ(config.rules[0], own);
+  EXPECT_EQ(config.rules.size(), 1u + 10u);  // rows 5 to 15 but this one
+}
+
+TEST(UpgradePresets, OpenLocalNetworkKeepsLocalNames) {
+  struct Row {
+    std::int32_t generation;
+    const wchar_t* name;
+    bool enabled;
+    bool allow;
+    bool switched_on;
+  };
+  const Row rows[] = {
+      {5, kSmb, true, true, true},   {5, kKernel, true, true, true},
+      {5, kSmb, false, true, false}, {5, kSmb, true, false, false},
+      {6, kSmb, true, true, false},  {5, L"another rule", true, true, false},
+  };
+  for (const Row& row : rows) {
+    RuleEntry open;
+    open.name = row.name;
+    open.enabled = row.enabled;
+    open.allow = row.allow;
+    RuleEntry llmnr = Rows(7, 7)[0];
+    Config config = Upgraded(row.generation, {open, llmnr});
+    EXPECT_EQ(Find(config, kLlmnr)->enabled, row.switched_on) << row.name;
+    if (row.generation < 6) {
+      EXPECT_EQ(Find(config, kMdns)->enabled, row.switched_on) << row.name;
+    } else {
+      EXPECT_EQ(Find(config, kMdns), nullptr);
+    }
+  }
+}
+
+TEST(UpgradePresets, DropListIsAddedOnce) {
+  for (const auto& [generation, id, count] :
+       {std::tuple{7, L"DROP", 1u}, std::tuple{7, L"x", 2u}, std::tuple{8, L"x", 1u}}) {
+    Config config;
+    config.presets_version = generation;
+    config.blocklists = {id};
+    ASSERT_TRUE(UpgradePresets(config));
+    EXPECT_EQ(config.blocklists.size(), count);
+  }
+}
+
+TEST(UpgradePresets, EarlyDnsRuleIsNarrowedOnlyWhenUntouched) {
+  RuleEntry early = Rows(1, 1)[0];
+  early.remote = L"";
+  early.app = L"c:\\windows\\SYSTEM32\\svchost.exe";
+  early.name = L"dns (windows dns client)";
+  EXPECT_EQ(Upgraded(1, {early}).rules[0].remote, L"$dns");
+  const std::vector<void (*)(RuleEntry&)> changes = {
+      [](RuleEntry& rule) { rule.name = L"DNS"; },
+      [](RuleEntry& rule) { rule.remote = L"1.1.1.1"; },
+      [](RuleEntry& rule) { rule.remote_ports = L"53, 853"; },
+      [](RuleEntry& rule) { rule.app = L"C:\\svchost.exe"; },
+      [](RuleEntry& rule) { rule.direction = kDirectionBoth; },
+      [](RuleEntry& rule) { rule.allow = false; },
+  };
+  for (const auto change : changes) {
+    RuleEntry own = early;
+    change(own);
+    EXPECT_EQ(Upgraded(1, {own}).rules[0], own);
+  }
+}
+
+TEST(UpgradePresets, EarlySmbRuleIsNarrowedOnlyWhenUntouched) {
+  RuleEntry early = Rows(6, 6)[0];
+  early.app = L"";
+  EXPECT_EQ(Upgraded(3, {early}).rules[0].app, L"System");
+  const std::vector<void (*)(RuleEntry&)> changes = {
+      [](RuleEntry& rule) { rule.name = L"SMB"; },
+      [](RuleEntry& rule) { rule.app = L"x"; },
+      [](RuleEntry& rule) { rule.remote = L"10.0.0.0/8"; },
+      [](RuleEntry& rule) { rule.remote[rule.remote.find(L'f')] = L'F'; },
+      [](RuleEntry& rule) { rule.remote_ports = L"445 "; },
+      [](RuleEntry& rule) { rule.protocol = 0; },
+      [](RuleEntry& rule) { rule.direction = kDirectionIn; },
+      [](RuleEntry& rule) { rule.allow = false; },
+  };
+  for (const auto change : changes) {
+    RuleEntry own = early;
+    change(own);
+    EXPECT_EQ(Upgraded(3, {own}).rules[0], own);
+  }
+}
+
+}  // namespace
+}  // namespace kestrelon

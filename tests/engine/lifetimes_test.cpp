@@ -1,0 +1,227 @@
+// How long objects live, what they may refer to, and what is in force while the service is gone.
+#include "tests/engine/engine_world.h"
+
+namespace simulation {
+namespace {
+
+using namespace kestrelon::platform;
+
+class Lifetimes : public EngineWorld {
+ protected:
+  Filter FilterWith(std::uint32_t flags, std::uint8_t key) const {
+    Filter filter = SomeFilter();
+    filter.flags = flags;
+    filter.key = Key(key);
+    return filter;
+  }
+  Code AddSublayerWith(SessionId as, std::uint8_t key, std::uint32_t flags,
+                       std::optional<Guid> provider) {
+    Sublayer sublayer;
+    sublayer.key = Key(key);
+    sublayer.name = L"Sublayer";
+    sublayer.flags = flags;
+    sublayer.provider = provider;
+    return engine.AddSublayer(as, sublayer, {});
+  }
+};
+
+TEST_F(Lifetimes, DynamicObjectsEndWithTheirSession) {
+  const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
+  ASSERT_EQ(AddSublayerWith(dynamic, 5, 0, kProvider), kSuccess);
+  Filter filter = FilterWith(0, 1);
+  filter.sublayer = Key(5);
+  ASSERT_EQ(AddAs(dynamic, filter), kSuccess);
+  EXPECT_FALSE(Permits());
+  ASSERT_EQ(engine.CloseSession(dynamic), kSuccess);
+  EXPECT_TRUE(Permits());
+  EXPECT_FALSE(Has(Key(1)));
+  Sublayer gone;
+  EXPECT_EQ(engine.GetSublayer(session, Key(5), gone), kSublayerNotFound);
+}
+
+TEST_F(Lifetimes, NothingRefersToWhatPassesBeforeIt) {
+  const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
+  const SessionId other = Open(LocalSystemCaller(), kSessionDynamic);
+  Provider foreign;
+  foreign.key = Key(9);
+  foreign.name = L"Foreign";
+  foreign.flags = kProviderPersistent;
+  ASSERT_EQ(engine.AddProvider(session, foreign, {}), kSuccess);
+  ASSERT_EQ(AddSublayerWith(dynamic, 5, 0, kProvider), kSuccess);
+  ASSERT_EQ(AddSublayerWith(session, 6, 0, kProvider), kSuccess);
+  ASSERT_EQ(AddSublayerWith(session, 7, kSublayerPersistent, Key(9)), kSuccess);
+  struct Case {
+    SessionId as;
+    std::uint32_t flags;
+    Guid sublayer;
+    Code code;
+  };
+  const Case cases[] = {
+      {dynamic, 0, Key(5), kSuccess},
+      {other, 0, Key(5), kLifetimeMismatch},
+      {session, 0, Key(5), kLifetimeMismatch},
+      {dynamic, 0, Key(6), kSuccess},
+      {session, 0, Key(6), kSuccess},
+      {session, kFilterPersistent, Key(6), kLifetimeMismatch},
+      {session, kFilterBootTime, Key(6), kLifetimeMismatch},
+      {session, 0, Key(7), kSuccess},
+      {session, kFilterPersistent, Key(7), kLifetimeMismatch},
+      {session, kFilterPersistent, kSublayer, kSuccess},
+      {session, kFilterBootTime, kSublayer, kSuccess},
+      {session, kFilterPersistent, kUniversalSublayer, kSuccess},
+      {dynamic, kFilterPersistent, kSublayer, kDynamicSessionInProgress},
+      {dynamic, kFilterBootTime, kSublayer, kDynamicSessionInProgress},
+  };
+  for (const Case& c : cases) {
+    Filter filter = SomeFilter();
+    filter.flags = c.flags;
+    filter.sublayer = c.sublayer;
+    EXPECT_EQ(AddAs(c.as, filter), c.code) << "case " << &c - cases;
+  }
+  EXPECT_EQ(AddSublayerWith(dynamic, 8, kSublayerPersistent, kProvider), kDynamicSessionInProgress);
+}
+
+TEST_F(Lifetimes, SessionsDeleteOnlyWhatIsTheirsToDelete) {
+  const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
+  const SessionId other = Open(LocalSystemCaller(), kSessionDynamic);
+  ASSERT_EQ(AddAs(dynamic, FilterWith(0, 1)), kSuccess);
+  ASSERT_EQ(Add(FilterWith(0, 2)), kSuccess);
+  EXPECT_EQ(engine.DeleteFilter(other, Key(1)), kWrongSession);
+  EXPECT_EQ(engine.DeleteFilter(session, Key(1)), kWrongSession);
+  EXPECT_EQ(engine.DeleteFilter(dynamic, Key(2)), kDynamicSessionInProgress);
+  EXPECT_EQ(engine.DeleteFilter(dynamic, Key(1)), kSuccess);
+}
+
+// Which of the filters of each lifetime block, by the port that each of them is about.
+TEST_F(Lifetimes, EachStateOfTheServiceEnforcesItsOwn) {
+  const auto port_filter = [&](std::uint16_t port, std::uint32_t flags) {
+    Filter filter = FilterWith(flags, static_cast<std::uint8_t>(port));
+    filter.conditions = {{kFieldRemotePort, kMatchEqual, port}};
+    return filter;
+  };
+  const auto blocked = [&] {
+    std::string ports;
+    for (std::uint16_t port = 1; port <= 4; ++port) {
+      if (!Permits({.remote_port = port})) ports += static_cast<char>('0' + port);
+    }
+    return ports;
+  };
+  const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
+  ASSERT_EQ(AddAs(dynamic, port_filter(1, 0)), kSuccess);
+  ASSERT_EQ(Add(port_filter(2, 0)), kSuccess);
+  ASSERT_EQ(Add(port_filter(3, kFilterPersistent)), kSuccess);
+  ASSERT_EQ(Add(port_filter(4, kFilterBootTime)), kSuccess);
+  EXPECT_EQ(blocked(), "123");
+  Filter before;
+  ASSERT_EQ(engine.GetFilter(session, Key(3), before), kSuccess);
+
+  engine.Stop();
+  EXPECT_FALSE(engine.running());
+  EXPECT_EQ(blocked(), "3") << "stopped";
+  engine.Start();
+  EXPECT_EQ(blocked(), "3") << "started";
+  engine.Restart();
+  EXPECT_EQ(blocked(), "4") << "while the machine starts";
+  engine.Start();
+  EXPECT_EQ(blocked(), "3") << "after the machine's start";
+  EXPECT_TRUE(Has(Key(4)));
+
+  session = Open(LocalSystemCaller());
+  Filter after;
+  ASSERT_EQ(engine.GetFilter(session, Key(3), after), kSuccess);
+  EXPECT_NE(after.id, before.id);
+}
+
+TEST_F(Lifetimes, StopEndsSessionsAndTheirTransactions) {
+  ASSERT_EQ(engine.Begin(session, 0), kSuccess);
+  ASSERT_EQ(Add(FilterWith(kFilterPersistent, 1)), kSuccess);
+  engine.Stop();
+  EXPECT_TRUE(Permits()) << "never committed";
+  EXPECT_EQ(Add(FilterWith(0, 2)), kEndpointNotRegistered);
+  SessionId none = 0;
+  EXPECT_EQ(engine.OpenSession({}, LocalSystemCaller(), none), kEndpointNotRegistered);
+  engine.Start();
+  EXPECT_EQ(engine.Commit(session), kSessionAborted);
+  EXPECT_EQ(Add(FilterWith(0, 2)), kSessionAborted);
+  EXPECT_EQ(engine.CloseSession(session), kSuccess);
+  EXPECT_EQ(engine.CloseSession(session), kInvalidHandle);
+  EXPECT_EQ(engine.CloseSession(0), kSuccess);
+  EXPECT_EQ(engine.open_sessions(), 0u);
+}
+
+TEST_F(Lifetimes, FiltersOfAServiceThatDoesNotStartItselfAreDisabled) {
+  Provider served;
+  served.key = Key(20);
+  served.name = L"Served";
+  served.flags = kProviderPersistent;
+  served.service_name = L"Guard";
+  ASSERT_EQ(engine.AddProvider(session, served, {}), kSuccess);
+  Filter filter = FilterWith(kFilterPersistent, 1);
+  filter.provider = Key(20);
+  filter.sublayer = kUniversalSublayer;
+  ASSERT_EQ(Add(filter), kSuccess);
+  EXPECT_FALSE(Permits());
+  for (const bool starts_itself : {false, true}) {
+    engine.SetAutoStartServices(starts_itself ? std::set<std::wstring>{L"Guard"}
+                                              : std::set<std::wstring>{});
+    engine.Stop();
+    engine.Start();
+    EXPECT_EQ(Permits(), !starts_itself);
+    EXPECT_EQ((engine.Filters()[0]->flags & kFilterDisabled) != 0, !starts_itself);
+  }
+}
+
+TEST_F(Lifetimes, PersistentObjectsComeBackFromTheirBytes) {
+  const Sid alice = MakeSid(5, {21, 1, 2, 3, 1001});
+  Filter permit = FilterWith(kFilterPersistent | kFilterIndexed, 1);
+  permit.name = L"N\u00e4me";
+  permit.action = kActionPermit;
+  permit.weight = std::uint8_t{9};
+  permit.conditions = {
+      {kFieldAppId, kMatchEqual, ByteBlob{AppId(L"\\device\\x")}},
+      {kFieldUserId, kMatchEqual, UserCondition({{true, 1, alice}})},
+      {kFieldRemotePort, kMatchRange, ValueRange{std::uint16_t{1}, std::uint16_t{9}}},
+  };
+  const Bytes read_only = DescriptorOf({{true, kRightRead, AdministratorsSid()}});
+  ASSERT_EQ(AddAs(session, permit, read_only), kSuccess);
+  ASSERT_EQ(Add(FilterWith(kFilterPersistent, 2)), kSuccess);
+  ASSERT_EQ(Add(FilterWith(kFilterBootTime, 3)), kSuccess);
+  ASSERT_EQ(Add(FilterWith(0, 4)), kSuccess);
+  ASSERT_EQ(engine.Begin(session, 0), kSuccess);
+  ASSERT_EQ(Add(FilterWith(kFilterPersistent, 5)), kSuccess);
+  ASSERT_EQ(engine.DeleteFilter(session, Key(2)), kSuccess);
+  const Bytes saved = engine.SavePersistent();
+  ASSERT_EQ(engine.Abort(session), kSuccess);
+
+  Engine loaded;
+  ASSERT_TRUE(loaded.LoadPersistent(saved));
+  std::vector<Guid> keys;
+  for (const auto& filter : loaded.Filters()) keys.push_back(filter->key);
+  EXPECT_EQ(keys, (std::vector{Key(1), Key(2), Key(3)})) << "as committed";
+  EXPECT_EQ(loaded.Filters()[0]->name, permit.name);
+  EXPECT_EQ(loaded.Filters()[0]->conditions, permit.conditions);
+  const Connection allowed{.app_id = AppId(L"\\device\\x"), .user_sids = {alice}, .remote_port = 9};
+  EXPECT_TRUE(loaded.Classify(allowed).permit);
+  EXPECT_FALSE(loaded.Classify({}).permit);
+  SessionId reader = 0;
+  ASSERT_EQ(loaded.OpenSession({}, AdministratorCaller(), reader), kSuccess);
+  EXPECT_EQ(loaded.DeleteFilter(reader, Key(1)), kAccessDenied);
+  EXPECT_EQ(loaded.DeleteFilter(reader, Key(2)), kSuccess);
+
+  // Damaged bytes are refused whole, or are a whole set of their own.
+  for (std::size_t size = 0; size < saved.size(); ++size) {
+    const Bytes cut(saved.begin(), saved.begin() + static_cast<std::ptrdiff_t>(size));
+    EXPECT_FALSE(loaded.LoadPersistent(cut)) << size;
+  }
+  EXPECT_EQ(loaded.Filters().size(), 2u) << "unchanged by what was refused";
+  for (std::size_t at = 0; at < saved.size(); ++at) {
+    Bytes changed = saved;
+    changed[at] = static_cast<std::uint8_t>(~changed[at]);
+    if (loaded.LoadPersistent(changed)) {
+      EXPECT_EQ(loaded.Filters().size(), 3u) << at;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace simulation

@@ -1,0 +1,141 @@
+// Who may do what: access lists that refuse.
+#include "tests/engine/engine_world.h"
+
+namespace simulation {
+namespace {
+
+using namespace kestrelon::platform;
+using simulation::Sid;
+
+class Security : public EngineWorld {
+ protected:
+  // SYSTEM may do everything, administrators have `mask`.
+  static Bytes Lock(std::uint32_t mask) {
+    return DescriptorOf({{true, kAllRights, LocalSystemSid()}, {true, mask, AdministratorsSid()}});
+  }
+
+  SessionId administrator = Open(AdministratorCaller());
+};
+
+TEST_F(Security, PlainUsersMayOpenAndNothingElse) {
+  Caller user;
+  user.sids = {MakeSid(5, {21, 1, 2, 3, 1001})};
+  const SessionId as = Open(user);
+  Filter filter = SomeFilter();
+  filter.key = Key(1);
+  ASSERT_EQ(Add(filter), kSuccess);
+  EnumId enumeration = 0;
+  SubscriptionId subscription = 0;
+  const auto ignore = [](const FilterChange&) {};
+  EXPECT_EQ(engine.Begin(as, 0), kAccessDenied);
+  EXPECT_EQ(engine.Begin(as, kTransactionReadOnly), kAccessDenied);
+  EXPECT_EQ(AddAs(as, SomeFilter()), kAccessDenied);
+  EXPECT_EQ(engine.DeleteFilter(as, Key(1)), kAccessDenied);
+  EXPECT_EQ(engine.GetFilter(as, Key(1), filter), kAccessDenied);
+  EXPECT_EQ(engine.OpenFilterEnum(as, enumeration), kAccessDenied);
+  EXPECT_EQ(engine.SubscribeFilterChanges(as, 3, ignore, subscription), kAccessDenied);
+  EXPECT_EQ(engine.SetFilterDacl(as, Key(1), {}), kAccessDenied);
+}
+
+TEST_F(Security, LockedObjectsRefuseAdministratorsByRight) {
+  struct Case {
+    std::uint32_t mask;
+    Code get, erase, set_dacl, add;
+  };
+  constexpr Code kDenied = kAccessDenied;
+  const Case cases[] = {
+      {kAllRights, kSuccess, kSuccess, kSuccess, kSuccess},
+      {kAllRights & ~kRightDelete, kSuccess, kDenied, kSuccess, kSuccess},
+      {kAllRights & ~kRightAddLink, kSuccess, kSuccess, kSuccess, kDenied},
+      {kRightRead | kRightWriteDac, kSuccess, kDenied, kSuccess, kDenied},
+      {kRightWriteDac, kDenied, kDenied, kSuccess, kDenied},
+      {kRightRead, kSuccess, kDenied, kDenied, kDenied},
+      {0x80000000, kSuccess, kDenied, kDenied, kDenied},   // generic read
+      {0x40000000, kDenied, kSuccess, kDenied, kSuccess},  // generic write
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    Filter filter = SomeFilter();
+    filter.key = Key(1);
+    ASSERT_EQ(AddAs(session, filter, Lock(c.mask)), kSuccess);
+    Filter read;
+    EXPECT_EQ(engine.GetFilter(administrator, Key(1), read), c.get);
+    EXPECT_EQ(engine.SetFilterDacl(administrator, Key(1), Lock(c.mask)), c.set_dacl);
+    EXPECT_EQ(engine.DeleteFilter(administrator, Key(1)), c.erase);
+    if (c.erase != kSuccess) {
+      ASSERT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
+    }
+    // The right to link is needed of the sublayer and of the provider.
+    ASSERT_EQ(engine.SetSublayerDacl(session, kSublayer, Lock(c.mask)), kSuccess);
+    EXPECT_EQ(AddAs(administrator, SomeFilter()), c.add) << "sublayer";
+    ASSERT_EQ(engine.SetSublayerDacl(session, kSublayer, Lock(kAllRights)), kSuccess);
+    ASSERT_EQ(engine.SetProviderDacl(session, kProvider, Lock(c.mask)), kSuccess);
+    EXPECT_EQ(AddAs(administrator, SomeFilter()), c.add) << "provider";
+    ASSERT_EQ(engine.SetProviderDacl(session, kProvider, Lock(kAllRights)), kSuccess);
+  }
+}
+
+TEST_F(Security, KeyOfALockedObjectIsStillToldToBeTaken) {
+  ASSERT_EQ(engine.SetProviderDacl(session, kProvider, Lock(kRightRead)), kSuccess);
+  Sublayer sublayer;
+  sublayer.key = kSublayer;
+  sublayer.name = L"Again";
+  sublayer.provider = kProvider;
+  EXPECT_EQ(engine.AddSublayer(administrator, sublayer, {}), kObjectExists);
+}
+
+TEST_F(Security, ListEntriesCountInTheirOrder) {
+  const AccessEntry deny{false, kRightDelete, AdministratorsSid()};
+  const AccessEntry allow{true, kAllRights, AdministratorsSid()};
+  Filter filter = SomeFilter();
+  filter.key = Key(1);
+  ASSERT_EQ(AddAs(administrator, filter, DescriptorOf({deny, allow})), kSuccess);
+  EXPECT_EQ(engine.DeleteFilter(administrator, Key(1)), kAccessDenied);
+  EXPECT_EQ(engine.DeleteFilter(session, Key(1)), kAccessDenied) << "SYSTEM is in the group";
+  // The owner keeps the right to change the list, whatever it says.
+  ASSERT_EQ(engine.SetFilterDacl(administrator, Key(1), DescriptorOf({})), kSuccess);
+  EXPECT_EQ(engine.DeleteFilter(administrator, Key(1)), kAccessDenied);
+  ASSERT_EQ(engine.SetFilterDacl(administrator, Key(1), DescriptorOf({allow, deny})), kSuccess);
+  EXPECT_EQ(engine.DeleteFilter(administrator, Key(1)), kSuccess);
+}
+
+TEST_F(Security, EmptyDescriptorInheritsAndTheNullListGrantsAll) {
+  Caller user;
+  user.sids = {MakeSid(5, {21, 1, 2, 3, 1001})};
+  const SessionId as = Open(user);
+  Filter filter = SomeFilter();
+  filter.key = Key(1);
+  ASSERT_EQ(Add(filter), kSuccess);
+  EXPECT_EQ(engine.DeleteFilter(as, Key(1)), kAccessDenied);
+  ASSERT_EQ(engine.SetFilterDacl(session, Key(1), {}), kSuccess);
+  EXPECT_EQ(engine.DeleteFilter(as, Key(1)), kSuccess);
+  // A list that isn't cut off has the container's entries too.
+  ASSERT_EQ(AddAs(session, filter, DescriptorOf({}, false)), kSuccess);
+  EXPECT_EQ(engine.DeleteFilter(administrator, Key(1)), kSuccess);
+}
+
+TEST_F(Security, EnumerationLeavesOutWhatMayNotBeRead) {
+  Filter filter = SomeFilter();
+  for (std::uint8_t key = 1; key <= 3; ++key) {
+    filter.key = Key(key);
+    ASSERT_EQ(AddAs(session, filter, Lock(key == 2 ? kRightDelete : kRightRead)), kSuccess);
+  }
+  for (const SessionId as : {session, administrator}) {
+    EnumId enumeration = 0;
+    FilterList filters;
+    ASSERT_EQ(engine.OpenFilterEnum(as, enumeration), kSuccess);
+    ASSERT_EQ(engine.NextFilters(as, enumeration, 10, filters), kSuccess);
+    EXPECT_EQ(filters.size(), as == session ? 3u : 2u);
+  }
+}
+
+TEST_F(Security, ContainerMayBeLockedByTheZeroKey) {
+  ASSERT_EQ(engine.SetFilterDacl(session, Guid{}, Lock(kRightRead)), kSuccess);
+  EnumId enumeration = 0;
+  EXPECT_EQ(AddAs(administrator, SomeFilter()), kAccessDenied);
+  EXPECT_EQ(engine.OpenFilterEnum(administrator, enumeration), kAccessDenied);
+  EXPECT_EQ(Add(SomeFilter()), kSuccess);
+}
+
+}  // namespace
+}  // namespace simulation

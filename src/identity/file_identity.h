@@ -9,7 +9,7 @@
 namespace kestrelon {
 
 struct FileIdentity {
-  bool exists = false;  // a regular file is there
+  bool exists = false;   // a regular file is there
   bool signed_ = false;  // its signature was verified
   std::wstring signer;   // display name of the signer, empty if not signed
   std::wstring sha256;   // 64 lower-case hexadecimal digits, empty if it couldn't be computed

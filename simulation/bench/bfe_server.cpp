@@ -21,7 +21,11 @@ Code BfeServer::NewInstance() {
 }
 
 Code BfeServer::Listen() {
-  return NewInstance(FILE_FLAG_FIRST_PIPE_INSTANCE);
+  // Wine lets a second process have instances of the pipe, flag or no flag; programs would then
+  // meet one of two engines. The handle stays open as long as the process.
+  if (CreateMutexW(nullptr, FALSE, kOnlyOne) == nullptr) return GetLastError();
+  if (GetLastError() == ERROR_ALREADY_EXISTS) return ERROR_ALREADY_EXISTS;
+  return NewInstance();
 }
 
 Code BfeServer::Serve() {

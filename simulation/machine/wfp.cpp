@@ -185,7 +185,8 @@ Code AppIdOfFile(const std::wstring& path, Bytes& app_id) {
 
 Code NewGuid(Guid& guid) {
   if (const Code fault = TheMachine().faults.Next("NewGuid")) return fault;
-  std::random_device random;
+  // Seeded once: asking the processor for each number would take most of a large application.
+  static thread_local std::mt19937 random{std::random_device{}()};
   guid.data1 = static_cast<std::uint32_t>(random());
   guid.data2 = static_cast<std::uint16_t>(random());
   guid.data3 = static_cast<std::uint16_t>((random() & 0x0FFF) | 0x4000);  // random (version 4)

@@ -30,7 +30,7 @@ Bytes DescriptorOf(const std::vector<AccessEntry>& entries, bool is_protected) {
   constexpr std::size_t kHeader = 20;
   Bytes bytes = {1, 0};
   PutNumber(bytes, is_protected ? 0x9004 : 0x8004, 2);
-  PutNumber(bytes, 0, 12);
+  bytes.resize(bytes.size() + 12);  // neither owner nor group nor audit list
   PutNumber(bytes, kHeader, 4);
   bytes.push_back(2);
   bytes.push_back(0);

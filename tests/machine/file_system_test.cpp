@@ -1,6 +1,7 @@
 // The volume's rules that need a second program, a property of the machine or its inner numbers.
 #include <gtest/gtest.h>
 
+#include "base/text.h"
 #include "platform/files.h"
 #include "platform/security.h"
 #include "platform/trust.h"
@@ -51,6 +52,57 @@ TEST(FileSystem, FileHeldByAnotherProgramIsRefused) {
   files.LetGo(kFile);
   EXPECT_EQ(RenameFile(L"C:\\Data\\new", kFile, kReplaceExisting), kSuccess);
   EXPECT_EQ(files.Read(kFile), "y");
+}
+
+TEST(FileSystem, ReadOnlyFileStays) {
+  FileSystem& files = TheMachine().files;
+  files.Write(kFile, "x");
+  files.Write(L"C:\\Data\\new", "y");
+  files.SetAttributes(kFile, kAttributeReadOnly);
+  File file;
+  EXPECT_EQ(OpenFile(kFile, kAppendData, kShareAll, kOpenAlways, 0, file), kAccessDenied);
+  EXPECT_EQ(OpenFile(kFile, kGenericWrite, kShareAll, kCreateAlways, 0, file), kAccessDenied);
+  EXPECT_EQ(RemoveFile(kFile), kAccessDenied);
+  EXPECT_EQ(RenameFile(L"C:\\Data\\new", kFile, kReplaceExisting), kAccessDenied);
+  EXPECT_EQ(DuplicateFile(L"C:\\Data\\new", kFile), kAccessDenied);
+  EXPECT_EQ(OpenFile(kFile, kGenericRead, kShareAll, kOpenExisting, 0, file), kSuccess);
+}
+
+TEST(FileSystem, DirectoryMovesWithWhatItHoldsButNotIntoItself) {
+  FileSystem& files = TheMachine().files;
+  files.Write(kFile, "x");
+  EXPECT_EQ(RenameFile(L"C:\\Data", L"C:\\Data\\Inner", 0), kSharingViolation);
+  EXPECT_EQ(RenameFile(L"C:\\Data", L"D:\\Data", 0), 17u);  // another volume
+  {
+    const File open = OpenedForReading(kFile);
+    EXPECT_EQ(RenameFile(L"C:\\Data", L"C:\\Moved", 0), kAccessDenied);
+  }
+  EXPECT_EQ(RenameFile(L"C:\\Data", L"C:\\Moved", 0), kSuccess);
+  EXPECT_EQ(files.Read(L"C:\\Moved\\File.bin"), "x");
+}
+
+TEST(FileSystem, PathsAreReadAsThePlatformReadsThem) {
+  TheMachine().files.Write(kFile, "x");
+  const struct {
+    const wchar_t* path;
+    Code code;
+  } rows[] = {
+      {L"c:/DATA/file.BIN", kSuccess},
+      {L"C:\\Data\\.\\x\\..\\File.bin. ", kSuccess},
+      {L"\\\\?\\C:\\Data\\File.bin", kSuccess},
+      {L"\\Data\\File.bin", kSuccess},
+      {L"svchost.exe", kSuccess},  // relative to the service's directory
+      {L"", kPathNotFound},
+      {L"C:\\Data\\File.bin\\below", kPathNotFound},
+      {L"E:\\x", kPathNotFound},
+      {L"\\\\server\\share\\x", 53},
+      {L"C:\\Data\\a?c", 123},
+  };
+  for (const auto& row : rows) {
+    FileInformation information;
+    EXPECT_EQ(QueryFileInformation(row.path, information), row.code)
+        << kestrelon::Utf8FromWide(row.path);
+  }
 }
 
 TEST(FileSystem, FullVolumeRefusesBytes) {
@@ -145,7 +197,7 @@ TEST(FileSystem, SearchPatternsFollowThePlatform) {
   };
   for (const auto& row : rows) {
     EXPECT_EQ(NameMatches(row.pattern, row.name), row.matches)
-        << std::string(row.pattern, row.pattern + std::wcslen(row.pattern));
+        << kestrelon::Utf8FromWide(row.pattern);
   }
 }
 

@@ -119,6 +119,51 @@ TEST(PowerCut, NamesReachTheDiskInTheirOrder) {
   });
 }
 
+TEST(PowerCut, BytesPutOverOrBehindFlushedOnesAreLostAlone) {
+  FileSystem& files = TheMachine().files;
+  const struct {
+    std::uint32_t access;
+    std::string kept;
+  } rows[] = {{kGenericWrite, std::string(3, '\0')}, {kAppendData, "old" + std::string(2, '\0')}};
+  for (const auto& row : rows) {
+    files.Remove(L"C:\\Data");
+    files.Write(kTarget, "old");
+    File file;
+    std::uint32_t written = 0;
+    ASSERT_EQ(OpenFile(kTarget, row.access, kShareRead, kOpenExisting, 0, file), kSuccess);
+    ASSERT_EQ(WriteFileBytes(file, "ne", 2, written), kSuccess);
+    files.CutPowerAt(1, CutMode::kKeepMetadata);
+    EXPECT_EQ(MakeDirectory(L"C:\\Data\\next"), kPowerLost);
+    TheMachine().Restart();
+    EXPECT_EQ(files.Read(kTarget), row.kept);
+  }
+}
+
+// Emptying a file is a change of metadata like any other, and may be durable before what follows.
+TEST(PowerCut, DurableTruncationLeavesNothingOfTheOldBytes) {
+  FileSystem& files = TheMachine().files;
+  files.Write(kTarget, "old");
+  files.Write(L"C:\\Data\\a", "x");
+  ASSERT_EQ(WriteFileWhole(kTarget, "new text", false), kSuccess);
+  ASSERT_EQ(RenameFile(L"C:\\Data\\a", L"C:\\Data\\b", kWriteThrough), kSuccess);
+  files.CutPowerAt(1, CutMode::kLoseMetadata);
+  EXPECT_EQ(RemoveFile(L"C:\\Data\\b"), kPowerLost);
+  TheMachine().Restart();
+  EXPECT_EQ(files.Read(kTarget), "");
+}
+
+TEST(PowerCut, NameChangedTwiceComesBackAsItWas) {
+  FileSystem& files = TheMachine().files;
+  files.Write(kTarget, "old");
+  ASSERT_EQ(RenameFile(kTarget, kTemporary, 0), kSuccess);
+  ASSERT_EQ(WriteFileWhole(kTarget, "new text", false), kSuccess);
+  files.CutPowerAt(1, CutMode::kLoseMetadata);
+  EXPECT_EQ(RemoveFile(kTemporary), kPowerLost);
+  TheMachine().Restart();
+  EXPECT_EQ(files.Read(kTarget), "old");
+  EXPECT_FALSE(files.Exists(kTemporary));
+}
+
 TEST(PowerCut, CopyCutInItsMiddleIsNoCopy) {
   AtEachCut(
       CutMode::kKeepMetadata, [] { return DuplicateFile(kTarget, kTemporary); },

@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
+#include <chrono>
+#include <future>
 
 #include "base/text.h"
 #include "simulation/machine/machine.h"
@@ -54,14 +55,13 @@ TEST(CommandLine, ElevationThatCannotBeReadCountsAsNone) {
 
 TEST(CommandLine, TheForegroundRunPrintsItsLogAndStopsOnRequest) {
   simulation::Machine& machine = simulation::TheMachine();
-  int exit_code = -1;
-  std::thread run([&] { exit_code = RunCommandLine({L"--console"}); });
-  while (!machine.console.output.Contains(L"Running. Press Ctrl+C to stop")) {
-    std::this_thread::yield();
+  std::future<int> run =
+      std::async(std::launch::async, [] { return RunCommandLine({L"--console"}); });
+  while (!machine.console.output.Contains(L"Running. Press Ctrl+C to stop") &&
+         run.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
   }
   EXPECT_TRUE(machine.console.RequestStop());
-  run.join();
-  EXPECT_EQ(exit_code, 0);
+  EXPECT_EQ(run.get(), 0);
   EXPECT_TRUE(machine.console.output.Contains(L"Kestrelon service 1.2.2 (48) starting\r\n"));
   EXPECT_TRUE(machine.console.output.Contains(
       L"Running. Press Ctrl+C to stop (filters stay active).\n"));

@@ -12,7 +12,9 @@ namespace {
 class ConfigChange : public Scenario {
  protected:
   void SetUp() override {
+    before.presets_version = 9;
     before.apps = {Allowed(kTool)};
+    after.presets_version = 9;
     after.apps = {Allowed(kOther)};
     world.PutConfig(before);
     ASSERT_TRUE(world.Start());

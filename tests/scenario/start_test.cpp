@@ -2,6 +2,7 @@
 #include "base/text.h"
 #include "config/config_file.h"
 #include "config/presets.h"
+#include "core/core_state.h"
 #include "filtering/filter_engine.h"
 #include "platform/codes.h"
 #include "tests/scenario/world.h"

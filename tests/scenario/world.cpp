@@ -9,10 +9,10 @@
 #include "core/config_change.h"
 #include "core/core_start.h"
 #include "filtering/filter_engine.h"
-#include "platform/crypto.h"
 #include "platform/network.h"
 #include "platform/security.h"
 #include "platform/system_text.h"
+#include "simulation/machine/digest.h"
 
 namespace kestrelon::test {
 namespace {
@@ -70,6 +70,7 @@ World::World() {
   Program(kOther, "another program");
   Signed(kBrowser, "browser, first version", kPublisher);
   Signed(kSvchost, "service host", L"Microsoft Windows");
+  Signed(kLsass, "security authority", L"Microsoft Windows");
   facts_.services[L"dnscache"] = kSvchost;
   facts_.service_sids[L"dnscache"] =
       L"S-1-5-80-859482183-879914841-863379149-1145462774-2388618682";
@@ -213,12 +214,7 @@ RuleEntry BlockRule(const std::wstring& name) {
 }
 
 std::wstring HashText(const std::string& content) {
-  platform::Sha256 hash;
-  platform::Sha256Digest digest{};
-  EXPECT_EQ(hash.Begin(), platform::kSuccess);
-  EXPECT_EQ(hash.Add(content.data(), static_cast<std::uint32_t>(content.size())),
-            platform::kSuccess);
-  EXPECT_EQ(hash.Finish(digest), platform::kSuccess);
+  const std::vector<std::uint8_t> digest = simulation::DigestOf(L"SHA256", content);
   return HexText(digest.data(), digest.size());
 }
 

@@ -30,6 +30,15 @@ TEST_F(Verdicts, NothingPassesWithoutARule) {
   }
 }
 
+// An allow rule of many conditions, which would win if its weight were no lower.
+RuleEntry NarrowRule() {
+  RuleEntry rule = Rule(true, L"198.51.100.7, 2001:db8::7");
+  rule.protocol = 6;
+  rule.remote_ports = L"443";
+  rule.app = kApp;
+  return rule;
+}
+
 TEST_F(Verdicts, TheWeightAloneDecidesBetweenFilters) {
   struct Case {
     const char* claim;
@@ -43,7 +52,7 @@ TEST_F(Verdicts, TheWeightAloneDecidesBetweenFilters) {
       {"a permitted app beats the default", {}, {AllowedApp(true)}, false, L"Allow app.exe", true},
       {"an allow rule beats the default", {Rule(true)}, {}, false, L"Rule: allow", true},
       {"a blocked app beats an allow rule",
-       {Rule(true)},
+       {NarrowRule()},
        {BlockedApp()},
        false,
        L"Block app.exe",
@@ -55,7 +64,7 @@ TEST_F(Verdicts, TheWeightAloneDecidesBetweenFilters) {
        L"Rule: block",
        false},
       {"a block rule beats an allow rule, whatever the order",
-       {Rule(true), Rule(false)},
+       {NarrowRule(), Rule(false)},
        {},
        false,
        L"Rule: block",
@@ -75,7 +84,7 @@ TEST_F(Verdicts, TheWeightAloneDecidesBetweenFilters) {
        L"Integrity block app.exe",
        false},
       {"a held-back file is blocked under an allow rule",
-       {Rule(true)},
+       {NarrowRule()},
        {HeldApp()},
        false,
        L"Integrity block app.exe",

@@ -171,9 +171,7 @@ WideNumber NumberOfField(FieldId field, const Subject& subject) {
 
 bool MeetsBytesField(const CompiledCondition& condition, const Connection& connection) {
   if (condition.field == FieldId::kAppId) {
-    // A connection without a program has no value to compare.
-    return !connection.app_id.empty() &&
-           MeetsBytes(condition.match, connection.app_id, condition.bytes);
+    return MeetsBytes(condition.match, connection.app_id, condition.bytes);
   }
   if (!connection.package_sid.empty()) {
     return MeetsBytes(condition.match, connection.package_sid, condition.bytes);
@@ -184,6 +182,7 @@ bool MeetsBytesField(const CompiledCondition& condition, const Connection& conne
 
 bool Meets(const CompiledCondition& condition, const Subject& subject) {
   const Connection& connection = subject.connection;
+  // What a connection doesn't have has no value to compare; only the empty operand stands for it.
   const bool unknown = condition.field == FieldId::kUnmodelled ||
                        (condition.field == FieldId::kAppId && connection.app_id.empty());
   if (unknown || condition.test == CompiledCondition::Test::kIsEmpty) {

@@ -71,18 +71,15 @@ Code Engine::FindSession(SessionId id, Session*& session) {
 Code Engine::Enter(SessionId id, Need need, std::unique_lock<std::mutex>& lock, Session*& session) {
   if (const Code code = FindSession(id, session)) return code;
   if (need == Need::kWrite && readers_.count(id) != 0) return platform::kIncompatibleTransaction;
-  const auto ready = [&] { return !running_ || session->aborted || MayRun(id, need); };
-  if (!ready()) {
-    // The session may be closed by another thread meanwhile, so it is looked up anew each time.
-    const auto still_ready = [&] {
-      return FindSession(id, session) != platform::kSuccess || MayRun(id, need);
-    };
-    if (session->wait_ms == kInfiniteWait) {
-      transaction_ended_.wait(lock, still_ready);
-    } else if (!transaction_ended_.wait_for(lock, std::chrono::milliseconds(session->wait_ms),
-                                            still_ready)) {
-      return platform::kTransactionTimeout;
-    }
+  // The session may be closed by another thread meanwhile, so it is looked up anew each time.
+  const auto ready = [&] {
+    return FindSession(id, session) != platform::kSuccess || MayRun(id, need);
+  };
+  if (session->wait_ms == kInfiniteWait) {
+    transaction_ended_.wait(lock, ready);
+  } else {
+    const auto wait = std::chrono::milliseconds(session->wait_ms);
+    if (!transaction_ended_.wait_for(lock, wait, ready)) return platform::kTransactionTimeout;
   }
   return FindSession(id, session);
 }

@@ -79,8 +79,8 @@ Code Engine::CheckFilterLinks(const Session& session, const ObjectHead& head,
   return head.stored() && foreign ? platform::kLifetimeMismatch : platform::kSuccess;
 }
 
-// The key's being taken is told before a missing right to link: undocumented, but who may not link
-// to an object that is locked must still be able to find out that it is there.
+// Undocumented: the order of mistakes. Here a taken key is told before a missing right to link, so
+// that who may not link to a locked object still finds out that it is there.
 Code Engine::AddProvider(SessionId session, const platform::Provider& provider,
                          const platform::SecurityDescriptor& descriptor) {
   std::unique_lock lock(mutex_);

@@ -153,6 +153,11 @@ TEST_F(Arbitration, TieOfAPermitAndABlockIsFoundAndBlocks) {
   EXPECT_FALSE(verdict.permit);
   EXPECT_FALSE(engine.Classify({.remote_port = 80}).tied_conflict) << "the tie doesn't match";
   EXPECT_EQ(engine.TiedConflicts(), 1u);
+  // A permit that others may overrule and one that they may not disagree as well.
+  Filter hard = SomeFilter(kActionPermit);
+  hard.flags = platform::kFilterClearActionRight;
+  ASSERT_EQ(Add(hard), kSuccess);
+  EXPECT_TRUE(engine.Classify({}).tied_conflict);
 }
 
 TEST_F(Arbitration, TakenSublayerWeightGoesToTheNearestFreeOne) {

@@ -182,8 +182,9 @@ TEST_F(Lifetimes, PersistentObjectsComeBackFromTheirBytes) {
       {kFieldUserId, kMatchEqual, UserCondition({{true, 1, alice}})},
       {kFieldRemotePort, kMatchRange, ValueRange{std::uint16_t{1}, std::uint16_t{9}}},
   };
-  const Bytes read_only = DescriptorOf({{true, kRightRead, AdministratorsSid()}});
-  ASSERT_EQ(AddAs(session, permit, read_only), kSuccess);
+  const Bytes locked = DescriptorOf({{false, kRightDelete, AdministratorsSid()},
+                                     {true, kAllRights & ~kRightWriteDac, EveryoneSid()}});
+  ASSERT_EQ(AddAs(Open(AdministratorCaller()), permit, locked), kSuccess);
   ASSERT_EQ(Add(FilterWith(kFilterPersistent, 2)), kSuccess);
   ASSERT_EQ(Add(FilterWith(kFilterBootTime, 3)), kSuccess);
   ASSERT_EQ(Add(FilterWith(0, 4)), kSuccess);
@@ -206,6 +207,7 @@ TEST_F(Lifetimes, PersistentObjectsComeBackFromTheirBytes) {
   SessionId reader = 0;
   ASSERT_EQ(loaded.OpenSession({}, AdministratorCaller(), reader), kSuccess);
   EXPECT_EQ(loaded.DeleteFilter(reader, Key(1)), kAccessDenied);
+  EXPECT_EQ(loaded.SetFilterDacl(reader, Key(1), locked), kSuccess) << "as its owner";
   EXPECT_EQ(loaded.DeleteFilter(reader, Key(2)), kSuccess);
 
   // Damaged bytes are refused whole, or are a whole set of their own.

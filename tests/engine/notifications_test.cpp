@@ -1,5 +1,6 @@
 // What subscribers hear of changes, and when they hear no more.
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>

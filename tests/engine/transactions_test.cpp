@@ -1,5 +1,6 @@
 // Transactions: all or nothing, one writer, and nobody sees what isn't committed.
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "tests/engine/engine_world.h"
@@ -110,13 +111,17 @@ TEST_F(Transactions, ClosingASessionAbortsItsTransactionAndWakesTheNext) {
   ASSERT_EQ(Add(WithKey(1)), kSuccess);
   Code code = kTransactionTimeout;
   std::thread next([&] { code = engine.Begin(waiting, 0); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));  // so that it most likely waits
   EXPECT_EQ(engine.CloseSession(session), kSuccess);
   next.join();
   EXPECT_EQ(code, kSuccess);
+  EXPECT_EQ(engine.Commit(waiting), kSuccess);
   EXPECT_FALSE(Has(Key(1)));
+  EXPECT_EQ(engine.Begin(waiting, 0), kSuccess);
   // A stop of the service wakes who waits, too.
   const SessionId last = Open(LocalSystemCaller(), 0, 0xFFFFFFFF);
   std::thread stopped([&] { code = engine.Begin(last, 0); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
   engine.Stop();
   stopped.join();
   EXPECT_EQ(code, kEndpointNotRegistered);

@@ -106,6 +106,9 @@ TEST_F(Validation, DamagedDescriptorIsNeverReadBeyondItsEnd) {
     const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
     EXPECT_FALSE(ParseDescriptor(cut, security)) << size;
   }
+  Bytes long_entry = whole;
+  long_entry[20 + 8 + 2] = 0xFF;  // the first entry would reach beyond its list
+  EXPECT_FALSE(ParseDescriptor(long_entry, security));
   for (std::size_t at = 0; at < whole.size(); ++at) {
     for (const std::uint8_t value : std::initializer_list<std::uint8_t>{0x00, 0x01, 0x7F, 0xFF}) {
       Bytes changed = whole;

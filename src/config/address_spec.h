@@ -12,9 +12,9 @@ namespace kestrelon {
 
 // One parsed address item.
 struct AddressEntry {
-  std::uint32_t family = 4;  // 4 or 6
-  std::uint32_t low = 0;     // family 4: first address, host order, inclusive
-  std::uint32_t high = 0;    // family 4: last address, host order, inclusive
+  std::uint32_t family = 4;                // 4 or 6
+  std::uint32_t low = 0;                   // family 4: first address, host order, inclusive
+  std::uint32_t high = 0;                  // family 4: last address, host order, inclusive
   std::array<std::uint8_t, 16> address{};  // family 6: network order, host bits as written
   std::uint32_t prefix = 128;              // family 6: 0..128
 

@@ -14,13 +14,13 @@ namespace kestrelon {
 struct AppEntry {
   std::wstring path;  // a path, a pattern, "System", "service:NAME" or "package:NAME"; never empty
   bool allow = true;
-  bool inbound = false;      // the entry also covers inbound connections
-  std::int64_t added = 0;    // when the entry was made
-  std::wstring signer;       // signer recorded for the file
-  std::wstring product;      // product label recorded for the file
-  std::int64_t expires = 0;  // end of a temporary permission
-  bool until_reboot = false;  // temporary permission that ends at the machine's next start
-  bool trust_updates = true;  // a new file of the same signer stands for the old one
+  bool inbound = false;              // the entry also covers inbound connections
+  std::int64_t added = 0;            // when the entry was made
+  std::wstring signer;               // signer recorded for the file
+  std::wstring product;              // product label recorded for the file
+  std::int64_t expires = 0;          // end of a temporary permission
+  bool until_reboot = false;         // temporary permission that ends at the machine's next start
+  bool trust_updates = true;         // a new file of the same signer stands for the old one
   std::vector<std::wstring> sha256;  // accepted hashes, each 64 lower-case hexadecimal digits
 
   friend bool operator==(const AppEntry&, const AppEntry&) = default;
@@ -62,9 +62,9 @@ struct Config {
   bool enabled = true;         // filtering on
   bool allow_loopback = true;  // loopback traffic is let through
   bool boot_time_filter = true;
-  bool notifications = true;   // show blocked-connection notifications
-  bool notify_system = true;   // include system processes in them
-  bool log_allowed = false;    // log allowed connections of all applications
+  bool notifications = true;  // show blocked-connection notifications
+  bool notify_system = true;  // include system processes in them
+  bool log_allowed = false;   // log allowed connections of all applications
   std::vector<std::wstring> log_allowed_apps;
   std::vector<std::wstring> blocklists;  // ids of the enabled blocklists
   bool blocklists_auto_update = true;

@@ -22,8 +22,7 @@ void ObtainStartConfig(Config& config) REQUIRES(ConfigGuard);
 
 // Writes a configuration changed by a stage of the start: to config.json, and to the last working
 // copy unless the strict fallback is in force.
-[[nodiscard]] bool SaveStartConfig(const Config& config, std::wstring& error)
-    REQUIRES(ConfigGuard);
+[[nodiscard]] bool SaveStartConfig(const Config& config, std::wstring& error) REQUIRES(ConfigGuard);
 
 // Writes the live configuration under the same rules. Failure is logged.
 void SaveCurrentConfig() REQUIRES(ConfigGuard);

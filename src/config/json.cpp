@@ -13,9 +13,6 @@
 namespace kestrelon {
 namespace {
 
-// Never changed and without any start-up code, so that it serves from the first thread on.
-constinit const Json shared_null;
-
 // Largest absolute value that is taken for a whole number: safely inside 64 bits.
 constexpr double kWholeNumberBound = 9.2e18;
 
@@ -35,6 +32,8 @@ std::uint32_t CheckedSize(std::size_t size) {
 }
 
 }  // namespace
+
+constinit const Json Json::kSharedNull;
 
 Json::Json(std::string_view text) : Json() {
   if (text.size() <= kBriefBytes) {
@@ -110,12 +109,6 @@ double Json::floating() const {
   return is_integer() ? static_cast<double>(data_.number.integer) : data_.number.floating;
 }
 
-std::string_view Json::text() const {
-  if (!IsString()) return {};
-  if (data_.brief.tag == kOnHeap) return {data_.heap.bytes, data_.heap.size};
-  return {data_.brief.bytes, data_.brief.tag};
-}
-
 bool Json::IsWholeNumber() const {
   if (is_integer()) return true;
   if (kind() != Kind::kNumber) return false;
@@ -125,18 +118,6 @@ bool Json::IsWholeNumber() const {
 
 std::wstring Json::StringOr(std::wstring_view otherwise) const {
   return IsString() ? WideFromUtf8(text()) : std::wstring(otherwise);
-}
-
-const Json& Json::At(std::size_t index) const {
-  return IsArray() && index < size() ? data_.heap.items[index] : shared_null;
-}
-
-std::string_view Json::KeyAt(std::size_t index) const {
-  return IsObject() && index < size() ? data_.heap.items[2 * index].text() : std::string_view();
-}
-
-const Json& Json::ValueAt(std::size_t index) const {
-  return IsObject() && index < size() ? data_.heap.items[2 * index + 1] : shared_null;
 }
 
 const Json* Json::Find(std::string_view key) const {
@@ -150,7 +131,7 @@ const Json* Json::Find(std::string_view key) const {
 
 const Json& Json::Get(std::string_view key) const {
   const Json* value = Find(key);
-  return value == nullptr ? shared_null : *value;
+  return value == nullptr ? kSharedNull : *value;
 }
 
 bool Json::Has(std::string_view key) const {

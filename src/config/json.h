@@ -63,7 +63,11 @@ class Json {
   std::int64_t integer() const { return is_integer() ? data_.number.integer : 0; }
   double floating() const;
   // Valid until this value changes, moves or ends.
-  std::string_view text() const;
+  std::string_view text() const {
+    if (!IsString()) return {};
+    if (data_.brief.tag == kOnHeap) return {data_.heap.bytes, data_.heap.size};
+    return {data_.brief.bytes, data_.brief.tag};
+  }
 
   // A number without a fraction and of an absolute value below 9.2e18, however it is held.
   bool IsWholeNumber() const;
@@ -73,10 +77,16 @@ class Json {
   // Elements of an array, members of an object; 0 for anything else.
   std::size_t size() const { return IsArray() || IsObject() ? data_.heap.size : 0; }
   // Element of an array; the shared null when out of range or when this is no array.
-  const Json& At(std::size_t index) const;
+  const Json& At(std::size_t index) const {
+    return IsArray() && index < size() ? data_.heap.items[index] : kSharedNull;
+  }
   // Member of an object by position; an empty text and the shared null out of range.
-  std::string_view KeyAt(std::size_t index) const;
-  const Json& ValueAt(std::size_t index) const;
+  std::string_view KeyAt(std::size_t index) const {
+    return IsObject() && index < size() ? data_.heap.items[2 * index].text() : std::string_view();
+  }
+  const Json& ValueAt(std::size_t index) const {
+    return IsObject() && index < size() ? data_.heap.items[2 * index + 1] : kSharedNull;
+  }
 
   // Member of an object; the shared null when there is none, so that look-ups can be chained.
   const Json& Get(std::string_view key) const;
@@ -100,6 +110,8 @@ class Json {
   friend class JsonParser;
 
   static constexpr std::size_t kBriefBytes = 14;
+  // Never changed, and made without any start-up code: it serves from the first thread on.
+  static const Json kSharedNull;
   // In the tag: text on the heap, or a block of items of exactly its size.
   static constexpr std::uint8_t kOnHeap = 0xFF;
 

@@ -10,14 +10,10 @@
 namespace kestrelon {
 namespace {
 
-constexpr const wchar_t* kLan = L"10.0.0.0/8, 172.16.0.0/12, 192.168.0.0/16, fe80::/10, fc00::/7";
-constexpr const wchar_t* kDns = L"DNS (Windows DNS Client)";
 constexpr const wchar_t* kSmb = L"Network drives (SMB, local network only)";
 constexpr const wchar_t* kLlmnr = L"LLMNR (local name resolution)";
 constexpr const wchar_t* kMdns = L"mDNS (local name resolution)";
 constexpr const wchar_t* kKernel = L"Windows kernel - local network";
-constexpr const wchar_t* kDownloads = L"Windows downloads for the signed-in user";
-constexpr const wchar_t* kRevocation = L"Certificate revocation checks (lsass)";
 
 // The rules of the table by their numbers from 1.
 std::vector<RuleEntry> Rows(std::size_t first, std::size_t last) {
@@ -41,62 +37,6 @@ Config Upgraded(std::int32_t generation, std::vector<RuleEntry> rules) {
   EXPECT_TRUE(UpgradePresets(config));
   EXPECT_EQ(config.presets_version, 9);
   return config;
-}
-
-TEST(Presets, TableIsWhatWindowsNeeds) {
-  struct Row {
-    std::int32_t generation;
-    bool on;
-    RuleEntry rule;
-  };
-  const std::wstring lan = kLan;
-  const std::wstring local =
-      L"10.0.0.0/8, 172.16.0.0/12, 192.168.0.0/16, 169.254.0.0/16, 224.0.0.0/4, 255.255.255.255, "
-      L"fe80::/10, fc00::/7, ff00::/8";
-  const std::wstring host = L"%SystemRoot%\\System32\\svchost.exe";
-  const Row rows[] = {
-      {1, true, {kDns, false, true, 0, 0, L"$dns", L"53", L"", host, L""}},
-      {1, true, {L"DHCP (IPv4 address)", false, true, 2, 17, L"", L"67", L"68", host, L""}},
-      {1, true, {L"DHCPv6 (IPv6 address)", false, true, 2, 17, L"", L"547", L"546", host, L""}},
-      {1, true, {L"NTP (Windows Time)", false, true, 0, 17, L"", L"123", L"", host, L""}},
-      {2,
-       true,
-       {L"IPv6 Neighbor Discovery (ICMPv6)", false, true, 2, 58, L"", L"", L"133-136", L"", L""}},
-      {2, false, {kSmb, false, true, 0, 6, lan, L"445", L"", L"System", L""}},
-      {4,
-       false,
-       {kLlmnr, false, true, 2, 17, lan + L", 224.0.0.252, ff02::1:3", L"5355", L"", host, L""}},
-      {6,
-       false,
-       {kMdns, false, true, 2, 17, lan + L", 224.0.0.251, ff02::fb", L"5353", L"", host, L""}},
-      {4, true, {kKernel, false, true, 2, 0, local, L"", L"", L"System", L""}},
-      {4,
-       true,
-       {L"Windows services - local network", false, true, 2, 0, local, L"", L"", host, L""}},
-      {7, false, {kDownloads, false, true, 0, 6, L"", L"80, 443", L"", host, L"S-1-5-4"}},
-      {7,
-       true,
-       {kRevocation, false, true, 0, 6, L"", L"80", L"", L"%SystemRoot%\\System32\\lsass.exe",
-        L""}},
-      {9,
-       false,
-       {L"Built-in Windows VPN - IKEv2 and IPsec", false, true, 0, 17, L"", L"500, 4500", L"", host,
-        L"S-1-5-80-698886940-375981264-2691324669-2937073286-3841916615"}},
-      {9,
-       false,
-       {L"Built-in Windows VPN - L2TP", false, true, 0, 17, L"", L"1701", L"", L"System", L""}},
-      {9,
-       false,
-       {L"Built-in Windows VPN - SSTP", false, true, 0, 6, L"", L"443", L"", host,
-        L"S-1-5-80-3435701886-799518250-3791383489-3228296122-2938884314"}},
-  };
-  const std::vector<PresetRule> table = PresetRules();
-  ASSERT_EQ(table.size(), std::size(rows));
-  for (std::size_t i = 0; i < table.size(); ++i) {
-    EXPECT_EQ(table[i].generation, rows[i].generation) << rows[i].rule.name;
-    EXPECT_EQ(table[i].default_enabled, rows[i].on) << rows[i].rule.name;
-    EXPECT_EQ(table[i].rule, rows[i].rule) << rows[i].rule.name;
-  }
 }
 
 // The long user texts are derived by Windows from the names of services; so are they here.

@@ -50,6 +50,8 @@ reopen_machine() {
   local bench=$1 executable=$2
   place_machine "$3"
   start_machine "$machine_dir/prefix"
+  stop_machine  # what a run that was killed may have left
+  start_machine "$machine_dir/prefix"
   cp "$executable" "$drive_c/Program Files/Kestrelon/KestrelonSvc.exe"
   install_bench "$bench" KestrelonSvc.exe
 }
@@ -68,13 +70,18 @@ start_service() {
   fail "the service did not come up"
 }
 
-# Asks the service to stop as Ctrl+C does. It must end with success and leave its filters.
-stop_service() {
+# Asks the service to stop as Ctrl+C does and waits for it; gives its exit code.
+end_service() {
   local result=0
   kill -INT "$service_pid" 2>/dev/null || true  # a terminal may have sent it already
   wait "$service_pid" || result=$?
   service_pid=
-  [ "$result" -eq 0 ] || fail "the service ended with $result"
+  return "$result"
+}
+
+# The same, expecting that it ends with success and leaves its filters.
+stop_service() {
+  end_service || fail "the service ended with $?"
   grep -q 'Kestrelon service stopping (filters stay active)' "$machine_dir/service.out" ||
     fail "the service did not say that its filters stay"
 }

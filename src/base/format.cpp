@@ -7,8 +7,7 @@ namespace {
 
 void AppendInteger(const FormatDirective& directive, const FormatArgument& argument,
                    std::wstring& out) {
-  const bool negative =
-      argument.kind == FormatArgument::Kind::kSigned && argument.signed_value < 0;
+  const bool negative = argument.kind == FormatArgument::Kind::kSigned && argument.signed_value < 0;
   std::uint64_t magnitude = argument.unsigned_value;
   if (argument.kind == FormatArgument::Kind::kSigned) {
     magnitude = static_cast<std::uint64_t>(argument.signed_value);

@@ -64,8 +64,7 @@ struct FormatArgument {
   FormatArgument(const std::wstring& value) : kind(Kind::kText), text(value) {}
   FormatArgument(const wchar_t* value) : kind(Kind::kText), text(value) {}
   template <typename T>
-    requires std::is_integral_v<T>
-  FormatArgument(T value) {
+  requires std::is_integral_v<T> FormatArgument(T value) {
     if constexpr (std::is_signed_v<T>) {
       kind = Kind::kSigned;
       signed_value = value;

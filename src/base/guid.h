@@ -47,7 +47,8 @@ consteval Guid MakeGuid(std::string_view text) {
   }
   if (digits != 32) throw "a GUID has 32 digits";
   Guid guid;
-  guid.data1 = static_cast<std::uint32_t>(bytes[0]) << 24 | static_cast<std::uint32_t>(bytes[1]) << 16 |
+  guid.data1 = static_cast<std::uint32_t>(bytes[0]) << 24 |
+               static_cast<std::uint32_t>(bytes[1]) << 16 |
                static_cast<std::uint32_t>(bytes[2]) << 8 | bytes[3];
   guid.data2 = static_cast<std::uint16_t>(bytes[4] << 8 | bytes[5]);
   guid.data3 = static_cast<std::uint16_t>(bytes[6] << 8 | bytes[7]);

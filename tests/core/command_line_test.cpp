@@ -63,8 +63,8 @@ TEST(CommandLine, TheForegroundRunPrintsItsLogAndStopsOnRequest) {
   EXPECT_TRUE(machine.console.RequestStop());
   EXPECT_EQ(run.get(), 0);
   EXPECT_TRUE(machine.console.output.Contains(L"Kestrelon service 1.2.2 (48) starting\r\n"));
-  EXPECT_TRUE(machine.console.output.Contains(
-      L"Running. Press Ctrl+C to stop (filters stay active).\n"));
+  EXPECT_TRUE(
+      machine.console.output.Contains(L"Running. Press Ctrl+C to stop (filters stay active).\n"));
   EXPECT_TRUE(machine.console.output.Contains(L"Kestrelon service stopping (filters stay active)"));
   EXPECT_EQ(machine.engine.open_sessions(), 0U);
   EXPECT_FALSE(machine.engine.Filters().empty());

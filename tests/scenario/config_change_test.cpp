@@ -1,7 +1,7 @@
 // A configuration sent by a client becomes live as a whole, or changes nothing.
+#include "core/config_change.h"
 #include "base/text.h"
 #include "config/config_file.h"
-#include "core/config_change.h"
 #include "filtering/filter_engine.h"
 #include "platform/codes.h"
 #include "tests/scenario/world.h"
@@ -50,8 +50,7 @@ TEST_F(ConfigChange, AnAcceptedOneIsInForceSavedBackedUpAndLogged) {
   EXPECT_EQ(saved.apps[0].sha256, std::vector<std::wstring>{HashText("another program")});
   EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood"), saved);
   ASSERT_EQ(Backups(), 1U);
-  EXPECT_EQ(world.ConfigOnDisk(
-                L"C:\\ProgramData\\Kestrelon\\backups\\config-20261121-120000.json"),
+  EXPECT_EQ(world.ConfigOnDisk(L"C:\\ProgramData\\Kestrelon\\backups\\config-20261121-120000.json"),
             before);
   EXPECT_TRUE(world.Logged(L"Configuration updated: 1 apps, 0 rules, "));
   EXPECT_FALSE(world.machine().files.Exists(std::wstring(kConfigFile) + L".new"));
@@ -62,9 +61,9 @@ TEST_F(ConfigChange, AFullDiskChangesNothingWithoutASingleFilterCall) {
   world.machine().files.SetFull(true);
   world.machine().faults.FailAlways("BeginTransaction", platform::kInUse);
   const std::wstring error = ErrorOf(world.Set(after));
-  EXPECT_TRUE(error.starts_with(
-      L"The configuration cannot be saved, so nothing was changed: cannot write "
-      L"C:\\ProgramData\\Kestrelon\\config.json.new.tmp: 0x00000070"))
+  EXPECT_TRUE(
+      error.starts_with(L"The configuration cannot be saved, so nothing was changed: cannot write "
+                        L"C:\\ProgramData\\Kestrelon\\config.json.new.tmp: 0x00000070"))
       << Utf8FromWide(error);
   EXPECT_FALSE(world.machine().faults.fired());
   EXPECT_EQ(world.FilterKeys(), keys);
@@ -98,8 +97,9 @@ TEST_F(ConfigChange, ADoubleFailureEndsInBlockAll) {
   world.machine().faults.FailNthOf("RenameFile", 2, platform::kAccessDenied);
   // The change itself, the way back, then block-all.
   world.machine().faults.FailNthOf("CommitTransaction", 2, platform::kTransactionTimeout);
-  EXPECT_TRUE(ErrorOf(world.Set(after))
-                  .starts_with(L"The configuration could not be saved, so the change was undone: "));
+  EXPECT_TRUE(
+      ErrorOf(world.Set(after))
+          .starts_with(L"The configuration could not be saved, so the change was undone: "));
   EXPECT_TRUE(world.Logged(L"Restoring the previous filters failed: FwpmTransactionCommit0: "));
   EXPECT_TRUE(world.Logged(L"Block-all fallback is active"));
   EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));

@@ -94,8 +94,8 @@ TEST_F(DefaultConfiguration, NeighbourDiscoveryPassesForAnyProgramByMessageType)
   for (std::uint16_t type = 133; type <= 136; ++type) {
     cases.push_back({"solicitation or advertisement out",
                      Icmp6(Out(L"System", L"2001:db8::1", 0), type), true});
-    cases.push_back({"solicitation or advertisement in",
-                     Icmp6(In(kTool, L"2001:db8::1", 0), type), true});
+    cases.push_back(
+        {"solicitation or advertisement in", Icmp6(In(kTool, L"2001:db8::1", 0), type), true});
   }
   cases.push_back({"echo request", Icmp6(Out(kTool, L"2001:db8::1", 0), 128), false});
   cases.push_back({"redirect", Icmp6(In(kTool, L"2001:db8::1", 0), 137), false});

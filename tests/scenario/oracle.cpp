@@ -15,7 +15,9 @@ std::wstring Lower(std::wstring text) {
   return text;
 }
 
-std::string Narrow(const std::wstring& text) { return {text.begin(), text.end()}; }
+std::string Narrow(const std::wstring& text) {
+  return {text.begin(), text.end()};
+}
 
 std::vector<std::wstring> Items(const std::wstring& text) {
   std::vector<std::wstring> items;
@@ -55,8 +57,8 @@ bool SameLeadingBits(const Address& a, const Address& b, std::size_t bits) {
 // One item of an address text, such as "10.0.0.0/8", "1.2.3.4-1.2.3.9" or "fe80::1".
 struct AddressItem {
   Address first;
-  Address last;           // of a range; else empty
-  std::size_t bits = 0;   // leading bits that must agree when there is no range
+  Address last;          // of a range; else empty
+  std::size_t bits = 0;  // leading bits that must agree when there is no range
 
   bool Holds(const Address& address) const {
     if (first.size() != address.size()) return false;
@@ -82,8 +84,7 @@ bool PortFits(const std::wstring& ports, std::uint16_t port) {
   return std::any_of(items.begin(), items.end(), [&](const std::wstring& item) {
     const std::size_t dash = item.find(L'-');
     const unsigned long low = std::stoul(item);
-    const unsigned long high =
-        dash == std::wstring::npos ? low : std::stoul(item.substr(dash + 1));
+    const unsigned long high = dash == std::wstring::npos ? low : std::stoul(item.substr(dash + 1));
     return low <= port && port <= high;
   });
 }

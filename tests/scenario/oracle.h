@@ -20,9 +20,9 @@ struct Attempt {
   std::uint8_t protocol = 6;
   std::wstring remote;  // address text of the family
   std::uint16_t remote_port = 0;
-  std::uint16_t local_port = 0;        // for ICMP the message type
-  std::vector<std::wstring> users;     // SIDs in the program's token
-  std::wstring package_sid;            // empty for none
+  std::uint16_t local_port = 0;     // for ICMP the message type
+  std::vector<std::wstring> users;  // SIDs in the program's token
+  std::wstring package_sid;         // empty for none
   bool loopback = false;
 };
 
@@ -33,10 +33,10 @@ struct KnownFile {
 };
 
 struct OracleFacts {
-  std::map<std::wstring, KnownFile> files;         // by lower-case path
-  std::map<std::wstring, std::wstring> services;   // executable path by lower-case service name
+  std::map<std::wstring, KnownFile> files;        // by lower-case path
+  std::map<std::wstring, std::wstring> services;  // executable path by lower-case service name
   std::map<std::wstring, std::wstring> service_sids;
-  std::wstring dns_servers;                        // ", "-separated
+  std::wstring dns_servers;  // ", "-separated
 };
 
 enum class Answer { kPass, kBlocked };

@@ -1,5 +1,5 @@
-// Thousands of random configurations, each compared with the oracle on random connections. A failure
-// prints the seed; KESTRELON_SEED runs that one again.
+// Thousands of random configurations, each compared with the oracle on random connections. A
+// failure prints the seed; KESTRELON_SEED runs that one again.
 #include <cstdlib>
 #include <random>
 
@@ -19,13 +19,13 @@ constexpr int kConnectionsEach = 50;
 
 // A small world in which entries and connections often meet.
 const wchar_t* const kPrograms[] = {kTool, kOther, kBrowser, kSvchost, kLsass, L"System"};
-const wchar_t* const kAddresses[] = {L"10.0.0.1",    L"10.0.0.9",    L"10.200.0.1", L"192.168.1.7",
-                                     L"192.0.2.53",  L"203.0.113.5", L"fe80::1",    L"2001:db8::1",
+const wchar_t* const kAddresses[] = {L"10.0.0.1",     L"10.0.0.9",    L"10.200.0.1", L"192.168.1.7",
+                                     L"192.0.2.53",   L"203.0.113.5", L"fe80::1",    L"2001:db8::1",
                                      L"2001:db8::ff", L"fd00::7"};
-const wchar_t* const kRemotes[] = {
-    L"10.0.0.1", L"10.0.0.0/8",      L"10.0.0.0-10.0.0.8", L"0.0.0.0/0",        L"192.168.0.0/16",
-    L"$dns",     L"203.0.113.4/31",  L"2001:db8::/120",    L"2001:db8::ff",     L"::/0",
-    L"fe80::/10", L"203.0.113.5"};
+const wchar_t* const kRemotes[] = {L"10.0.0.1",       L"10.0.0.0/8",     L"10.0.0.0-10.0.0.8",
+                                   L"0.0.0.0/0",      L"192.168.0.0/16", L"$dns",
+                                   L"203.0.113.4/31", L"2001:db8::/120", L"2001:db8::ff",
+                                   L"::/0",           L"fe80::/10",      L"203.0.113.5"};
 const wchar_t* const kPortTexts[] = {L"53", L"80", L"443", L"80-443", L"0-65535", L"1-79, 444"};
 const std::uint16_t kPorts[] = {1, 53, 79, 80, 443, 444, 5353};
 const std::uint8_t kProtocols[] = {6, 6, 17, 17, 1, 58, 47};
@@ -119,7 +119,8 @@ bool Compare(World& world, std::uint32_t seed) {
   world.machine().network.SetDnsServers(dice.OneIn(4) ? std::vector<std::wstring>{}
                                                       : std::vector<std::wstring>{L"192.0.2.53"});
   OracleFacts facts = world.facts();
-  facts.dns_servers = world.machine().network.Adapters()[0].dns_servers.empty() ? L"" : L"192.0.2.53";
+  facts.dns_servers =
+      world.machine().network.Adapters()[0].dns_servers.empty() ? L"" : L"192.0.2.53";
   {
     GuardLock lock(ConfigGuard);
     Config copy = config;

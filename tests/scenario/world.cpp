@@ -133,8 +133,8 @@ bool World::Passes(const Attempt& attempt) {
 
 std::wstring World::Explain(const Attempt& attempt) {
   const simulation::Verdict verdict = machine().engine.Classify(ConnectionOf(attempt));
-  return Format(L"%s %s %s protocol %d remote port %d local port %d%s: %s by '%s'",
-                attempt.program, attempt.inbound ? L"from" : L"to", attempt.remote,
+  return Format(L"%s %s %s protocol %d remote port %d local port %d%s: %s by '%s'", attempt.program,
+                attempt.inbound ? L"from" : L"to", attempt.remote,
                 static_cast<int>(attempt.protocol), static_cast<int>(attempt.remote_port),
                 static_cast<int>(attempt.local_port), attempt.loopback ? L" on loopback" : L"",
                 verdict.permit ? L"passes" : L"blocked",
@@ -146,7 +146,9 @@ std::wstring World::Log() {
       machine().files.Read(L"C:\\ProgramData\\Kestrelon\\service.log").value_or(""));
 }
 
-bool World::Logged(const std::wstring& part) { return Log().find(part) != std::wstring::npos; }
+bool World::Logged(const std::wstring& part) {
+  return Log().find(part) != std::wstring::npos;
+}
 
 std::vector<Guid> World::FilterKeys() {
   std::vector<Guid> keys;

@@ -16,8 +16,8 @@ namespace kestrelon::test {
 
 inline constexpr const wchar_t* kSvchost = L"C:\\Windows\\System32\\svchost.exe";
 inline constexpr const wchar_t* kLsass = L"C:\\Windows\\System32\\lsass.exe";
-inline constexpr const wchar_t* kTool = L"C:\\Tools\\tool.exe";       // unsigned
-inline constexpr const wchar_t* kOther = L"C:\\Tools\\other.exe";     // unsigned
+inline constexpr const wchar_t* kTool = L"C:\\Tools\\tool.exe";        // unsigned
+inline constexpr const wchar_t* kOther = L"C:\\Tools\\other.exe";      // unsigned
 inline constexpr const wchar_t* kBrowser = L"C:\\Tools\\browser.exe";  // signed by kPublisher
 inline constexpr const wchar_t* kPublisher = L"Example Publisher";
 inline constexpr const wchar_t* kConfigFile = L"C:\\ProgramData\\Kestrelon\\config.json";
@@ -60,7 +60,8 @@ class World {
   // Keys of all filters in the engine, sorted.
   std::vector<Guid> FilterKeys();
 
-  // That no handle, session or transaction is left and no two filters ever tied. For stopped worlds.
+  // That no handle, session or transaction is left and no two filters ever tied. For stopped
+  // worlds.
   void ExpectNothingLeft();
 
  private:

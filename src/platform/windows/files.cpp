@@ -9,7 +9,8 @@ namespace {
 
 // The longest path there is.
 constexpr DWORD kLongestPath = 32768;
-// Room for a journal record of either version with the longest file name.
+// Room for a journal record of version 2, which a call without input asks for, with the longest
+// file name.
 constexpr DWORD kUsnRecordRoom = 584;
 
 HANDLE NativeHandle(const File& file) {

@@ -144,7 +144,8 @@ Code FindCatalogMember(const std::wstring& path, const std::wstring& algorithm,
   if (code != kSuccess) return code;
   const HCATINFO catalog = CryptCATAdminEnumCatalogFromHash(
       found.admin.get(), found.hash.data(), static_cast<DWORD>(found.hash.size()), 0, nullptr);
-  if (catalog == nullptr) return GetLastError();
+  // The search does not always leave an error behind, and finding nothing is no success.
+  if (catalog == nullptr) return ERROR_NOT_FOUND;
   found.catalog = Catalog(found.admin.get(), catalog);
   CATALOG_INFO information{};
   information.cbStruct = sizeof information;

@@ -68,6 +68,7 @@ std::vector<std::wstring> WalkPattern(const PatternWalk& walk) {
     const std::wstring_view piece = walk.pieces[i];
     std::vector<std::wstring> next;
     for (const std::wstring& directory : level) {
+      if (next.size() == kMostNamesPerLevel) break;
       if (HasWildcard(piece)) {
         AppendMatches(directory, piece, i + 1 == walk.pieces.size(), next);
       } else {

@@ -18,8 +18,8 @@ namespace kestrelon {
 // or a first hash that it learns goes into `config`. Never fails; may hash and verify files and
 // wait for the service manager.
 //
-// The fingerprint is one text with a piece for each file, service or package that was looked at;
-// two compiles of one configuration with the same text give the same entries.
+// The fingerprint is one text with a piece for each file, service or package that was looked at. A
+// difference between two compiles of one configuration means that the machine changed under it.
 void CompileApps(Config& config, FilterPlan& plan) REQUIRES(ConfigGuard);
 
 // The paths of the applications that the last CompileApps held back, in part or whole.

@@ -19,6 +19,11 @@ namespace {
 constexpr int kOpenTries = 60;
 constexpr std::uint32_t kOpenSpacingMs = 1000;
 
+// Whether compiling has written into the live configuration what no file holds yet. The next
+// compile finds it known and says nothing of it, so an application that fails must not lose it: a
+// program would be learnt anew at the next start, whatever it is by then.
+bool live_config_unsaved GUARDED_BY(ConfigGuard) = false;
+
 // Whether the disk takes the configuration; leaves nothing behind.
 bool DiskTakes(const Config& config, std::wstring& error) {
   const std::wstring path = ConfigPath() + L".new";
@@ -33,6 +38,17 @@ Config BlockAllConfig(bool allow_loopback) {
   return config;
 }
 
+// Installs the live configuration, and saves what compiling it learnt once it is in force.
+bool ApplyLiveConfig(std::wstring& error) REQUIRES(ConfigGuard) {
+  bool config_changed = false;
+  const bool applied = ApplyConfig(Core.CurrentConfig, error, config_changed);
+  live_config_unsaved = live_config_unsaved || config_changed;
+  if (!applied) return false;
+  if (live_config_unsaved) SaveCurrentConfig();
+  live_config_unsaved = false;
+  return true;
+}
+
 void RestoreFilters(Config snapshot) REQUIRES(ConfigGuard) {
   std::wstring error;
   bool config_changed = false;
@@ -45,6 +61,7 @@ void RestoreFilters(Config snapshot) REQUIRES(ConfigGuard) {
 void MakeLive(Config config) REQUIRES(ConfigGuard) {
   const bool was_enabled = Core.CurrentConfig.enabled;
   Core.CurrentConfig = std::move(config);
+  live_config_unsaved = false;
   Core.LastError.clear();
   Core.FallbackKind.clear();
   Core.FallbackCause.clear();
@@ -71,8 +88,7 @@ void SetConfig(Json& reply, Config config) {
   std::wstring error;
   if (!DiskTakes(config, error)) {
     LogService(L"Rejected configuration (cannot be saved, nothing changed): %s", error);
-    reply =
-        ErrorReply(L"The configuration cannot be saved, so nothing was changed: " + error);
+    reply = ErrorReply(L"The configuration cannot be saved, so nothing was changed: " + error);
     return;
   }
   Config snapshot = Core.CurrentConfig;
@@ -86,8 +102,7 @@ void SetConfig(Json& reply, Config config) {
   if (!SaveConfigWithLastGood(ConfigPath(), config, error)) {
     LogService(L"Saving the configuration failed (%s) - restoring the previous filters", error);
     RestoreFilters(std::move(snapshot));
-    reply =
-        ErrorReply(L"The configuration could not be saved, so the change was undone: " + error);
+    reply = ErrorReply(L"The configuration could not be saved, so the change was undone: " + error);
     return;
   }
   MakeLive(std::move(config));
@@ -97,10 +112,8 @@ void SetConfig(Json& reply, Config config) {
 void ReApply(const std::wstring& cause) {
   ++Core.ApplyCount;
   std::wstring error;
-  bool config_changed = false;
-  if (ApplyConfig(Core.CurrentConfig, error, config_changed)) {
+  if (ApplyLiveConfig(error)) {
     Core.LastError.clear();
-    if (config_changed) SaveCurrentConfig();
     return;
   }
   ++Core.ApplyFailures;
@@ -120,16 +133,15 @@ void BlockAllFallback() {
   }
 }
 
-bool FirstApply(const Config& config, std::wstring& error) {
+bool FirstApply(Config config, std::wstring& error) {
   if (!OpenEngineAtBoot(error)) {
     LogService(L"Cannot open the WFP engine: %s (persistent filters stay active)", error);
     return false;
   }
   GuardLock lock(ConfigGuard);
-  Core.CurrentConfig = config;
-  bool config_changed = false;
-  if (ApplyConfig(Core.CurrentConfig, error, config_changed)) {
-    if (config_changed) SaveCurrentConfig();
+  Core.CurrentConfig = std::move(config);
+  live_config_unsaved = false;
+  if (ApplyLiveConfig(error)) {
     LogService(L"Filters applied: %zu (protection %s)", FilterCount(TheEngine),
                Core.CurrentConfig.enabled ? L"ON" : L"OFF");
     return true;

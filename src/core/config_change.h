@@ -28,6 +28,6 @@ void BlockAllFallback() REQUIRES(ConfigGuard);
 // Opens the engine, waiting up to a minute for it at boot, makes `config` the live one and installs
 // it; falls back to block-all. False, with the persistent filters as they were, only when the
 // engine can't be opened.
-[[nodiscard]] bool FirstApply(const Config& config, std::wstring& error) EXCLUDES(ConfigGuard);
+[[nodiscard]] bool FirstApply(Config config, std::wstring& error) EXCLUDES(ConfigGuard);
 
 }  // namespace kestrelon

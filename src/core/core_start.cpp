@@ -1,5 +1,7 @@
 #include "core/core_start.h"
 
+#include <utility>
+
 #include "config/config_store.h"
 #include "config/presets.h"
 #include "core/config_change.h"
@@ -34,7 +36,7 @@ bool CoreStart() {
 
   TheEngine.change_event = &Core.WakeEvent;
   std::wstring error;
-  return FirstApply(config, error);
+  return FirstApply(std::move(config), error);
 }
 
 void CoreStop() {

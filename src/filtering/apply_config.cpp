@@ -36,11 +36,12 @@ bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
   plan.dns_servers = CollectDnsServers();
   plan.fingerprint += L"|dns:" + plan.dns_servers;
   const Config effective = ExpandRules(config, plan);
+  config_changed = plan.config_changed;
   if (!ApplyFilters(TheEngine, effective, plan, error)) return false;
   installed_fingerprint = std::move(plan.fingerprint);
-  SnapshotPinned(config.enabled ? plan.entries : std::vector<PlanEntry>());
+  if (!config.enabled) plan.entries.clear();  // none of them is permitted by a filter
+  SnapshotPinned(plan.entries);
   ReplaceWarnings(std::move(plan.warnings));
-  config_changed = plan.config_changed;
   return true;
 }
 

@@ -12,7 +12,7 @@ namespace kestrelon {
 
 // Compiles `config` and swaps the whole set of filters in one transaction. False with `error` set
 // leaves the previous filters in place. `config_changed` says that compiling wrote into `config`
-// what it learnt, so that it is to be saved.
+// what it learnt, so that it is to be saved; after a failure too, as what was learnt stays there.
 [[nodiscard]] bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed)
     REQUIRES(ConfigGuard);
 

@@ -2,6 +2,7 @@
 #include "base/text.h"
 #include "core/config_change.h"
 #include "filtering/compile_apps.h"
+#include "platform/codes.h"
 #include "tests/scenario/world.h"
 
 namespace kestrelon::test {
@@ -32,6 +33,16 @@ TEST_F(Identity, AnUnsignedProgramIsLearntOnFirstSightAndSaved) {
   const std::vector<std::wstring> learnt = {HashText("tool, first version")};
   EXPECT_EQ(world.ConfigOnDisk().apps[0].sha256, learnt);
   EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood").apps[0].sha256, learnt);
+}
+
+// Compiling says what it learnt only once, while the engine may refuse the filters.
+TEST_F(Identity, WhatAFailedApplyLearntIsSavedByTheNext) {
+  world.machine().faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
+  StartAllowing(Allowed(kTool));
+  EXPECT_TRUE(world.ConfigOnDisk().apps[0].sha256.empty());
+  Reapply();
+  const std::vector<std::wstring> learnt = {HashText("tool, first version")};
+  EXPECT_EQ(world.ConfigOnDisk().apps[0].sha256, learnt);
 }
 
 TEST_F(Identity, AnotherContentIsKeptBlockedUntilTheFirstComesBack) {

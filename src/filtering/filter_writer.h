@@ -12,8 +12,9 @@
 
 namespace kestrelon {
 
-// Takes one finished record, which lacks only its key and id, and what the filter means. It may use
-// up both: the next record is filled afresh. False ends the writing.
+// Takes one finished record, which lacks only its key and id, and what the filter means. It may set
+// the key and use up the tag, but must leave the conditions: the group's next filter has the same
+// list, and one that lost its conditions would match everything. False ends the writing.
 using FilterSink = std::function<bool(platform::Filter& filter, FilterTag& tag)>;
 
 // What the filters of a group have in common, and which of them there are.

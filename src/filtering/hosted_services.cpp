@@ -38,7 +38,8 @@ bool IsHosted(const ServiceInfo& service) {
 std::vector<HostedService> HostedServices() {
   const std::uint64_t now = platform::TickMilliseconds();
   if (auto services = KeptServices(now)) return *std::move(services);
-  // The service manager is asked without the guard; two threads that ask at once get one answer.
+  // The service manager is asked without the guard: of two threads that ask at once, the later
+  // answer is kept.
   std::vector<HostedService> services;
   for (const ServiceInfo& service : ListServices()) {
     if (IsHosted(service)) services.push_back({service.name, service.sid});

@@ -21,25 +21,12 @@ TEST(Ipv4FromText, TakesFourDecimalPartsAlone) {
     EXPECT_TRUE(Ipv4FromText(c.text, address)) << testing::PrintToString(c.text);
     EXPECT_EQ(address, c.address);
   }
-  const std::wstring bad[] = {L"",
-                              L"1",
-                              L"1.2.3",
-                              L"1.2.3.4.5",
-                              L"256.1.1.1",
-                              L"1.2.3.-4",
-                              L"1.2.3.4 ",
-                              L" 1.2.3.4",
-                              L"1..2.3",
-                              L"1.2.3.",
-                              L".1.2.3",
-                              L"1.2.3.a",
-                              L"1.2.3.0x4",
-                              L"1.2.3.4/8",
-                              L"::1",
-                              L"1.2.3.\u0664",
-                              L"1,2,3,4",
-                              L"1.2.3.4:80",
-                              {L"1.2.3.4\0x", 9}};
+  const std::wstring with_a_null(L"1.2.3.4\0x", 9);
+  const std::wstring bad[] = {L"",          L"1",          L"1.2.3",    L"1.2.3.4.5",
+                              L"256.1.1.1", L"1.2.3.-4",   L"1.2.3.4 ", L" 1.2.3.4",
+                              L"1..2.3",    L"1.2.3.",     L".1.2.3",   L"1.2.3.a",
+                              L"1.2.3.0x4", L"1.2.3.4/8",  L"::1",      L"1.2.3.\u0664",
+                              L"1,2,3,4",   L"1.2.3.4:80", with_a_null};
   for (const std::wstring& text : bad) {
     std::uint32_t address = 1;
     EXPECT_FALSE(Ipv4FromText(text, address)) << testing::PrintToString(text);

@@ -84,6 +84,13 @@ Filter EngineWorld::SomeFilter(std::uint32_t action, Value weight,
   return filter;
 }
 
+Filter EngineWorld::WithKey(std::uint8_t key, std::uint32_t flags) const {
+  Filter filter = SomeFilter();
+  filter.flags = flags;
+  filter.key = Key(key);
+  return filter;
+}
+
 Code EngineWorld::AddAs(SessionId as, const Filter& filter, const Bytes& descriptor) {
   std::uint64_t id = 0;
   return engine.AddFilter(as, filter, descriptor, id);

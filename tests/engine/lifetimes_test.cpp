@@ -8,12 +8,6 @@ using namespace kestrelon::platform;
 
 class Lifetimes : public EngineWorld {
  protected:
-  Filter FilterWith(std::uint32_t flags, std::uint8_t key) const {
-    Filter filter = SomeFilter();
-    filter.flags = flags;
-    filter.key = Key(key);
-    return filter;
-  }
   Code AddSublayerWith(SessionId as, std::uint8_t key, std::uint32_t flags,
                        std::optional<Guid> provider) {
     Sublayer sublayer;
@@ -28,7 +22,7 @@ class Lifetimes : public EngineWorld {
 TEST_F(Lifetimes, DynamicObjectsEndWithTheirSession) {
   const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
   ASSERT_EQ(AddSublayerWith(dynamic, 5, 0, kProvider), kSuccess);
-  Filter filter = FilterWith(0, 1);
+  Filter filter = WithKey(1);
   filter.sublayer = Key(5);
   ASSERT_EQ(AddAs(dynamic, filter), kSuccess);
   EXPECT_FALSE(Permits());
@@ -84,8 +78,8 @@ TEST_F(Lifetimes, NothingRefersToWhatPassesBeforeIt) {
 TEST_F(Lifetimes, SessionsDeleteOnlyWhatIsTheirsToDelete) {
   const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
   const SessionId other = Open(LocalSystemCaller(), kSessionDynamic);
-  ASSERT_EQ(AddAs(dynamic, FilterWith(0, 1)), kSuccess);
-  ASSERT_EQ(Add(FilterWith(0, 2)), kSuccess);
+  ASSERT_EQ(AddAs(dynamic, WithKey(1)), kSuccess);
+  ASSERT_EQ(Add(WithKey(2)), kSuccess);
   EXPECT_EQ(engine.DeleteFilter(other, Key(1)), kWrongSession);
   EXPECT_EQ(engine.DeleteFilter(session, Key(1)), kWrongSession);
   EXPECT_EQ(engine.DeleteFilter(dynamic, Key(2)), kDynamicSessionInProgress);
@@ -95,7 +89,7 @@ TEST_F(Lifetimes, SessionsDeleteOnlyWhatIsTheirsToDelete) {
 // Which of the filters of each lifetime block, by the port that each of them is about.
 TEST_F(Lifetimes, EachStateOfTheServiceEnforcesItsOwn) {
   const auto port_filter = [&](std::uint16_t port, std::uint32_t flags) {
-    Filter filter = FilterWith(flags, static_cast<std::uint8_t>(port));
+    Filter filter = WithKey(static_cast<std::uint8_t>(port), flags);
     filter.conditions = {{kFieldRemotePort, kMatchEqual, port}};
     return filter;
   };
@@ -134,15 +128,15 @@ TEST_F(Lifetimes, EachStateOfTheServiceEnforcesItsOwn) {
 
 TEST_F(Lifetimes, StopEndsSessionsAndTheirTransactions) {
   ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  ASSERT_EQ(Add(FilterWith(kFilterPersistent, 1)), kSuccess);
+  ASSERT_EQ(Add(WithKey(1, kFilterPersistent)), kSuccess);
   engine.Stop();
   EXPECT_TRUE(Permits()) << "never committed";
-  EXPECT_EQ(Add(FilterWith(0, 2)), kEndpointNotRegistered);
+  EXPECT_EQ(Add(WithKey(2)), kEndpointNotRegistered);
   SessionId none = 0;
   EXPECT_EQ(engine.OpenSession({}, LocalSystemCaller(), none), kEndpointNotRegistered);
   engine.Start();
   EXPECT_EQ(engine.Commit(session), kSessionAborted);
-  EXPECT_EQ(Add(FilterWith(0, 2)), kSessionAborted);
+  EXPECT_EQ(Add(WithKey(2)), kSessionAborted);
   EXPECT_EQ(engine.CloseSession(session), kSuccess);
   EXPECT_EQ(engine.CloseSession(session), kInvalidHandle);
   EXPECT_EQ(engine.CloseSession(0), kSuccess);
@@ -156,7 +150,7 @@ TEST_F(Lifetimes, FiltersOfAServiceThatDoesNotStartItselfAreDisabled) {
   served.flags = kProviderPersistent;
   served.service_name = L"Guard";
   ASSERT_EQ(engine.AddProvider(session, served, {}), kSuccess);
-  Filter filter = FilterWith(kFilterPersistent, 1);
+  Filter filter = WithKey(1, kFilterPersistent);
   filter.provider = Key(20);
   filter.sublayer = kUniversalSublayer;
   ASSERT_EQ(Add(filter), kSuccess);
@@ -173,7 +167,7 @@ TEST_F(Lifetimes, FiltersOfAServiceThatDoesNotStartItselfAreDisabled) {
 
 TEST_F(Lifetimes, PersistentObjectsComeBackFromTheirBytes) {
   const Sid alice = MakeSid(5, {21, 1, 2, 3, 1001});
-  Filter permit = FilterWith(kFilterPersistent | kFilterIndexed, 1);
+  Filter permit = WithKey(1, kFilterPersistent | kFilterIndexed);
   permit.name = L"N\u00e4me";
   permit.action = kActionPermit;
   permit.weight = std::uint8_t{9};
@@ -185,11 +179,11 @@ TEST_F(Lifetimes, PersistentObjectsComeBackFromTheirBytes) {
   const Bytes locked = DescriptorOf({{false, kRightDelete, AdministratorsSid()},
                                      {true, kAllRights & ~kRightWriteDac, EveryoneSid()}});
   ASSERT_EQ(AddAs(Open(AdministratorCaller()), permit, locked), kSuccess);
-  ASSERT_EQ(Add(FilterWith(kFilterPersistent, 2)), kSuccess);
-  ASSERT_EQ(Add(FilterWith(kFilterBootTime, 3)), kSuccess);
-  ASSERT_EQ(Add(FilterWith(0, 4)), kSuccess);
+  ASSERT_EQ(Add(WithKey(2, kFilterPersistent)), kSuccess);
+  ASSERT_EQ(Add(WithKey(3, kFilterBootTime)), kSuccess);
+  ASSERT_EQ(Add(WithKey(4)), kSuccess);
   ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  ASSERT_EQ(Add(FilterWith(kFilterPersistent, 5)), kSuccess);
+  ASSERT_EQ(Add(WithKey(5, kFilterPersistent)), kSuccess);
   ASSERT_EQ(engine.DeleteFilter(session, Key(2)), kSuccess);
   const Bytes saved = engine.SavePersistent();
   ASSERT_EQ(engine.Abort(session), kSuccess);

@@ -30,11 +30,6 @@ class Notifications : public EngineWorld {
     const std::lock_guard lock(mutex_);
     return std::exchange(heard_, {});
   }
-  Filter WithKey(std::uint8_t key) const {
-    Filter filter = SomeFilter();
-    filter.key = Key(key);
-    return filter;
-  }
 
   SessionId listener = Open(LocalSystemCaller());
 

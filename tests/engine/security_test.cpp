@@ -18,11 +18,8 @@ class Security : public EngineWorld {
 };
 
 TEST_F(Security, PlainUsersMayOpenAndNothingElse) {
-  Caller user;
-  user.sids = {MakeSid(5, {21, 1, 2, 3, 1001})};
-  const SessionId as = Open(user);
-  Filter filter = SomeFilter();
-  filter.key = Key(1);
+  const SessionId as = OpenAsUser();
+  Filter filter = WithKey(1);
   ASSERT_EQ(Add(filter), kSuccess);
   EnumId enumeration = 0;
   SubscriptionId subscription = 0;
@@ -55,8 +52,7 @@ TEST_F(Security, LockedObjectsRefuseAdministratorsByRight) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(&c - cases);
-    Filter filter = SomeFilter();
-    filter.key = Key(1);
+    Filter filter = WithKey(1);
     ASSERT_EQ(AddAs(session, filter, Lock(c.mask)), kSuccess);
     Filter read;
     EXPECT_EQ(engine.GetFilter(administrator, Key(1), read), c.get);
@@ -87,8 +83,7 @@ TEST_F(Security, KeyOfALockedObjectIsStillToldToBeTaken) {
 TEST_F(Security, ListEntriesCountInTheirOrder) {
   const AccessEntry deny{false, kRightDelete, AdministratorsSid()};
   const AccessEntry allow{true, kAllRights, AdministratorsSid()};
-  Filter filter = SomeFilter();
-  filter.key = Key(1);
+  Filter filter = WithKey(1);
   ASSERT_EQ(AddAs(administrator, filter, DescriptorOf({deny, allow})), kSuccess);
   EXPECT_EQ(engine.DeleteFilter(administrator, Key(1)), kAccessDenied);
   EXPECT_EQ(engine.DeleteFilter(session, Key(1)), kAccessDenied) << "SYSTEM is in the group";
@@ -100,11 +95,8 @@ TEST_F(Security, ListEntriesCountInTheirOrder) {
 }
 
 TEST_F(Security, EmptyDescriptorInheritsAndTheNullListGrantsAll) {
-  Caller user;
-  user.sids = {MakeSid(5, {21, 1, 2, 3, 1001})};
-  const SessionId as = Open(user);
-  Filter filter = SomeFilter();
-  filter.key = Key(1);
+  const SessionId as = OpenAsUser();
+  Filter filter = WithKey(1);
   ASSERT_EQ(Add(filter), kSuccess);
   EXPECT_EQ(engine.DeleteFilter(as, Key(1)), kAccessDenied);
   ASSERT_EQ(engine.SetFilterDacl(session, Key(1), {}), kSuccess);

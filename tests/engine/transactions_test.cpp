@@ -12,17 +12,13 @@ using namespace kestrelon::platform;
 
 class Transactions : public EngineWorld {
  protected:
-  Filter WithKey(std::uint8_t key) const {
-    Filter filter = SomeFilter();
-    filter.key = Key(key);
-    return filter;
-  }
   std::size_t CountAs(SessionId as) {
     EnumId enumeration = 0;
     FilterList filters;
     EXPECT_EQ(engine.OpenFilterEnum(as, enumeration), kSuccess);
     EXPECT_EQ(engine.NextFilters(as, enumeration, 1000, filters), kSuccess);
     EXPECT_EQ(engine.CloseFilterEnum(as, enumeration), kSuccess);
+    EXPECT_EQ(engine.NextFilters(as, enumeration, 1, filters), kInvalidHandle);
     return filters.size();
   }
 };
@@ -43,18 +39,6 @@ TEST_F(Transactions, AbortPutsEverythingBack) {
   EXPECT_EQ(engine.DeleteProvider(session, kProvider), kInUse);
 }
 
-TEST_F(Transactions, FailedCallLeavesTheRestToBeCommitted) {
-  ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  ASSERT_EQ(Add(WithKey(1)), kSuccess);
-  EXPECT_EQ(Add(WithKey(1)), kObjectExists);
-  EXPECT_EQ(engine.DeleteFilter(session, Key(9)), kFilterNotFound);
-  ASSERT_EQ(Add(WithKey(2)), kSuccess);
-  EXPECT_TRUE(Permits()) << "before the commit";
-  ASSERT_EQ(engine.Commit(session), kSuccess);
-  EXPECT_FALSE(Permits());
-  EXPECT_EQ(engine.Filters().size(), 2u);
-}
-
 TEST_F(Transactions, KeyMayBeReplacedWithinOne) {
   ASSERT_EQ(Add(WithKey(1)), kSuccess);
   Filter permit = WithKey(1);
@@ -67,13 +51,10 @@ TEST_F(Transactions, KeyMayBeReplacedWithinOne) {
 }
 
 TEST_F(Transactions, CallsOutOfPlaceAreToldSo) {
-  EXPECT_EQ(engine.Commit(session), kNoTransaction);
-  EXPECT_EQ(engine.Abort(session), kNoTransaction);
   EXPECT_EQ(engine.Begin(session, 2), kInvalidFlags);
   SubscriptionId subscription = 0;
   const auto ignore = [](const FilterChange&) {};
   ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  EXPECT_EQ(engine.Begin(session, 0), kTransactionInProgress);
   EXPECT_EQ(engine.SetSublayerDacl(session, kSublayer, {}), kTransactionInProgress);
   EXPECT_EQ(engine.SubscribeFilterChanges(session, kNotifyOnAdd, ignore, subscription),
             kTransactionInProgress);
@@ -151,26 +132,6 @@ TEST_F(Transactions, SwapIsSeenWholeOrNotAtAll) {
   done = true;
   verdicts.join();
   listings.join();
-}
-
-TEST_F(Transactions, EnumerationIsASnapshotInBatches) {
-  for (std::uint8_t key = 1; key <= 5; ++key) ASSERT_EQ(Add(WithKey(key)), kSuccess);
-  EnumId enumeration = 0;
-  ASSERT_EQ(engine.OpenFilterEnum(session, enumeration), kSuccess);
-  ASSERT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
-  ASSERT_EQ(Add(WithKey(6)), kSuccess);
-  std::vector<std::size_t> sizes;
-  FilterList batch;
-  for (int i = 0; i < 4; ++i) {
-    ASSERT_EQ(engine.NextFilters(session, enumeration, 2, batch), kSuccess);
-    sizes.push_back(batch.size());
-    if (i == 0) {
-      EXPECT_EQ(batch[0]->key, Key(1));
-    }
-  }
-  EXPECT_EQ(sizes, (std::vector<std::size_t>{2, 2, 1, 0}));
-  EXPECT_EQ(engine.CloseFilterEnum(session, enumeration), kSuccess);
-  EXPECT_EQ(engine.NextFilters(session, enumeration, 2, batch), kInvalidHandle);
 }
 
 }  // namespace

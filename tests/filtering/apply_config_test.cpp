@@ -43,20 +43,6 @@ TEST_F(ApplyingConfig, LearnsInstallsAndKeepsTheFingerprint) {
   EXPECT_FALSE(config_changed_);
 }
 
-TEST_F(ApplyingConfig, AReplacedFileIsHeldBackAtTheNextApplication) {
-  Config config;
-  config.apps = {UnsignedApp()};
-  ASSERT_TRUE(ApplyIt(config));
-  machine_.files.Write(kApp, "replaced");
-  ASSERT_TRUE(ApplyIt(config));
-  simulation::Connection connection = AppConnection();
-  EXPECT_FALSE(Passes(connection));
-  connection.flags = platform::kConditionFlagLoopback;
-  EXPECT_FALSE(Passes(connection));
-  EXPECT_EQ(LogCount("Warning: Kept blocked: C:\\App\\app.exe has changed since it was allowed"),
-            1u);
-}
-
 TEST_F(ApplyingConfig, AFailureKeepsFingerprintWarningsAndPinnedFiles) {
   Config config;
   config.apps = {UnsignedApp()};

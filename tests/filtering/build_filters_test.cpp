@@ -85,18 +85,6 @@ TEST_F(BuiltFilters, ConditionsOfOneFieldStandTogetherInTheirOrder) {
   }
 }
 
-TEST_F(BuiltFilters, TheCountFollowsDirectionsAndFamilies) {
-  RuleEntry both = Rule(true, L"10.0.0.1-10.0.0.9");
-  both.remote_ports = L"1-2, 3-4";
-  EXPECT_EQ(Build({both}, {}).filters.size(), 2u);
-  EXPECT_EQ(Build({both}, {}).filters[0].conditions.size(), 3u);
-  EXPECT_EQ(Build({Rule(true)}, {}).filters.size(), 4u);
-  EXPECT_EQ(Build({}, {AllowedApp(false)}).filters.size(), 2u);
-  EXPECT_EQ(Build({}, {AllowedApp(true)}).filters.size(), 4u);
-  EXPECT_EQ(Build({}, {BlockedApp()}).filters.size(), 4u);
-  EXPECT_EQ(Build({}, {HeldApp()}).filters.size(), 4u);
-}
-
 TEST_F(BuiltFilters, ATagIsTheLabelOrThePath) {
   PlanEntry labelled = AllowedApp();
   labelled.label = L"the label";

@@ -10,7 +10,21 @@
 namespace kestrelon {
 namespace {
 
-class EngineSession : public FilterWorld {};
+class EngineSession : public FilterWorld {
+ protected:
+  ~EngineSession() override {
+    CloseEngine(TheEngine);
+    TheEngine.change_event = nullptr;
+  }
+  // Opens the session anew with an event for changes.
+  bool OpenSubscribed() {
+    CloseEngine(TheEngine);
+    TheEngine.change_event = &changed_;
+    return OpenEngine(TheEngine, error_);
+  }
+
+  platform::Event changed_{platform::Event::Reset::kAutomatic};
+};
 
 TEST_F(EngineSession, ASecondOpenDoesNothing) {
   machine_.faults.Clear();
@@ -61,31 +75,21 @@ TEST_F(EngineSession, AnAdministratorLeavesTheLocksAlone) {
 
 TEST_F(EngineSession, TheEventIsSetByChangesOfOthersAlone) {
   machine_.clock.Run();
-  CloseEngine(TheEngine);
-  platform::Event changed(platform::Event::Reset::kAutomatic);
-  TheEngine.change_event = &changed;
-  ASSERT_TRUE(OpenEngine(TheEngine, error_));
+  ASSERT_TRUE(OpenSubscribed());
   Install({}, {});
-  EXPECT_EQ(platform::WaitForAny({&changed}, 100), platform::kWaitTimedOut);
+  EXPECT_EQ(platform::WaitForAny({&changed_}, 100), platform::kWaitTimedOut);
   platform::EngineHandle other = 0;
   ASSERT_EQ(platform::OpenEngineSession({}, other), platform::kSuccess);
   EXPECT_EQ(platform::DeleteFilter(other, machine_.engine.Filters().front()->key),
             platform::kSuccess);
-  EXPECT_EQ(platform::WaitForAny({&changed}, 10000), 0);
+  EXPECT_EQ(platform::WaitForAny({&changed_}, 10000), 0);
   platform::CloseEngineSession(other);
-  CloseEngine(TheEngine);
-  TheEngine.change_event = nullptr;
 }
 
 TEST_F(EngineSession, AMissingSubscriptionIsNoFailure) {
-  CloseEngine(TheEngine);
-  platform::Event changed(platform::Event::Reset::kAutomatic);
-  TheEngine.change_event = &changed;
   machine_.faults.FailOnce("SubscribeFilterChanges", platform::kAccessDenied);
-  EXPECT_TRUE(OpenEngine(TheEngine, error_));
+  EXPECT_TRUE(OpenSubscribed());
   EXPECT_TRUE(machine_.faults.fired());
-  CloseEngine(TheEngine);
-  TheEngine.change_event = nullptr;
 }
 
 }  // namespace

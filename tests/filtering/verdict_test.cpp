@@ -48,47 +48,24 @@ TEST_F(Verdicts, TheWeightAloneDecidesBetweenFilters) {
     const wchar_t* decided_by;
     bool passes;
   };
+  const RuleEntry allow = Rule(true);
+  const RuleEntry narrow = NarrowRule();
+  const RuleEntry block = Rule(false);
+  const PlanEntry app = AllowedApp(true);
+  const PlanEntry blocked = BlockedApp();
+  const PlanEntry held = HeldApp();
+  const wchar_t* held_back = L"Integrity block app.exe";
   const Case cases[] = {
-      {"a permitted app beats the default", {}, {AllowedApp(true)}, false, L"Allow app.exe", true},
-      {"an allow rule beats the default", {Rule(true)}, {}, false, L"Rule: allow", true},
-      {"a blocked app beats an allow rule",
-       {NarrowRule()},
-       {BlockedApp()},
-       false,
-       L"Block app.exe",
-       false},
-      {"a block rule beats a permitted app",
-       {Rule(false)},
-       {AllowedApp(true)},
-       false,
-       L"Rule: block",
-       false},
-      {"a block rule beats an allow rule, whatever the order",
-       {NarrowRule(), Rule(false)},
-       {},
-       false,
-       L"Rule: block",
-       false},
-      {"a block rule stands before a blocked app",
-       {Rule(false)},
-       {BlockedApp()},
-       false,
-       L"Rule: block",
-       false},
-      {"loopback beats a block rule", {Rule(false)}, {}, true, L"Loopback", true},
-      {"loopback beats a blocked app", {}, {BlockedApp()}, true, L"Loopback", true},
-      {"a held-back file is blocked on loopback as well",
-       {Rule(true)},
-       {HeldApp()},
-       true,
-       L"Integrity block app.exe",
-       false},
-      {"a held-back file is blocked under an allow rule",
-       {NarrowRule()},
-       {HeldApp()},
-       false,
-       L"Integrity block app.exe",
-       false},
+      {"a permitted app beats the default", {}, {app}, false, L"Allow app.exe", true},
+      {"an allow rule does", {allow}, {}, false, L"Rule: allow", true},
+      {"a blocked app beats an allow rule", {narrow}, {blocked}, false, L"Block app.exe", false},
+      {"a block rule beats a permitted app", {block}, {app}, false, L"Rule: block", false},
+      {"and an allow rule before it", {narrow, block}, {}, false, L"Rule: block", false},
+      {"and stands before a blocked app", {block}, {blocked}, false, L"Rule: block", false},
+      {"loopback beats a block rule", {block}, {}, true, L"Loopback", true},
+      {"loopback beats a blocked app", {}, {blocked}, true, L"Loopback", true},
+      {"a held-back file is blocked on loopback", {allow}, {held}, true, held_back, false},
+      {"and under an allow rule", {narrow}, {held}, false, held_back, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.claim);

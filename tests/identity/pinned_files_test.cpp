@@ -40,17 +40,6 @@ TEST(FileUsn, IsReadFromRecordsOfTwoVersions) {
   EXPECT_EQ(UsnOfRecord({}), -1);
 }
 
-TEST(FileUsn, MovesWithEachWrite) {
-  auto& files = TheMachine().files;
-  EXPECT_EQ(FileUsn(kFile), -1);
-  files.Write(kFile, "abc");
-  const std::int64_t before = FileUsn(kFile);
-  files.Write(kFile, "abc");
-  EXPECT_GT(FileUsn(kFile), before);
-  files.SetUsnSupported(false);
-  EXPECT_EQ(FileUsn(kFile), -1);
-}
-
 TEST(PinnedFiles, ChangeIsToldOnce) {
   auto& files = TheMachine().files;
   files.Write(kFile, "abc");

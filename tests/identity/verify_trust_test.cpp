@@ -82,15 +82,5 @@ TEST(Trust, CatalogStandsInForAnEmbeddedSignature) {
   }
 }
 
-TEST(Trust, UnreachableRevocationServersDoNotUnsignAFile) {
-  auto& files = TheMachine().files;
-  files.Write(L"C:\\file.exe", "x");
-  files.Sign(L"C:\\file.exe", L"Contoso");
-  files.SetTrustResult(L"C:\\file.exe", platform::kRevocationOffline);
-  std::wstring signer;
-  EXPECT_TRUE(VerifyFile(L"C:\\file.exe", signer));
-  EXPECT_EQ(signer, L"Contoso");
-}
-
 }  // namespace
 }  // namespace kestrelon

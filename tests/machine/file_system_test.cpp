@@ -245,7 +245,6 @@ TEST(FileSystem, ProtectionIsKeptOnTheFile) {
   ASSERT_EQ(DescriptorFromText(L"D:P(A;;FA;;;SY)", descriptor), kSuccess);
   EXPECT_EQ(ProtectFile(L"C:\\ProgramData", descriptor), kSuccess);
   EXPECT_EQ(TheMachine().files.Protection(L"C:\\ProgramData"), descriptor);
-  EXPECT_EQ(ProtectFile(L"C:\\nowhere", descriptor), kFileNotFound);
   ASSERT_EQ(DescriptorFromText(L"D:NO_ACCESS_CONTROL", descriptor), kSuccess);
   EXPECT_EQ(ProtectFile(L"C:\\ProgramData", descriptor), kInvalidSecurityDescriptor);
 }

@@ -126,18 +126,13 @@ TEST(Machine, PartsMayBeUsedByManyThreads) {
   EXPECT_EQ(TheMachine().clock.Tick(), kFirstTick + 100);
 }
 
-TEST(Machine, ServiceHandlesKeepTheirRights) {
+TEST(Machine, ServiceHandleOutlivesItsService) {
   ServiceTable& services = TheMachine().services;
   {
     ServiceHandle manager;
-    ASSERT_EQ(OpenServiceManager(kManagerConnect, manager), kSuccess);
-    std::vector<std::wstring> names;
-    EXPECT_EQ(EnumerateServices(manager, kServiceTypeWin32, kServiceStateAll, names),
-              kAccessDenied);
     ServiceHandle service;
+    ASSERT_EQ(OpenServiceManager(kManagerConnect, manager), kSuccess);
     ASSERT_EQ(OpenServiceByName(manager, L"bfe", kServiceQueryStatus, service), kSuccess);
-    ServiceSettings settings;
-    EXPECT_EQ(QueryServiceSettings(service, settings), kAccessDenied);
     services.Remove(L"BFE");
     std::uint32_t state = 0;
     EXPECT_EQ(QueryServiceState(service, state), kSuccess);

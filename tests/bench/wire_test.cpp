@@ -156,20 +156,16 @@ TEST(Wire, TextsComeBackUnitForUnit) {
 }
 
 TEST(Wire, AMessageCutAnywhereIsRefused) {
-  const Bytes filter = BytesOf(FilterWithEverything());
-  for (std::size_t size = 0; size < filter.size(); ++size) {
-    const Bytes cut(filter.begin(), filter.begin() + static_cast<std::ptrdiff_t>(size));
-    WireReader reader(cut.data(), cut.size());
-    (void)TakeFilter(reader);
-    EXPECT_FALSE(reader.ok()) << "cut to " << size;
-  }
-  const Bytes connection = BytesOf(ConnectionWithEverything());
-  for (std::size_t size = 0; size < connection.size(); ++size) {
-    const Bytes cut(connection.begin(), connection.begin() + static_cast<std::ptrdiff_t>(size));
-    WireReader reader(cut.data(), cut.size());
-    (void)TakeConnection(reader);
-    EXPECT_FALSE(reader.ok()) << "cut to " << size;
-  }
+  const auto expect_refused = [](const Bytes& message, const auto& take) {
+    for (std::size_t size = 0; size < message.size(); ++size) {
+      const Bytes cut(message.begin(), message.begin() + static_cast<std::ptrdiff_t>(size));
+      WireReader reader(cut.data(), cut.size());
+      (void)take(reader);
+      EXPECT_FALSE(reader.ok()) << "cut to " << size;
+    }
+  };
+  expect_refused(BytesOf(FilterWithEverything()), TakeFilter);
+  expect_refused(BytesOf(ConnectionWithEverything()), TakeConnection);
 }
 
 TEST(Wire, ReadingGoesOnGivingNothingAfterAFailure) {

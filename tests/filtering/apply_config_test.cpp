@@ -75,12 +75,14 @@ TEST_F(ApplyingConfig, AWarningThatStandsIsLoggedOnce) {
 }
 
 TEST_F(ApplyingConfig, ADisabledConfigurationLearnsButPinsAndInstallsNothing) {
+  Install({Rule(false)}, {BlockedApp()});
   Config config;
   config.enabled = false;
   config.apps = {UnsignedApp()};
   ASSERT_TRUE(ApplyIt(config));
   EXPECT_TRUE(config_changed_);
   EXPECT_TRUE(machine_.engine.Filters().empty());
+  ExpectRecordFits();
   machine_.files.Write(kApp, "replaced");
   BlockChangedFiles(L"c:\\app");
   EXPECT_TRUE(machine_.engine.Filters().empty());

@@ -92,28 +92,6 @@ TEST_F(Verdicts, APermittedAppPassesOutwardAndInwardOnlyIfAsked) {
   }
 }
 
-TEST_F(Verdicts, LoopbackIsBlockedWhenNotAllowed) {
-  Config config;
-  config.allow_loopback = false;
-  ASSERT_TRUE(Apply(config, {}));
-  for (const Guid& layer : kAllLayers) {
-    Connection connection = AppConnection(layer);
-    connection.flags = platform::kConditionFlagLoopback;
-    EXPECT_FALSE(Passes(connection));
-  }
-}
-
-TEST_F(Verdicts, ADisabledConfigurationLeavesNoFilter) {
-  Install({Rule(false)}, {BlockedApp()});
-  Config config;
-  config.enabled = false;
-  config.rules = {Rule(false)};
-  ASSERT_TRUE(Apply(config, {BlockedApp()}));
-  EXPECT_TRUE(machine_.engine.Filters().empty());
-  EXPECT_TRUE(Passes(AppConnection()));
-  ExpectRecordFits();
-}
-
 using R = RuleEntry;
 using C = Connection;
 constexpr Guid kOut4 = kLayerConnectV4;
@@ -184,23 +162,6 @@ TEST_F(Verdicts, ARulePassesWhatItNamesAndNothingElse) {
     if (n.aim != nullptr) n.aim(connection);
     EXPECT_EQ(Passes(connection), n.passes);
   }
-}
-
-TEST_F(Verdicts, AServiceIsToldApartInsideTheSharedProcess) {
-  constexpr const wchar_t* kSid = L"S-1-5-80-859482183-879914841-863379149-1145462774-2388618682";
-  constexpr const wchar_t* kSvchost = L"C:\\Windows\\System32\\svchost.exe";
-  PlanEntry entry;
-  entry.path = kSvchost;
-  entry.allow = true;
-  entry.service_sid = kSid;
-  entry.label = L"service Dnscache";
-  Install({}, {entry});
-  Connection connection = AppConnection();
-  connection.app_id = DeviceAppId(L"\\device\\harddiskvolume3\\windows\\system32\\svchost.exe");
-  EXPECT_FALSE(Passes(connection));
-  connection.user_sids.push_back(SidOf(kSid));
-  EXPECT_TRUE(Passes(connection));
-  EXPECT_EQ(DecidedBy(connection), L"Kestrelon - Allow service Dnscache");
 }
 
 TEST_F(Verdicts, ADropInsideTheSharedProcessNamesTheService) {

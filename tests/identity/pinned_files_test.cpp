@@ -85,14 +85,5 @@ TEST(PinnedFiles, OnlyPermissionsByHashAreKept) {
   EXPECT_TRUE(ChangedPinnedFiles(L"c:\\apps").empty());
 }
 
-TEST(PinnedFiles, FileWithoutNumbersNeverChanges) {
-  auto& files = TheMachine().files;
-  files.SetUsnSupported(false);
-  files.Write(kFile, "abc");
-  SnapshotPinned({Pinned(kFile)});
-  files.Write(kFile, "abd");
-  EXPECT_TRUE(ChangedPinnedFiles(L"c:\\apps").empty());
-}
-
 }  // namespace
 }  // namespace kestrelon

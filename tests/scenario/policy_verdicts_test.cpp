@@ -32,18 +32,6 @@ TEST_F(Policy, LoopbackFollowsItsSwitchAndBeatsBlockRules) {
   ExpectBlock(Loopback(In(kTool, L"::1", 80)));
 }
 
-TEST_F(Policy, AHeldBackFileIsBlockedEvenOnLoopback) {
-  Config config;
-  config.apps = {Allowed(kTool)};
-  config.apps[0].sha256 = {HashText("another content")};
-  config.rules = {AllowRule(L"everything")};
-  StartWith(config);
-  ExpectBlock(Loopback(Out(kTool, L"127.0.0.1", 80)));
-  ExpectBlock(Loopback(In(kTool, L"::1", 80)));
-  ExpectBlock(Out(kTool, L"203.0.113.5", 443));
-  ExpectPass(Loopback(Out(kOther, L"127.0.0.1", 80)));
-}
-
 TEST_F(Policy, ProtectionOffLeavesNoFilterAndOnBringsThemBack) {
   Config config;
   StartWith(config);

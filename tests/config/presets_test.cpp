@@ -39,6 +39,16 @@ Config Upgraded(std::int32_t generation, std::vector<RuleEntry> rules) {
   return config;
 }
 
+// That a rule changed by its user in any of these ways comes through the upgrade as it is.
+void ExpectKept(std::int32_t generation, const RuleEntry& early,
+                std::initializer_list<void (*)(RuleEntry&)> changes) {
+  for (const auto& change : changes) {
+    RuleEntry own = early;
+    change(own);
+    EXPECT_EQ(Upgraded(generation, {own}).rules[0], own) << "change " << &change - changes.begin();
+  }
+}
+
 // The long user texts are derived by Windows from the names of services; so are they here.
 TEST(Presets, ServiceSidsAreThoseOfTheirServices) {
   const std::vector<PresetRule> table = PresetRules();
@@ -147,40 +157,27 @@ TEST(UpgradePresets, EarlyDnsRuleIsNarrowedOnlyWhenUntouched) {
   early.app = L"c:\\windows\\SYSTEM32\\svchost.exe";
   early.name = L"dns (windows dns client)";
   EXPECT_EQ(Upgraded(1, {early}).rules[0].remote, L"$dns");
-  const std::vector<void (*)(RuleEntry&)> changes = {
-      [](RuleEntry& rule) { rule.name = L"DNS"; },
-      [](RuleEntry& rule) { rule.remote = L"1.1.1.1"; },
-      [](RuleEntry& rule) { rule.remote_ports = L"53, 853"; },
-      [](RuleEntry& rule) { rule.app = L"C:\\svchost.exe"; },
-      [](RuleEntry& rule) { rule.direction = kDirectionBoth; },
-      [](RuleEntry& rule) { rule.allow = false; },
-  };
-  for (const auto change : changes) {
-    RuleEntry own = early;
-    change(own);
-    EXPECT_EQ(Upgraded(1, {own}).rules[0], own);
-  }
+  ExpectKept(1, early,
+             {[](RuleEntry& rule) { rule.name = L"DNS"; },
+              [](RuleEntry& rule) { rule.remote = L"1.1.1.1"; },
+              [](RuleEntry& rule) { rule.remote_ports = L"53, 853"; },
+              [](RuleEntry& rule) { rule.app = L"C:\\svchost.exe"; },
+              [](RuleEntry& rule) { rule.direction = kDirectionBoth; },
+              [](RuleEntry& rule) { rule.allow = false; }});
 }
 
 TEST(UpgradePresets, EarlySmbRuleIsNarrowedOnlyWhenUntouched) {
   RuleEntry early = Rows(6, 6)[0];
   early.app = L"";
   EXPECT_EQ(Upgraded(3, {early}).rules[0].app, L"System");
-  const std::vector<void (*)(RuleEntry&)> changes = {
-      [](RuleEntry& rule) { rule.name = L"SMB"; },
-      [](RuleEntry& rule) { rule.app = L"x"; },
-      [](RuleEntry& rule) { rule.remote = L"10.0.0.0/8"; },
-      [](RuleEntry& rule) { rule.remote[rule.remote.find(L'f')] = L'F'; },
-      [](RuleEntry& rule) { rule.remote_ports = L"445 "; },
-      [](RuleEntry& rule) { rule.protocol = 0; },
-      [](RuleEntry& rule) { rule.direction = kDirectionIn; },
-      [](RuleEntry& rule) { rule.allow = false; },
-  };
-  for (const auto change : changes) {
-    RuleEntry own = early;
-    change(own);
-    EXPECT_EQ(Upgraded(3, {own}).rules[0], own);
-  }
+  ExpectKept(3, early,
+             {[](RuleEntry& rule) { rule.name = L"SMB"; }, [](RuleEntry& rule) { rule.app = L"x"; },
+              [](RuleEntry& rule) { rule.remote = L"10.0.0.0/8"; },
+              [](RuleEntry& rule) { rule.remote[rule.remote.find(L'f')] = L'F'; },
+              [](RuleEntry& rule) { rule.remote_ports = L"445 "; },
+              [](RuleEntry& rule) { rule.protocol = 0; },
+              [](RuleEntry& rule) { rule.direction = kDirectionIn; },
+              [](RuleEntry& rule) { rule.allow = false; }});
 }
 
 }  // namespace

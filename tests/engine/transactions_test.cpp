@@ -39,17 +39,6 @@ TEST_F(Transactions, AbortPutsEverythingBack) {
   EXPECT_EQ(engine.DeleteProvider(session, kProvider), kInUse);
 }
 
-TEST_F(Transactions, KeyMayBeReplacedWithinOne) {
-  ASSERT_EQ(Add(WithKey(1)), kSuccess);
-  Filter permit = WithKey(1);
-  permit.action = kActionPermit;
-  ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  ASSERT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
-  ASSERT_EQ(Add(permit), kSuccess);
-  ASSERT_EQ(engine.Commit(session), kSuccess);
-  EXPECT_TRUE(Permits());
-}
-
 TEST_F(Transactions, CallsOutOfPlaceAreToldSo) {
   EXPECT_EQ(engine.Begin(session, 2), kInvalidFlags);
   SubscriptionId subscription = 0;

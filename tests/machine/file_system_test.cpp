@@ -27,13 +27,6 @@ std::uint64_t Number(const std::vector<std::uint8_t>& bytes, std::size_t at, std
   return value;
 }
 
-std::uint64_t ChangeNumber(const wchar_t* path) {
-  const File file = OpenedForReading(path);
-  std::vector<std::uint8_t> record;
-  EXPECT_EQ(ReadUsnRecord(file, record), kSuccess);
-  return Number(record, 24, 8);
-}
-
 TEST(FileSystem, FileHeldByAnotherProgramIsRefused) {
   FileSystem& files = TheMachine().files;
   files.Write(kFile, "x");
@@ -134,26 +127,6 @@ TEST(FileSystem, JournalRecordHasThePlatformsLayout) {
   EXPECT_EQ(Number(record, 60, 4), Number({'F', 0, 'i', 0}, 0, 4));
   TheMachine().files.SetUsnSupported(false);
   EXPECT_EQ(ReadUsnRecord(file, record), kNotSupported);
-}
-
-TEST(FileSystem, EveryChangeMovesTheNumberAndEveryWriteTheTime) {
-  FileSystem& files = TheMachine().files;
-  files.Write(kFile, "x");
-  FileInformation before;
-  ASSERT_EQ(QueryFileInformation(kFile, before), kSuccess);
-  const std::uint64_t first = ChangeNumber(kFile);
-
-  files.Write(kFile, "y");  // same size, under a held clock
-  FileInformation after;
-  ASSERT_EQ(QueryFileInformation(kFile, after), kSuccess);
-  EXPECT_GT(after.write_time, before.write_time);
-  const std::uint64_t second = ChangeNumber(kFile);
-  EXPECT_GT(second, first);
-
-  files.SetWriteTime(kFile, static_cast<std::int64_t>(before.write_time));
-  ASSERT_EQ(QueryFileInformation(kFile, after), kSuccess);
-  EXPECT_EQ(after.write_time, before.write_time);
-  EXPECT_GT(ChangeNumber(kFile), second);
 }
 
 TEST(FileSystem, LinksLeadToTheirTarget) {

@@ -9,7 +9,6 @@
 namespace kestrelon::test {
 namespace {
 
-using simulation::CutMode;
 using simulation::TheMachine;
 
 std::wstring LoadError(StoreWorld& world, const std::string& bytes) {
@@ -94,32 +93,6 @@ TEST(AtomicWrite, FailureTellsTheStepAndChangesNothing) {
     EXPECT_FALSE(world.files().Exists(kConfigFile + L".tmp")) << row.call;
   }
   EXPECT_EQ(world.files().open_handles(), 0u);
-}
-
-// Cuts the power in each operation of a write and in one after it, in both ways that names may
-// survive: there must be one whole text behind the name, and the new one once it was promised.
-TEST(AtomicWrite, PowerCutLeavesTheOldTextOrTheNewOne) {
-  const std::string old_text(5000, 'o');
-  const std::string new_text(7000, 'n');
-  for (const CutMode mode : {CutMode::kLoseMetadata, CutMode::kKeepMetadata}) {
-    std::uint64_t cut = 1;
-    for (;; ++cut) {
-      StoreWorld world;
-      world.files().Write(kConfigFile, old_text);
-      world.files().CutPowerAt(cut, mode);
-      std::wstring error;
-      const bool promised = AtomicWriteText(kConfigFile, new_text, error);
-      (void)platform::MakeDirectory(kDirectory + L"\\later");
-      const bool cut_happened = world.files().power_lost();
-      world.machine().Restart();
-      const auto found = world.files().Read(kConfigFile);
-      ASSERT_TRUE(found == new_text || (!promised && found == old_text))
-          << "cut in operation " << cut << ", written " << promised;
-      world.files().Remove(kDirectory);
-      if (!cut_happened) break;
-    }
-    EXPECT_GT(cut, 5u);  // create, write, flush, rename and the later one
-  }
 }
 
 }  // namespace

@@ -177,12 +177,5 @@ TEST_F(Conditions, FieldsAreAllRequiredAndValuesOfOneAreAlternatives) {
   EXPECT_FALSE(Match({web, tcp, tls}, {.protocol = 6, .remote_port = 80}, kActionPermit));
 }
 
-// The fields of ICMP are those of the ports.
-TEST_F(Conditions, IcmpTypeAndCodeStandInThePorts) {
-  const Condition echo{kFieldLocalPort, kMatchEqual, std::uint16_t{8}};
-  EXPECT_TRUE(Match({echo}, {.protocol = 1, .local_port = 8, .remote_port = 0}));
-  EXPECT_FALSE(Match({echo}, {.protocol = 1, .local_port = 13, .remote_port = 8}));
-}
-
 }  // namespace
 }  // namespace simulation

@@ -41,7 +41,9 @@ void RotateIfLarge(const std::wstring& path) {
 
 }  // namespace
 
-void PrintLogLines(bool print) { print_lines = print; }
+void PrintLogLines(bool print) {
+  print_lines = print;
+}
 
 void WriteLogLine(std::wstring message) {
   if (message.size() > kLongestMessage) message.resize(kLongestMessage);

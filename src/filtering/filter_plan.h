@@ -21,11 +21,11 @@ struct PlanEntry {
 };
 
 struct FilterPlan {
-  std::vector<PlanEntry> entries;       // in the order of the applications and their files
-  std::vector<std::wstring> warnings;   // findings for the user, in order
-  std::wstring fingerprint;             // the identity of everything that the plan depends on
-  bool config_changed = false;          // compiling learnt something; the caller saves it
-  std::wstring dns_servers;             // ", "-separated
+  std::vector<PlanEntry> entries;      // in the order of the applications and their files
+  std::vector<std::wstring> warnings;  // findings for the user, in order
+  std::wstring fingerprint;            // the identity of everything that the plan depends on
+  bool config_changed = false;         // compiling learnt something; the caller saves it
+  std::wstring dns_servers;            // ", "-separated
 };
 
 }  // namespace kestrelon

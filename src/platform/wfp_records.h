@@ -31,9 +31,8 @@ struct Ipv6Mask {
 };
 
 // The values that may stand at the ends of a range.
-using RangeEnd =
-    std::variant<std::monostate, std::uint8_t, std::uint16_t, std::uint32_t, std::uint64_t,
-                 ByteArray16>;
+using RangeEnd = std::variant<std::monostate, std::uint8_t, std::uint16_t, std::uint32_t,
+                              std::uint64_t, ByteArray16>;
 
 struct ValueRange {
   RangeEnd low;
@@ -56,8 +55,8 @@ struct DescriptorValue {
   friend bool operator==(const DescriptorValue&, const DescriptorValue&) = default;
 };
 
-// A value of a type that the product never writes, or one that the platform holds by a null pointer;
-// only the type's number is kept.
+// A value of a type that the product never writes, or one that the platform holds by a null
+// pointer; only the type's number is kept.
 struct OtherValue {
   std::uint32_t type = 0;
   friend bool operator==(const OtherValue&, const OtherValue&) = default;

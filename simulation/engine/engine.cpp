@@ -70,7 +70,7 @@ Code Engine::FindSession(SessionId id, Session*& session) {
 
 Code Engine::Enter(SessionId id, Need need, std::unique_lock<std::mutex>& lock, Session*& session) {
   if (const Code code = FindSession(id, session)) return code;
-  if (need == Need::kWrite && readers_.count(id) != 0) return platform::kIncompatibleTransaction;
+  if (need == Need::kWrite && readers_.contains(id)) return platform::kIncompatibleTransaction;
   // The session may be closed by another thread meanwhile, so it is looked up anew each time.
   const auto ready = [&] {
     return FindSession(id, session) != platform::kSuccess || MayRun(id, need);

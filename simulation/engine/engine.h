@@ -156,7 +156,7 @@ class Engine {
   // Finds the session and waits until no other session's transaction stands in the way.
   Code Enter(SessionId id, Need need, std::unique_lock<std::mutex>& lock, Session*& session);
   bool MayRun(SessionId id, Need need) const;
-  bool InTransaction(SessionId id) const { return writer_ == id || readers_.count(id) != 0; }
+  bool InTransaction(SessionId id) const { return writer_ == id || readers_.contains(id); }
   // Puts in force what a call outside an explicit transaction did.
   void CommitImplicit(SessionId id);
   void Publish(SessionId id);

@@ -222,7 +222,7 @@ void FileSystem::LosePower() {
 }
 
 FileSystem::Node FileSystem::WantedNode(const std::wstring& path) const {
-  const Node node = FindNode(path);
+  Node node = FindNode(path);
   if (!node) StopForPath(path);
   return node;
 }
@@ -250,7 +250,7 @@ FileSystem::Node FileSystem::MakeTree(const std::wstring& path) {
 FileSystem::Node FileSystem::MakeLeaf(const std::wstring& path) {
   const std::size_t cut = path.find_last_of(L"\\/");
   const Node directory = MakeTree(path.substr(0, cut));
-  const Node node = NewNode(kAttributeArchive);
+  Node node = NewNode(kAttributeArchive);
   journal_.Put(directory, path.substr(cut + 1), node);
   return node;
 }

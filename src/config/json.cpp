@@ -23,6 +23,7 @@ Json* AllocateItems(std::size_t count) {
 // Moves values into raw memory and leaves raw memory behind. A value owns what it points at and is
 // pointed at by nobody, so its bytes may go elsewhere.
 void Relocate(const Json* from, std::size_t count, Json* to) noexcept {
+  // NOLINTNEXTLINE(bugprone-undefined-memory-manipulation): moved as a whole, see above.
   if (count != 0) std::memcpy(static_cast<void*>(to), from, count * sizeof(Json));
 }
 

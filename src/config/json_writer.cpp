@@ -17,79 +17,78 @@ namespace {
 // Whole numbers below this are written without point or exponent.
 constexpr double kPlainWholeBound = 1e15;
 
-// Room that the text of a value will most likely need. Growing a text of megabytes step by step
-// costs more than writing it; too small a figure costs only that.
-std::size_t LikelyLength(const Json& value, bool pretty, std::size_t depth) {
-  constexpr std::size_t kLongestLiteralOrUsualNumber = 20;
-  const auto text_length = [](std::string_view text) {
-    return text.size() + text.size() / 8 + 2;  // with some escapes and the quotes
-  };
-  if (value.IsString()) return text_length(value.text());
-  if (value.size() == 0) return kLongestLiteralOrUsualNumber;
-  const std::size_t line = pretty ? 2 * depth + 4 : 0;
-  std::size_t length = line + 2;
-  for (std::size_t i = 0; i < value.size(); ++i) {
-    const Json& item = value.IsObject() ? value.ValueAt(i) : value.At(i);
-    if (value.IsObject()) length += text_length(value.KeyAt(i)) + 2;
-    length += line + 1 + LikelyLength(item, pretty, depth + 1);
-  }
-  return length;
-}
-
 // Copies the bytes of a text until one that must be escaped; answers where it stopped. Looking and
-// copying go eight bytes at a time, and never past the room that the whole text takes.
-const char* CopyPlainBytes(const char* at, const char* end, char* to) {
-  if (end - at < 8) {
-    while (at != end && *at != '"' && *at != '\\' && static_cast<unsigned char>(*at) >= 0x20) {
-      *to++ = *at++;
-    }
-    return at;
-  }
+// copying go many bytes at a time, and never past the room that the whole text takes.
+inline const char* CopyPlainBytes(const char* at, const char* end, char* to) {
   for (; end - at >= 8; at += 8, to += 8) {
     std::memcpy(to, at, 8);
     if (const std::uint64_t marks = MarkSpecialBytes(at)) return at + std::countr_zero(marks) / 8;
   }
-  // The last eight bytes overlap with some that have been copied and are plain.
-  const std::ptrdiff_t back = 8 - (end - at);
-  std::memcpy(to - back, end - 8, 8);
-  const std::uint64_t marks = MarkSpecialBytes(end - 8);
-  return marks == 0 ? end : end - 8 + std::countr_zero(marks) / 8;
+  if (end - at >= 4) {
+    // The first four bytes and the last four, which overlap. Those of the second half that the
+    // first has too are marked in both, so that the lowest mark is that of the first special byte.
+    char halves[8];
+    std::memcpy(halves, at, 4);
+    std::memcpy(halves + 4, end - 4, 4);
+    std::memcpy(to, halves, 4);
+    std::memcpy(to + (end - at) - 4, halves + 4, 4);
+    const std::uint64_t marks = MarkSpecialBytes(halves);
+    if (marks == 0) return end;
+    const int place = std::countr_zero(marks) / 8;
+    return place < 4 ? at + place : end - 8 + place;
+  }
+  while (at != end && *at != '"' && *at != '\\' && static_cast<unsigned char>(*at) >= 0x20) {
+    *to++ = *at++;
+  }
+  return at;
 }
 
 // A text that grows behind a bare cursor: appending to a string costs a check, a call and a closing
 // null each time.
 class TextSink {
  public:
-  explicit TextSink(std::size_t likely_length) { out_.reserve(likely_length); }
-
-  // Where the next bytes go, with room for `size` of them. Advance then says how many they were.
+  // Where the next bytes go, with room for `size` of them. Advance then says where they end.
   char* Room(std::size_t size) {
-    if (out_.size() - used_ < size) out_.resize(out_.size() + std::max(size, kStep));
-    return out_.data() + used_;
+    if (static_cast<std::size_t>(limit_ - next_) < size) [[unlikely]]
+      Grow(size);
+    return next_;
   }
-  void Advance(const char* end) { used_ = static_cast<std::size_t>(end - out_.data()); }
+  void Advance(char* end) { next_ = end; }
 
   void Put(char c) {
-    *Room(1) = c;
-    ++used_;
+    char* const to = Room(1);
+    *to = c;
+    next_ = to + 1;
   }
-  void Put(std::string_view text) {
-    text.copy(Room(text.size()), text.size());
-    used_ += text.size();
+  template <std::size_t kSize>
+  void Put(const char (&literal)[kSize]) {
+    char* const to = Room(kSize - 1);
+    std::memcpy(to, literal, kSize - 1);
+    next_ = to + kSize - 1;
   }
 
   std::string Take() {
-    out_.resize(used_);
+    out_.resize(used());
     return std::move(out_);
   }
 
  private:
   // Resizing fills with nulls: steps small enough for them to be still in the cache when they are
-  // written over.
+  // written over. The string itself sees to it that it rarely moves.
   static constexpr std::size_t kStep = 8192;
 
+  std::size_t used() const { return static_cast<std::size_t>(next_ - out_.data()); }
+
+  void Grow(std::size_t size) {
+    const std::size_t before = used();
+    out_.resize(out_.size() + std::max(size, kStep));
+    next_ = out_.data() + before;
+    limit_ = out_.data() + out_.size();
+  }
+
   std::string out_;
-  std::size_t used_ = 0;
+  char* next_ = out_.data();
+  char* limit_ = next_;
 };
 
 class JsonWriter {
@@ -102,7 +101,7 @@ class JsonWriter {
         out_.Put("null");
         break;
       case Json::Kind::kBoolean:
-        out_.Put(value.boolean() ? "true" : "false");
+        value.boolean() ? out_.Put("true") : out_.Put("false");
         break;
       case Json::Kind::kNumber:
         Number(value);
@@ -111,10 +110,10 @@ class JsonWriter {
         Text(value.text());
         break;
       case Json::Kind::kArray:
-        Items(value, '[', ']', depth);
+        Array(value, depth);
         break;
       case Json::Kind::kObject:
-        Items(value, '{', '}', depth);
+        Object(value, depth);
         break;
     }
   }
@@ -175,28 +174,40 @@ class JsonWriter {
     return to;
   }
 
-  void Items(const Json& value, char open, char close, std::size_t depth) {
-    out_.Put(open);
+  void Array(const Json& value, std::size_t depth) {
+    out_.Put('[');
     for (std::size_t i = 0; i < value.size(); ++i) {
-      if (i != 0) out_.Put(',');
-      NewLine(depth + 1);
-      if (value.IsObject()) {
-        Text(value.KeyAt(i));
-        out_.Put(pretty_ ? ": " : ":");
-        Value(value.ValueAt(i), depth + 1);
-      } else {
-        Value(value.At(i), depth + 1);
-      }
+      NextLine(i != 0, depth + 1);
+      Value(value.At(i), depth + 1);
     }
-    if (value.size() != 0) NewLine(depth);
-    out_.Put(close);
+    if (value.size() != 0) NextLine(false, depth);
+    out_.Put(']');
   }
 
-  void NewLine(std::size_t depth) {
-    if (!pretty_) return;
-    char* to = out_.Room(2 * depth + 1);
-    *to++ = '\n';
-    out_.Advance(std::fill_n(to, 2 * depth, ' '));
+  void Object(const Json& value, std::size_t depth) {
+    out_.Put('{');
+    for (std::size_t i = 0; i < value.size(); ++i) {
+      NextLine(i != 0, depth + 1);
+      Text(value.KeyAt(i));
+      pretty_ ? out_.Put(": ") : out_.Put(":");
+      Value(value.ValueAt(i), depth + 1);
+    }
+    if (value.size() != 0) NextLine(false, depth);
+    out_.Put('}');
+  }
+
+  void NextLine(bool comma, std::size_t depth) {
+    // Blanks come in chunks of a fixed size, a store each, however few of them are kept.
+    constexpr std::size_t kChunk = 16;
+    const std::size_t blanks = 2 * depth;
+    char* to = out_.Room(2 + blanks + kChunk);
+    if (comma) *to++ = ',';
+    if (pretty_) {
+      *to++ = '\n';
+      for (std::size_t done = 0; done < blanks; done += kChunk) std::memset(to + done, ' ', kChunk);
+      to += blanks;
+    }
+    out_.Advance(to);
   }
 
   TextSink& out_;
@@ -206,7 +217,7 @@ class JsonWriter {
 }  // namespace
 
 std::string Json::Dump(bool pretty) const {
-  TextSink sink(LikelyLength(*this, pretty, 0));
+  TextSink sink;
   JsonWriter(sink, pretty).Value(*this, 0);
   return sink.Take();
 }

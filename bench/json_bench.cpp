@@ -1,8 +1,8 @@
 // What reading and writing a large configuration costs beside two known libraries.
 //
 // All are measured in the same run on the same text, round by round in turn, and only the ratios of
-// the medians are printed: times of a machine under other load say nothing by themselves. Fails
-// when a ratio is below what has been promised.
+// the medians are printed: times of a machine under other load say nothing by themselves. A ratio
+// below what has been promised is marked as missed.
 #include <rapidjson/document.h>
 
 #include <algorithm>

@@ -140,12 +140,11 @@ bool Json::Has(std::string_view key) const {
 }
 
 Json& Json::operator[](std::string_view key) {
-  if (!IsObject()) {
-    *this = Object();
-  } else if (const Json* value = Find(key)) {
+  if (const Json* value = Find(key)) {
     return const_cast<Json&>(*value);  // found inside this value, which is not constant
   }
-  Json member[] = {Json(key), Json()};
+  Json member[] = {Json(key), Json()};  // before the text that `key` may be a view of goes away
+  if (!IsObject()) *this = Object();
   AddItems(member, 2);
   return data_.heap.items[slots() - 1];
 }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "base/format.h"
 #include "base/text.h"
 #include "config/config_file.h"
@@ -7,11 +9,14 @@
 namespace kestrelon {
 namespace {
 
-// A document of a text in which single quotes stand for double ones.
-Json Document(std::string text) {
-  for (char& c : text) {
-    if (c == '\'') c = '"';
-  }
+// A text of the tests, in which single quotes stand for double ones, as JSON.
+std::string Quoted(std::string text) {
+  std::replace(text.begin(), text.end(), '\'', '"');
+  return text;
+}
+
+Json Document(const std::string& quoted) {
+  const std::string text = Quoted(quoted);
   Json document;
   std::string error;
   EXPECT_TRUE(Json::Parse(text, document, &error)) << text << ": " << error;
@@ -76,21 +81,16 @@ TEST(ConfigFromJson, EveryKeyIsTaken) {
   app.sha256 = {std::wstring(32, L'a') + std::wstring(32, L'9')};
   AppEntry plain_app;
   plain_app.path = L"x";
-  Config expected{false,
-                  false,
-                  false,
-                  false,
-                  false,
-                  true,
-                  {L"C:\\a.exe"},
-                  {L"drop", L"x"},
-                  false,
-                  L"1.2.3.4, 10.0.0.0/8",
-                  false,
-                  9,
-                  {app, plain_app},
-                  {},
-                  {}};
+  Config expected;
+  expected.enabled = expected.allow_loopback = expected.boot_time_filter = false;
+  expected.notifications = expected.notify_system = false;
+  expected.log_allowed = true;
+  expected.log_allowed_apps = {L"C:\\a.exe"};
+  expected.blocklists = {L"drop", L"x"};
+  expected.blocklists_auto_update = expected.updates_auto_check = false;
+  expected.custom_blocklist = L"1.2.3.4, 10.0.0.0/8";
+  expected.presets_version = 9;
+  expected.apps = {app, plain_app};
   expected.rules = {
       {L"n", false, true, kDirectionBoth, 255, L"$dns", L"53", L"1-2", L"System", L"S-1-5-18"},
       {L"Rule 2", true, false, kDirectionOut, 0, L"", L"", L"", L"", L""},
@@ -230,89 +230,29 @@ TEST(ConfigText, HasOneFixedForm) {
   config.apps[1].until_reboot = true;
   config.rules = {{L"r", true, true, 7, 0, L"$dns", L"53", L"", L"a", L""},
                   {L"s", true, false, kDirectionIn, 6, L"", L"", L"", L"", L"S-1-5-4"}};
-  const std::string expected = R"({
-  "version": 1,
-  "enabled": true,
-  "allow_loopback": true,
-  "boot_time_filter": true,
-  "notifications": true,
-  "notify_system": true,
-  "log_allowed": false,
-  "log_allowed_apps": [],
-  "blocklists": [
-    "drop"
-  ],
-  "blocklists_auto_update": true,
-  "updates_auto_check": true,
-  "custom_blocklist": "",
-  "presets_version": 9,
-  "apps": [
-    {
-      "path": "C:\\Tools\\tool.exe",
-      "action": "allow",
-      "inbound": false,
-      "added": 134050000000000000,
-      "signer": "",
-      "product": "",
-      "expires": 134060000000000000,
-      "trust_updates": true,
-      "sha256": [
-        ")" + kHash +
-                               R"("
-      ]
-    },
-    {
-      "path": ")"
-                               "\xC3\xA9"
-                               R"(",
-      "action": "block",
-      "inbound": false,
-      "added": 0,
-      "signer": "",
-      "product": "",
-      "until_reboot": true,
-      "trust_updates": true
-    }
-  ],
-  "rules": [
-    {
-      "name": "r",
-      "enabled": true,
-      "action": "allow",
-      "direction": "out",
-      "protocol": 0,
-      "remote": "$dns",
-      "remote_ports": "53",
-      "local_ports": "",
-      "app": "a"
-    },
-    {
-      "name": "s",
-      "enabled": true,
-      "action": "block",
-      "direction": "in",
-      "protocol": 6,
-      "remote": "",
-      "remote_ports": "",
-      "local_ports": "",
-      "app": "",
-      "user": "S-1-5-4"
-    }
-  ])";
-  EXPECT_EQ(ConfigText(config), expected + "\n}\n");
+  const std::string expected =
+      "{'version':1,'enabled':true,'allow_loopback':true,'boot_time_filter':true,"
+      "'notifications':true,'notify_system':true,'log_allowed':false,'log_allowed_apps':[],"
+      "'blocklists':['drop'],'blocklists_auto_update':true,'updates_auto_check':true,"
+      "'custom_blocklist':'','presets_version':9,'apps':["
+      "{'path':'C:\\\\Tools\\\\tool.exe','action':'allow','inbound':false,"
+      "'added':134050000000000000,'signer':'','product':'','expires':134060000000000000,"
+      "'trust_updates':true,'sha256':['" +
+      kHash +
+      "']},"
+      "{'path':'\xC3\xA9','action':'block','inbound':false,'added':0,'signer':'','product':'',"
+      "'until_reboot':true,'trust_updates':true}],'rules':["
+      "{'name':'r','enabled':true,'action':'allow','direction':'out','protocol':0,"
+      "'remote':'$dns','remote_ports':'53','local_ports':'','app':'a'},"
+      "{'name':'s','enabled':true,'action':'block','direction':'in','protocol':6,"
+      "'remote':'','remote_ports':'','local_ports':'','app':'','user':'S-1-5-4'}]";
+  EXPECT_EQ(ConfigToJson(config).Dump(false), Quoted(expected + "}"));
   config.modules = {{L"example-module", true, L"1.0.0", L"", 134050000000000000}};
-  EXPECT_EQ(ConfigText(config), expected + R"(,
-  "modules": [
-    {
-      "id": "example-module",
-      "enabled": true,
-      "version": "1.0.0",
-      "grant": "",
-      "approved": 134050000000000000
-    }
-  ]
-}
-)");
+  EXPECT_EQ(ConfigToJson(config).Dump(false),
+            Quoted(expected + ",'modules':[{'id':'example-module','enabled':true,"
+                              "'version':'1.0.0','grant':'','approved':134050000000000000}]}"));
+  const std::string text = ConfigText(config);
+  EXPECT_TRUE(text.starts_with("{\n  \"version\": 1,\n") && text.ends_with("\n  ]\n}\n")) << text;
   config.rules[0].direction = kDirectionOut;
   Config again;
   std::wstring error;

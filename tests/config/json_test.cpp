@@ -225,6 +225,8 @@ TEST(JsonValue, PrettyFormIndentsByTwoAndKeepsEmptyContainersTogether) {
       Parsed("{\"a\":[1,[]],\"b\":{},\"c\":{\"d\":\"x\"}}").Dump(true),
       "{\n  \"a\": [\n    1,\n    []\n  ],\n  \"b\": {},\n  \"c\": {\n    \"d\": \"x\"\n  }\n}");
   EXPECT_EQ(Json(1).Dump(true), "1");
+  const std::string deep = Parsed(Repeat("[", 20) + Repeat("]", 20)).Dump(true);
+  EXPECT_NE(deep.find("[\n" + Repeat("  ", 19) + "[]\n" + Repeat("  ", 18) + "]"), deep.npos);
 }
 
 TEST(JsonValue, LookupsChainOnWhatIsMissing) {
@@ -248,6 +250,9 @@ TEST(JsonValue, WritingTurnsAnythingIntoTheContainerAsked) {
   EXPECT_EQ(value.Dump(false), "{\"a\":{\"b\":1}}");
   value["a"].Append(2);
   EXPECT_EQ(value.Dump(false), "{\"a\":[2]}");
+  Json own = "a text longer than the value itself";
+  own[own.text()] = 1;
+  EXPECT_EQ(own.KeyAt(0), "a text longer than the value itself");
 }
 
 TEST(JsonValue, CopiesStandAlone) {
@@ -262,14 +267,22 @@ TEST(JsonValue, CopiesStandAlone) {
   EXPECT_EQ(value.text(), "a text longer than the value itself");
 }
 
-TEST(JsonValue, TextsOfEveryLengthAroundTheInlineLimit) {
+// Texts inside the value and outside, copied whole and in parts.
+TEST(JsonValue, TextsOfEveryLengthWithAnEscapeAtEveryPlace) {
   for (std::size_t length = 0; length < 40; ++length) {
-    const std::string text = Repeat("x", length);
-    Json object;
-    object[text] = text;
-    const Json again = Parsed(object.Dump(false));
-    EXPECT_EQ(again.Get(text).text(), text);
-    EXPECT_EQ(again.KeyAt(0), text);
+    for (std::size_t place = 0; place <= length; ++place) {
+      const std::string before = Repeat("x", place);
+      const std::string after = Repeat("y", length - place);
+      const std::string text = before + "\n" + after;
+      const Json value = text;
+      EXPECT_EQ(value.Dump(false), "\"" + before + "\\n" + after + "\"");
+      Json object;
+      object[text] = value;
+      const Json again = Parsed(object.Dump(false));
+      EXPECT_EQ(again.Get(text).text(), text);
+      EXPECT_EQ(again.KeyAt(0), text);
+    }
+    EXPECT_EQ(Json(Repeat("x", length)).Dump(false), "\"" + Repeat("x", length) + "\"");
   }
 }
 

@@ -6,6 +6,8 @@
 // violation ends the process with the names of both guards.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
 #if defined(__clang__)
@@ -48,6 +50,8 @@ class CAPABILITY("guard") BasicGuard {
   }
 
  private:
+  friend class GuardCondition;
+
   M mutex_;
   const char* name_;
   GuardRank rank_;
@@ -67,6 +71,27 @@ class SCOPED_CAPABILITY GuardLock {
 
  private:
   G& guard_;
+};
+
+// What threads wait for under a guard. A wait may end without cause: callers look again.
+class GuardCondition {
+ public:
+  void WakeAll() { condition_.notify_all(); }
+
+  // Release the guard while waiting and hold it again on return.
+  void Wait(Guard& guard) REQUIRES(guard) {
+    std::unique_lock lock(guard.mutex_, std::adopt_lock);
+    condition_.wait(lock);
+    (void)lock.release();
+  }
+  void WaitUntil(Guard& guard, std::chrono::steady_clock::time_point deadline) REQUIRES(guard) {
+    std::unique_lock lock(guard.mutex_, std::adopt_lock);
+    (void)condition_.wait_until(lock, deadline);
+    (void)lock.release();
+  }
+
+ private:
+  std::condition_variable condition_;
 };
 
 }  // namespace kestrelon

@@ -32,4 +32,14 @@ struct Adapter {
 // a buffer that starts at 32768 bytes and grows at most twice.
 [[nodiscard]] Code ListAdapters(std::uint32_t flags, std::vector<Adapter>& adapters);
 
+// A registered notification; 0 for none.
+using InterfaceNotification = std::uintptr_t;
+
+// Has `callback(context)` called on a thread of the platform's after each change of an IP interface
+// of any family; not for how things are at the call.
+[[nodiscard]] Code NotifyInterfaceChanges(void (*callback)(void*), void* context,
+                                          InterfaceNotification& notification);
+// Waits for a running callback; none begins afterwards.
+Code CancelInterfaceNotification(InterfaceNotification notification);
+
 }  // namespace kestrelon::platform

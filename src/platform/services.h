@@ -9,8 +9,19 @@
 
 namespace kestrelon::platform {
 
-enum ManagerAccess : std::uint32_t { kManagerConnect = 1, kManagerEnumerate = 4 };
-enum ServiceAccess : std::uint32_t { kServiceQueryConfig = 1, kServiceQueryStatus = 4 };
+enum ManagerAccess : std::uint32_t {
+  kManagerConnect = 1,
+  kManagerEnumerate = 4,
+  kManagerAllAccess = 0xF003F,
+};
+enum ServiceAccess : std::uint32_t {
+  kServiceQueryConfig = 1,
+  kServiceQueryStatus = 4,
+  kServiceStart = 16,
+  kServiceStop = 32,
+  kServiceDelete = 0x10000,
+  kServiceAllAccess = 0xF01FF,
+};
 inline constexpr std::uint32_t kServiceTypeWin32 = 48;
 inline constexpr std::uint32_t kServiceStateAll = 3;
 
@@ -55,5 +66,45 @@ struct ServiceSettings {
 // The key names of all services of a type and state.
 [[nodiscard]] Code EnumerateServices(const ServiceHandle& manager, std::uint32_t type,
                                      std::uint32_t state, std::vector<std::wstring>& names);
+
+// The record of a service that runs in a process of its own, as LocalSystem.
+struct ServiceRecord {
+  std::wstring name;
+  std::wstring display_name;
+  std::uint32_t type = 0;           // 16: own process
+  std::uint32_t start = 0;          // 2: automatic
+  std::uint32_t error_control = 0;  // 1: normal
+  std::wstring binary_path;         // command line; a path with blanks in double quotes
+  std::vector<std::wstring> dependencies;
+};
+
+// Registers a service and opens it with all access; kServiceExists when there is one of the name.
+[[nodiscard]] Code RegisterService(const ServiceHandle& manager, const ServiceRecord& record,
+                                   ServiceHandle& service);
+
+// Gives an existing service the record; account and name stay.
+[[nodiscard]] Code UpdateService(const ServiceHandle& service, const ServiceRecord& record);
+
+Code DescribeService(const ServiceHandle& service, const std::wstring& description);
+
+// What the manager does when the service fails: restarts after these times, one after the other;
+// the count of failures begins anew after the period without one.
+struct FailureActions {
+  std::uint32_t reset_period_s = 0;
+  std::vector<std::uint32_t> restart_delays_ms;
+};
+Code SetServiceFailureActions(const ServiceHandle& service, const FailureActions& actions);
+// Whether they also follow an exit with an error code, not only a crash.
+Code SetServiceFailureFlag(const ServiceHandle& service, bool on_error_exit);
+
+// Starts a service and returns while it comes up; kServiceAlreadyRunning when it runs.
+[[nodiscard]] Code LaunchService(const ServiceHandle& service);
+
+// Asks a service to stop and returns while it does.
+[[nodiscard]] Code RequestServiceStop(const ServiceHandle& service);
+
+// Takes the service out of the manager's table; a running one, or one that is open elsewhere, is
+// marked and goes when it ends. kServiceMarkedForDelete when it was already.
+[[nodiscard]] Code UnregisterService(const ServiceHandle& service);
 
 }  // namespace kestrelon::platform

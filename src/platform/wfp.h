@@ -40,6 +40,10 @@ Code CloseEngineSession(EngineHandle engine);
 [[nodiscard]] Code DeleteSublayer(EngineHandle engine, const Guid& key);
 [[nodiscard]] Code DeleteFilter(EngineHandle engine, const Guid& key);
 
+// Read an object by its key.
+[[nodiscard]] Code GetSublayer(EngineHandle engine, const Guid& key, Sublayer& sublayer);
+[[nodiscard]] Code GetFilter(EngineHandle engine, const Guid& key, Filter& filter);
+
 // Replace an object's DACL by the descriptor's; an empty descriptor, or one without a DACL, sets
 // the null DACL.
 Code SetProviderDacl(EngineHandle engine, const Guid& key, const SecurityDescriptor& descriptor);

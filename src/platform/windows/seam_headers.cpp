@@ -3,6 +3,7 @@
 // here, behind the platform's own.
 #include "platform/windows/windows_headers.h"
 
+#include "platform/change_notification.h"
 #include "platform/clock.h"
 #include "platform/codes.h"
 #include "platform/console.h"
@@ -10,9 +11,12 @@
 #include "platform/files.h"
 #include "platform/network.h"
 #include "platform/paths.h"
+#include "platform/pipes.h"
+#include "platform/processes.h"
 #include "platform/registry.h"
 #include "platform/resources.h"
 #include "platform/security.h"
+#include "platform/service_host.h"
 #include "platform/services.h"
 #include "platform/system_text.h"
 #include "platform/trust.h"

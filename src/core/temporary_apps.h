@@ -1,0 +1,23 @@
+// Permissions that end by themselves: at a time, or with the machine's next start.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "config/config.h"
+
+namespace kestrelon {
+
+// When the machine started, by the wall clock and the tick of now.
+[[nodiscard]] std::int64_t BootTime();
+
+// Takes out of `config` the entries that have ended and gives them, in list order. Times are 100 ns
+// steps since 1601-01-01 UTC.
+[[nodiscard]] std::vector<AppEntry> ExpireTemporaryApps(Config& config, std::int64_t now,
+                                                        std::int64_t boot_time);
+
+// When the next entry ends by its time.
+[[nodiscard]] std::optional<std::int64_t> NextExpiry(const Config& config);
+
+}  // namespace kestrelon

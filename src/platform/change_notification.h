@@ -1,0 +1,58 @@
+// Signals that something in a directory changed.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/codes.h"
+#include "platform/wait.h"
+
+namespace kestrelon::platform {
+
+enum NotifyFilter : std::uint32_t {
+  kNotifyFileName = 0x1,
+  kNotifyDirectoryName = 0x2,
+  kNotifyAttributes = 0x4,
+  kNotifySize = 0x8,
+  kNotifyLastWrite = 0x10,
+  kNotifySecurity = 0x100,
+};
+
+// A watch on one directory. Closes itself.
+class DirectoryWatch {
+ public:
+  DirectoryWatch() = default;
+  ~DirectoryWatch() { Close(); }
+  DirectoryWatch(DirectoryWatch&& other) noexcept : handle_(other.handle_) { other.handle_ = 0; }
+  DirectoryWatch& operator=(DirectoryWatch&& other) noexcept;
+
+  void Close();
+
+  // The platform's value; 0 while closed. For the implementation of the calls below.
+  std::uintptr_t handle() const { return handle_; }
+  void Adopt(std::uintptr_t handle) {
+    Close();
+    handle_ = handle;
+  }
+
+ private:
+  std::uintptr_t handle_ = 0;
+};
+
+// Begins to watch a directory, without what is below it, for changes of the kinds in `filter`.
+[[nodiscard]] Code WatchDirectory(const std::wstring& directory, std::uint32_t filter,
+                                  DirectoryWatch& watch);
+
+// Takes up a signal: the watch is signalled again by what happened since the last signal or happens
+// from now on.
+[[nodiscard]] Code ContinueWatch(const DirectoryWatch& watch);
+
+// At most so many watches can be waited for at a time.
+inline constexpr std::size_t kMostWatchesInWait = 63;
+
+// Blocks until `stop` is set or a watch is signalled: 0 for `stop`, i + 1 for watches[i], or
+// kWaitFailed. The first of several in this order.
+int WaitForChange(const Event& stop, const std::vector<DirectoryWatch>& watches);
+
+}  // namespace kestrelon::platform

@@ -97,6 +97,16 @@ Code DeleteFilter(EngineHandle engine, const Guid& key) {
   return TheMachine().engine.DeleteFilter(engine, key);
 }
 
+Code GetSublayer(EngineHandle engine, const Guid& key, Sublayer& sublayer) {
+  if (const Code fault = TheMachine().faults.Next("GetSublayer")) return fault;
+  return TheMachine().engine.GetSublayer(engine, key, sublayer);
+}
+
+Code GetFilter(EngineHandle engine, const Guid& key, Filter& filter) {
+  if (const Code fault = TheMachine().faults.Next("GetFilter")) return fault;
+  return TheMachine().engine.GetFilter(engine, key, filter);
+}
+
 Code SetProviderDacl(EngineHandle engine, const Guid& key, const SecurityDescriptor& descriptor) {
   if (const Code fault = TheMachine().faults.Next("SetProviderDacl")) return fault;
   return TheMachine().engine.SetProviderDacl(engine, key, descriptor);

@@ -76,7 +76,30 @@ TEST_F(WfpObjects, FilterComesBackAsItWasWritten) {
       ExpectSame(read, written);
     }
     EXPECT_TRUE(found);
+    Filter read;
+    ASSERT_EQ(GetFilter(engine, written.key, read), kSuccess);
+    EXPECT_EQ(read.id, id);
+    ExpectSame(read, written);
   }
+}
+
+TEST_F(WfpObjects, SublayerComesBackAsItWasWritten) {
+  Sublayer bare;
+  bare.key = FreshGuid();
+  bare.name = L"Contract";
+  bare.weight = 7;
+  ASSERT_EQ(AddSublayer(engine, bare, {}), kSuccess);
+  for (const Sublayer& written : {sublayer, bare}) {
+    Sublayer read;
+    ASSERT_EQ(GetSublayer(engine, written.key, read), kSuccess);
+    EXPECT_EQ(read.key, written.key);
+    EXPECT_EQ(read.name, written.name);
+    EXPECT_EQ(read.description, written.description);
+    EXPECT_EQ(read.flags, written.flags);
+    EXPECT_EQ(read.provider, written.provider);
+    EXPECT_EQ(read.weight, written.weight);
+  }
+  EXPECT_EQ(DeleteSublayer(engine, bare.key), kSuccess);
 }
 
 TEST_F(WfpObjects, FilterMayHaveThousandsOfConditions) {
@@ -155,6 +178,12 @@ TEST_F(WfpObjects, MissingObjectIsToldByItsKind) {
   EXPECT_EQ(DeleteSublayer(engine, FreshGuid()), kSublayerNotFound);
   EXPECT_EQ(DeleteProvider(engine, FreshGuid()), kProviderNotFound);
   EXPECT_EQ(SetFilterDacl(engine, FreshGuid(), {}), kFilterNotFound);
+  Filter filter = SomeFilter();
+  EXPECT_EQ(GetFilter(engine, FreshGuid(), filter), kFilterNotFound);
+  EXPECT_EQ(filter.name, L"Contract");
+  Sublayer kept = sublayer;
+  EXPECT_EQ(GetSublayer(engine, FreshGuid(), kept), kSublayerNotFound);
+  EXPECT_EQ(kept.key, sublayer.key);
 }
 
 TEST_F(WfpObjects, UsedObjectCanNotBeDeleted) {

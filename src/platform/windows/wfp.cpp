@@ -125,6 +125,22 @@ Code DeleteFilter(EngineHandle engine, const Guid& key) {
   return FwpmFilterDeleteByKey0(NativeHandle(engine), &native);
 }
 
+Code GetSublayer(EngineHandle engine, const Guid& key, Sublayer& sublayer) {
+  const GUID native = NativeGuid(key);
+  Owned<FWPM_SUBLAYER0*, FreeEngineMemory> found;
+  const Code code = FwpmSubLayerGetByKey0(NativeHandle(engine), &native, found.Receive());
+  if (code == kSuccess) sublayer = SublayerFromNative(*found.get());
+  return code;
+}
+
+Code GetFilter(EngineHandle engine, const Guid& key, Filter& filter) {
+  const GUID native = NativeGuid(key);
+  Owned<FWPM_FILTER0*, FreeEngineMemory> found;
+  const Code code = FwpmFilterGetByKey0(NativeHandle(engine), &native, found.Receive());
+  if (code == kSuccess) filter = FilterFromNative(*found.get());
+  return code;
+}
+
 Code SetProviderDacl(EngineHandle engine, const Guid& key, const SecurityDescriptor& descriptor) {
   return SetDacl(FwpmProviderSetSecurityInfoByKey0, engine, key, descriptor);
 }

@@ -282,4 +282,15 @@ Filter FilterFromNative(const FWPM_FILTER0& native) {
   return filter;
 }
 
+Sublayer SublayerFromNative(const FWPM_SUBLAYER0& native) {
+  Sublayer sublayer;
+  sublayer.key = GuidFromNative(native.subLayerKey);
+  sublayer.name = TextOrEmpty(native.displayData.name);
+  sublayer.description = TextOrEmpty(native.displayData.description);
+  sublayer.flags = native.flags;
+  if (native.providerKey != nullptr) sublayer.provider = GuidFromNative(*native.providerKey);
+  sublayer.weight = native.weight;
+  return sublayer;
+}
+
 }  // namespace kestrelon::platform

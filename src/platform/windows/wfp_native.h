@@ -41,7 +41,8 @@ class NativeFilter {
   FWPM_FILTER0 native_{};
 };
 
-// A copy of a filter that the engine gave.
+// Copies of what the engine gave.
 Filter FilterFromNative(const FWPM_FILTER0& native);
+Sublayer SublayerFromNative(const FWPM_SUBLAYER0& native);
 
 }  // namespace kestrelon::platform

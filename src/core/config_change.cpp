@@ -6,7 +6,9 @@
 #include "config/config_file.h"
 #include "config/config_store.h"
 #include "control/reply.h"
+#include "control/subscribers.h"
 #include "core/service_log.h"
+#include "core/status.h"
 #include "filtering/apply_config.h"
 #include "filtering/filter_engine.h"
 #include "platform/clock.h"
@@ -44,7 +46,10 @@ bool ApplyLiveConfig(std::wstring& error) REQUIRES(ConfigGuard) {
   const bool applied = ApplyConfig(Core.CurrentConfig, error, config_changed);
   live_config_unsaved = live_config_unsaved || config_changed;
   if (!applied) return false;
-  if (live_config_unsaved) SaveCurrentConfig();
+  if (live_config_unsaved) {
+    SaveCurrentConfig();
+    PublishConfigEvent("config_changed");
+  }
   live_config_unsaved = false;
   return true;
 }
@@ -106,7 +111,8 @@ void SetConfig(Json& reply, Config config) {
     return;
   }
   MakeLive(std::move(config));
-  reply = OkReply();
+  PublishConfigEvent("config_changed");
+  BuildStatus(reply);
 }
 
 void ReApply(const std::wstring& cause) {

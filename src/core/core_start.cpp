@@ -1,16 +1,37 @@
 #include "core/core_start.h"
 
 #include <utility>
+#include <vector>
 
 #include "config/config_store.h"
 #include "config/presets.h"
+#include "control/pipe_server.h"
 #include "core/config_change.h"
 #include "core/data_dir.h"
 #include "core/service_log.h"
+#include "core/temporary_apps.h"
+#include "filtering/changed_files.h"
 #include "filtering/filter_engine.h"
+#include "identity/file_watch.h"
+#include "identity/follow_updates.h"
+#include "platform/clock.h"
+#include "platform/network.h"
 
 namespace kestrelon {
 namespace {
+
+// Of the thread that starts and stops the core.
+platform::InterfaceNotification interface_notification = 0;
+
+// What ended while the service was down ends before anything is applied.
+void EndTemporaryPermissions(Config& config) REQUIRES(ConfigGuard) {
+  const std::vector<AppEntry> ended =
+      ExpireTemporaryApps(config, platform::SystemTime(), BootTime());
+  if (ended.empty()) return;
+  for (const AppEntry& app : ended) LogEndedPermission(app);
+  std::wstring error;
+  if (!SaveStartConfig(config, error)) LogService(L"Cannot save configuration: %s", error);
+}
 
 // Brings an older configuration up to the present predefined rules.
 void UpgradePredefinedRules(Config& config) REQUIRES(ConfigGuard) {
@@ -18,6 +39,21 @@ void UpgradePredefinedRules(Config& config) REQUIRES(ConfigGuard) {
   LogService(L"Predefined rules updated to generation %d (new ones added)", kPresetsGeneration);
   std::wstring error;
   if (!SaveStartConfig(config, error)) LogService(L"Cannot save configuration: %s", error);
+}
+
+// From now on what happens on the machine wakes the loop. Without the notification of interfaces
+// the next timed pass finds what changed.
+void ListenToMachine() {
+  Core.DirectoryChangedHook = &BlockChangedFiles;
+  (void)platform::NotifyInterfaceChanges(
+      [](void* event) { static_cast<platform::Event*>(event)->Set(); }, &Core.WakeEvent,
+      interface_notification);
+}
+
+void StopListeningToMachine() {
+  if (interface_notification == 0) return;
+  platform::CancelInterfaceNotification(interface_notification);
+  interface_notification = 0;
 }
 
 }  // namespace
@@ -31,17 +67,30 @@ bool CoreStart() {
   {
     GuardLock lock(ConfigGuard);
     ObtainStartConfig(config);
+    EndTemporaryPermissions(config);
     UpgradePredefinedRules(config);
   }
 
+  ListenToMachine();
   TheEngine.change_event = &Core.WakeEvent;
   std::wstring error;
-  return FirstApply(std::move(config), error);
+  if (!FirstApply(std::move(config), error)) {
+    StopListeningToMachine();
+    return false;
+  }
+  StartFollowWorker();
+  // Last, so that the first client sees applied filters.
+  StartControlPipe();
+  return true;
 }
 
 void CoreStop() {
   LogService(L"Kestrelon service stopping (filters stay active)");
   Core.Stopping = true;
+  StopControlPipe();
+  StopFollowWorker();
+  StopListeningToMachine();
+  SyncFileWatch({}, &Core.WakeEvent);
   GuardLock lock(ConfigGuard);
   CloseEngine(TheEngine);
 }

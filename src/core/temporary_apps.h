@@ -17,6 +17,9 @@ namespace kestrelon {
 [[nodiscard]] std::vector<AppEntry> ExpireTemporaryApps(Config& config, std::int64_t now,
                                                         std::int64_t boot_time);
 
+// Tells of one in the log.
+void LogEndedPermission(const AppEntry& app);
+
 // When the next entry ends by its time.
 [[nodiscard]] std::optional<std::int64_t> NextExpiry(const Config& config);
 

@@ -6,10 +6,12 @@
 
 #include "core/service_log.h"
 #include "filtering/apply_filters.h"
+#include "filtering/boot_filters.h"
 #include "filtering/compile_apps.h"
 #include "filtering/dns_servers.h"
 #include "filtering/expand_rules.h"
 #include "filtering/filter_engine.h"
+#include "identity/file_watch.h"
 #include "identity/pinned_files.h"
 
 namespace kestrelon {
@@ -28,25 +30,46 @@ void ReplaceWarnings(std::vector<std::wstring> warnings) REQUIRES(ConfigGuard) {
   installed_warnings = std::move(warnings);
 }
 
-}  // namespace
-
-bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
+// What the configuration means on the machine as it is now.
+FilterPlan Compile(Config& config) REQUIRES(ConfigGuard) {
   FilterPlan plan;
   CompileApps(config, plan);
   plan.dns_servers = CollectDnsServers();
   plan.fingerprint += L"|dns:" + plan.dns_servers;
+  return plan;
+}
+
+// The files whose change matters: those that are permitted, and those held back until they are
+// again what was allowed.
+std::vector<std::wstring> FilesToWatch(const std::vector<PlanEntry>& entries) {
+  std::vector<std::wstring> files;
+  for (const PlanEntry& entry : entries) {
+    if ((entry.allow || entry.integrity_block) && entry.package_sid.empty()) {
+      files.push_back(entry.path);
+    }
+  }
+  return files;
+}
+
+}  // namespace
+
+bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
+  FilterPlan plan = Compile(config);
   const Config effective = ExpandRules(config, plan);
   config_changed = plan.config_changed;
   if (!ApplyFilters(TheEngine, effective, plan, error)) return false;
   installed_fingerprint = std::move(plan.fingerprint);
   if (!config.enabled) plan.entries.clear();  // none of them is permitted by a filter
   SnapshotPinned(plan.entries);
+  if (!Core.Stopping) SyncFileWatch(FilesToWatch(plan.entries), &Core.WakeEvent);
+  ApplyBootFilters(config, plan.warnings);
   ReplaceWarnings(std::move(plan.warnings));
   return true;
 }
 
-const std::wstring& InstalledFingerprint() {
-  return installed_fingerprint;
+bool IdentitiesDrifted(Config config) {
+  const FilterPlan plan = Compile(config);
+  return plan.config_changed || plan.fingerprint != installed_fingerprint;
 }
 
 const std::vector<std::wstring>& InstalledWarnings() {

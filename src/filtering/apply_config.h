@@ -16,8 +16,12 @@ namespace kestrelon {
 [[nodiscard]] bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed)
     REQUIRES(ConfigGuard);
 
-// The fingerprint of the last successful application, and its warnings.
-[[nodiscard]] const std::wstring& InstalledFingerprint() REQUIRES(ConfigGuard);
+// Whether the machine changed under a configuration since the last successful application: a file
+// was replaced, a service moved, a DNS server changed. Installs nothing; what compiling learns is
+// lost with the copy.
+[[nodiscard]] bool IdentitiesDrifted(Config config) REQUIRES(ConfigGuard);
+
+// The warnings of the last successful application.
 [[nodiscard]] const std::vector<std::wstring>& InstalledWarnings() REQUIRES(ConfigGuard);
 
 }  // namespace kestrelon

@@ -15,9 +15,9 @@ class ApplyingConfig : public FilterWorld {
     return ApplyConfig(config, error_, config_changed_);
   }
 
-  std::wstring Fingerprint() {
+  bool Drifted(const Config& config) {
     GuardLock lock(ConfigGuard);
-    return InstalledFingerprint();
+    return IdentitiesDrifted(config);
   }
 
   bool config_changed_ = false;
@@ -30,30 +30,34 @@ AppEntry UnsignedApp() {
   return app;
 }
 
-TEST_F(ApplyingConfig, LearnsInstallsAndKeepsTheFingerprint) {
+TEST_F(ApplyingConfig, WhatItLearnsAndInstallsIsNoDriftUntilSomethingChanges) {
   Config config;
   config.apps = {UnsignedApp()};
   ASSERT_TRUE(ApplyIt(config)) << Utf8FromWide(error_);
   EXPECT_TRUE(config_changed_);
   ASSERT_EQ(config.apps[0].sha256.size(), 1u);
   EXPECT_TRUE(Passes(AppConnection()));
-  EXPECT_EQ(Fingerprint(),
-            L"C:\\App\\app.exe|1||" + config.apps[0].sha256[0] + L";|dns:192.0.2.53");
   ASSERT_TRUE(ApplyIt(config));
   EXPECT_FALSE(config_changed_);
+  EXPECT_FALSE(Drifted(config));
+  machine_.files.Write(kApp, "replaced");
+  EXPECT_TRUE(Drifted(config));
+  machine_.files.Write(kApp, "app");
+  EXPECT_FALSE(Drifted(config));
+  machine_.network.SetDnsServers({L"192.0.2.54"});
+  EXPECT_TRUE(Drifted(config));
 }
 
 TEST_F(ApplyingConfig, AFailureKeepsFingerprintWarningsAndPinnedFiles) {
   Config config;
   config.apps = {UnsignedApp()};
   ASSERT_TRUE(ApplyIt(config));
-  const std::wstring fingerprint = Fingerprint();
   Config next;
   next.rules = {Rule(true, L"nonsense")};
   machine_.faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
   EXPECT_FALSE(ApplyIt(next));
   EXPECT_TRUE(error_.starts_with(L"FwpmTransactionCommit0: 0x80320012")) << Utf8FromWide(error_);
-  EXPECT_EQ(Fingerprint(), fingerprint);
+  EXPECT_FALSE(Drifted(config));
   EXPECT_EQ(LogCount("Warning: "), 0u);
   EXPECT_TRUE(Passes(AppConnection()));
   machine_.files.Write(kApp, "replaced");

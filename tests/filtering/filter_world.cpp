@@ -3,6 +3,7 @@
 #include "base/text.h"
 #include "filtering/apply_filters.h"
 #include "filtering/filter_signature.h"
+#include "identity/file_watch.h"
 #include "platform/security.h"
 
 namespace kestrelon {
@@ -79,6 +80,7 @@ FilterWorld::~FilterWorld() {
   machine_.faults.Clear();
   EXPECT_FALSE(machine_.engine.transaction_open());
   EXPECT_EQ(machine_.engine.TiedConflicts(), 0u);
+  SyncFileWatch({}, nullptr);
   CloseEngine(TheEngine);
   EXPECT_EQ(machine_.engine.open_sessions(), 0u);
 }

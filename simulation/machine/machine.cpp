@@ -60,6 +60,7 @@ void Machine::Restart() {
   faults.Clear();
   files.PowerOn();
   services.DropHandles();
+  network.DropNotifications();
   clock.RestartTick();
   engine.Restart();
   engine.Start();

@@ -9,6 +9,7 @@
 #include "simulation/machine/faults.h"
 #include "simulation/machine/file_system.h"
 #include "simulation/machine/network.h"
+#include "simulation/machine/process_use.h"
 #include "simulation/machine/registry.h"
 #include "simulation/machine/service_table.h"
 #include "simulation/machine/token.h"
@@ -33,6 +34,7 @@ class Machine {
   ServiceTable services;
   Network network;
   ProcessToken token;
+  ProcessUse process_use;
   Environment environment;
   Console console;
   WaitHub waits;

@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 
+#include <thread>
+
 #include "base/text.h"
 #include "platform/network.h"
 #include "simulation/machine/machine.h"
@@ -23,6 +25,53 @@ void Network::SetDnsServers(const std::vector<std::wstring>& servers) {
 std::vector<Adapter> Network::Adapters() const {
   const std::lock_guard lock(mutex_);
   return adapters;
+}
+
+void Network::ChangeInterfaces() {
+  std::thread([this] {
+    std::vector<Notification> told;
+    {
+      const std::lock_guard lock(mutex_);
+      for (const auto& [notification, listener] : listeners_) told.push_back(notification);
+    }
+    for (const Notification notification : told) Notify(notification);
+  }).join();
+}
+
+void Network::Notify(Notification notification) {
+  std::unique_lock lock(mutex_);
+  const auto found = listeners_.find(notification);
+  if (found == listeners_.end()) return;
+  const Listener listener = found->second;
+  const auto running = running_.insert(notification);
+  lock.unlock();
+  listener.callback(listener.context);
+  lock.lock();
+  running_.erase(running);
+  callback_done_.notify_all();
+}
+
+std::size_t Network::notifications() const {
+  const std::lock_guard lock(mutex_);
+  return listeners_.size();
+}
+
+Network::Notification Network::AddNotification(void (*callback)(void*), void* context) {
+  const std::lock_guard lock(mutex_);
+  listeners_[++last_notification_] = {callback, context};
+  return last_notification_;
+}
+
+bool Network::RemoveNotification(Notification notification) {
+  std::unique_lock lock(mutex_);
+  if (listeners_.erase(notification) == 0) return false;
+  callback_done_.wait(lock, [&] { return !running_.contains(notification); });
+  return true;
+}
+
+void Network::DropNotifications() {
+  const std::lock_guard lock(mutex_);
+  listeners_.clear();
 }
 
 }  // namespace simulation
@@ -66,6 +115,19 @@ Code ListAdapters(std::uint32_t flags, std::vector<Adapter>& adapters) {
   }
   adapters = std::move(list);
   return kSuccess;
+}
+
+Code NotifyInterfaceChanges(void (*callback)(void*), void* context,
+                            InterfaceNotification& notification) {
+  if (const Code fault = TheMachine().faults.Next("NotifyInterfaceChanges")) return fault;
+  notification = TheMachine().network.AddNotification(callback, context);
+  return kSuccess;
+}
+
+Code CancelInterfaceNotification(InterfaceNotification notification) {
+  if (const Code fault = TheMachine().faults.Next("CancelInterfaceNotification")) return fault;
+  if (notification == 0) return kSuccess;
+  return TheMachine().network.RemoveNotification(notification) ? kSuccess : kInvalidHandle;
 }
 
 }  // namespace kestrelon::platform

@@ -30,6 +30,12 @@ class Json {
   requires(!std::same_as<T, bool> && sizeof(T) >= 4 && (std::is_signed_v<T> || sizeof(T) < 8) &&
            !std::same_as<T, wchar_t> && !std::same_as<T, char32_t>) Json(T value)
   noexcept : data_{.number = {Kind::kNumber, 1, {.integer = value}}} {}
+  // A counter: exact up to the largest signed value, above that the nearest floating number.
+  template <std::unsigned_integral T>
+  requires(sizeof(T) == 8) Json(T value)
+  noexcept
+      : Json(value <= INT64_MAX ? Json(static_cast<std::int64_t>(value))
+                                : FromFloating(static_cast<double>(value))) {}
   Json(const char* text) : Json(std::string_view(text == nullptr ? "" : text)) {}
   Json(std::string_view text);
   Json(const std::string& text) : Json(std::string_view(text)) {}

@@ -36,10 +36,11 @@ struct Adapter {
 using InterfaceNotification = std::uintptr_t;
 
 // Has `callback(context)` called on a thread of the platform's after each change of an IP interface
-// of any family; not for how things are at the call.
+// of any family; not for how things are at the call. To be ended by CancelInterfaceNotification.
 [[nodiscard]] Code NotifyInterfaceChanges(void (*callback)(void*), void* context,
                                           InterfaceNotification& notification);
-// Waits for a running callback; none begins afterwards.
+// Waits for a running callback and must not be called by one; none begins after a success. Does
+// nothing for none.
 Code CancelInterfaceNotification(InterfaceNotification notification);
 
 }  // namespace kestrelon::platform

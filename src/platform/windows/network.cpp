@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 namespace kestrelon::platform {
 namespace {
@@ -42,6 +44,19 @@ std::vector<DnsServer> DnsServersOf(const IP_ADAPTER_ADDRESSES& adapter) {
     }
   }
   return servers;
+}
+
+// What the platform's callback is given: the callback of the seam knows no interface rows.
+struct InterfaceListener {
+  void (*callback)(void*) = nullptr;
+  void* context = nullptr;
+  HANDLE handle = nullptr;
+};
+
+void NETIOAPI_API_ InterfaceChanged(void* context, MIB_IPINTERFACE_ROW* /*row*/,
+                                    MIB_NOTIFICATION_TYPE /*type*/) {
+  const auto* const listener = static_cast<const InterfaceListener*>(context);
+  listener->callback(listener->context);
 }
 
 }  // namespace
@@ -81,6 +96,26 @@ Code ListAdapters(std::uint32_t flags, std::vector<Adapter>& adapters) {
   }
   adapters = std::move(list);
   return kSuccess;
+}
+
+Code NotifyInterfaceChanges(void (*callback)(void*), void* context,
+                            InterfaceNotification& notification) {
+  auto listener = std::make_unique<InterfaceListener>();
+  listener->callback = callback;
+  listener->context = context;
+  const Code code = NotifyIpInterfaceChange(AF_UNSPEC, InterfaceChanged, listener.get(), FALSE,
+                                            &listener->handle);
+  if (code == kSuccess) notification = reinterpret_cast<InterfaceNotification>(listener.release());
+  return code;
+}
+
+Code CancelInterfaceNotification(InterfaceNotification notification) {
+  if (notification == 0) return kSuccess;
+  std::unique_ptr<InterfaceListener> listener(reinterpret_cast<InterfaceListener*>(notification));
+  const Code code = CancelMibChangeNotify2(listener->handle);
+  // Only a success promises that no callback is running or will run: otherwise the listener stays.
+  if (code != kSuccess) (void)listener.release();
+  return code;
 }
 
 }  // namespace kestrelon::platform

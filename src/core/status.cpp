@@ -1,0 +1,49 @@
+#include "core/status.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "control/reply.h"
+#include "filtering/apply_config.h"
+#include "filtering/compile_apps.h"
+#include "filtering/filter_engine.h"
+
+namespace kestrelon {
+namespace {
+
+Json TextArray(const std::vector<std::wstring>& texts) {
+  Json array = Json::Array();
+  for (const std::wstring& text : texts) array.Append(text);
+  return array;
+}
+
+// How the start came to its configuration, while that is not the user's last word.
+void AddFallback(Json& status) REQUIRES(ConfigGuard) {
+  if (Core.FallbackKind.empty()) return;
+  status["fallback"] = Core.FallbackKind;
+  status["fallback_cause"] = Core.FallbackCause;
+  if (!Core.FallbackFrom.empty()) status["fallback_from"] = Core.FallbackFrom;
+}
+
+}  // namespace
+
+void BuildStatus(Json& reply) {
+  Json status = OkReply();
+  status["version"] = kVersion;
+  status["build"] = kBuild;
+  status["enabled"] = Core.CurrentConfig.enabled;
+  status["filters"] = std::uint64_t{FilterCount(TheEngine)};
+  status["boot_filter"] = Core.BootInstalled;
+  status["last_error"] = Core.LastError;
+  AddFallback(status);
+  status["net_events"] = Core.NetEvents.load();
+  status["net_drops"] = Core.NetDrops.load();
+  status["warnings"] = TextArray(InstalledWarnings());
+  status["changed_apps"] = TextArray(KeptBlockedPaths());
+  status["modules_running"] = Core.ModulesRunning.load();
+  reply = std::move(status);
+}
+
+}  // namespace kestrelon

@@ -2,8 +2,9 @@
 
 #include "platform/windows/windows_headers.h"
 
-#include <iphlpapi.h>
 #include <ws2tcpip.h>
+// Declares the notifications only where the socket types of <ws2tcpip.h> are known.
+#include <iphlpapi.h>
 
 #include <cstddef>
 #include <cstring>

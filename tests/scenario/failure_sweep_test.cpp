@@ -6,7 +6,6 @@
 #include "base/text.h"
 #include "config/config_file.h"
 #include "core/config_change.h"
-#include "filtering/filter_engine.h"
 #include "platform/codes.h"
 #include "platform/files.h"
 #include "tests/scenario/child.h"
@@ -196,7 +195,6 @@ Round PowerRound(const Scene& scene, int n, simulation::CutMode mode) {
   scene.act(world);
   if (!world.machine().files.power_lost()) return Round::kUntouched;
   SCOPED_TRACE(std::string(scene.name) + ", power cut");
-  CloseEngine(TheEngine);
   world.Restart();
   ExpectNothingOpened(world);
   ExpectReplacedHeld(world, false);
@@ -231,7 +229,6 @@ TEST(FailureSweep, ThePowerGoesDuringAFirstStart) {
                                      simulation::CutMode::kKeepMetadata);
     (void)world.Start();
     if (!world.machine().files.power_lost()) return Round::kUntouched;
-    CloseEngine(TheEngine);
     world.Restart();
     EXPECT_TRUE(world.Start());
     EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443))) << Utf8FromWide(world.Log());

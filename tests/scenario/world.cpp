@@ -7,6 +7,7 @@
 #include "config/config_file.h"
 #include "config/config_store.h"
 #include "core/config_change.h"
+#include "core/core_loop.h"
 #include "core/core_start.h"
 #include "filtering/filter_engine.h"
 #include "platform/network.h"
@@ -91,11 +92,24 @@ Config World::ConfigOnDisk(const std::wstring& path) {
 
 bool World::Start() {
   Core.Stopping = false;
-  return CoreStart();
+  Core.StopEvent.Clear();
+  started_ = CoreStart();
+  return started_;
 }
 
 void World::Stop() {
-  if (EngineIsOpen(TheEngine)) CoreStop();
+  if (loop_.joinable()) {
+    Core.StopEvent.Set();
+    loop_.join();
+    machine().clock.Hold();
+  }
+  if (started_) CoreStop();
+  started_ = false;
+}
+
+void World::RunLoop() {
+  machine().clock.Run();
+  loop_ = std::thread(&CoreLoop);
 }
 
 void World::Restart() {
@@ -106,6 +120,11 @@ void World::Restart() {
   Core.FallbackKind.clear();
   Core.FallbackCause.clear();
   Core.FallbackFrom.clear();
+  Core.BootInstalled = false;
+  Core.BootRetryAt = 0;
+  Core.BootRetryStep = 0;
+  Core.StartTick = machine().clock.Tick();
+  Core.LastHealthTick = 0;
 }
 
 Json World::Set(const Config& config) {
@@ -150,9 +169,16 @@ bool World::Logged(const std::wstring& part) {
   return Log().find(part) != std::wstring::npos;
 }
 
+std::wstring World::LastError() {
+  GuardLock lock(ConfigGuard);
+  return Core.LastError;
+}
+
 std::vector<Guid> World::FilterKeys() {
   std::vector<Guid> keys;
-  for (const auto& filter : machine().engine.Filters()) keys.push_back(filter->key);
+  for (const auto& filter : machine().engine.Filters()) {
+    if ((filter->flags & platform::kFilterBootTime) == 0) keys.push_back(filter->key);
+  }
   std::sort(keys.begin(), keys.end());
   return keys;
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "config/config.h"
@@ -37,6 +38,8 @@ class World {
   // CoreStart and CoreStop. Start may be called again after Stop.
   bool Start();
   void Stop();
+  // The core's loop on a thread of its own, on clocks that run. Stop ends it.
+  void RunLoop();
   // The machine restarts: the engine keeps what is persistent, the process begins anew.
   void Restart();
 
@@ -57,7 +60,10 @@ class World {
   std::wstring Log();
   bool Logged(const std::wstring& part);
 
-  // Keys of all filters in the engine, sorted.
+  // The core's state, for a moment.
+  std::wstring LastError();
+
+  // Keys of all filters in the engine but the boot-time ones, sorted.
   std::vector<Guid> FilterKeys();
 
   // That no handle, session or transaction is left and no two filters ever tied. For stopped
@@ -66,6 +72,8 @@ class World {
 
  private:
   OracleFacts facts_;
+  bool started_ = false;
+  std::thread loop_;
 };
 
 // Attempts in short. TCP; port and address of the other side.

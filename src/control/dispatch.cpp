@@ -1,0 +1,101 @@
+#include "control/dispatch.h"
+
+#include <string_view>
+#include <utility>
+
+#include "config/app_reference.h"
+#include "config/config_file.h"
+#include "control/reply.h"
+#include "core/config_change.h"
+#include "core/status.h"
+#include "identity/file_identity.h"
+#include "identity/service_info.h"
+
+namespace kestrelon {
+namespace {
+
+using Handler = Json (*)(const Json& request);
+
+Json Status(const Json& /*request*/) REQUIRES(ConfigGuard) {
+  Json reply;
+  BuildStatus(reply);
+  return reply;
+}
+
+Json GetConfig(const Json& /*request*/) REQUIRES(ConfigGuard) {
+  Json reply = OkReply();
+  reply["config"] = ConfigToJson(Core.CurrentConfig);
+  return reply;
+}
+
+// Reads the document before it takes the guard: a large one must not hold up the core.
+Json ChangeConfig(const Json& request) EXCLUDES(ConfigGuard) {
+  Config config;
+  std::wstring error;
+  if (!ConfigFromJson(request.Get("config"), config, error)) {
+    return ErrorReply(L"Invalid configuration: " + error);
+  }
+  GuardLock lock(ConfigGuard);
+  // Which modules run is not decided by this command, whatever a client sends back.
+  config.modules = Core.CurrentConfig.modules;
+  Json reply;
+  SetConfig(reply, std::move(config));
+  return reply;
+}
+
+// The file that the client means; empty for a service that can't be resolved.
+std::wstring FileOf(const std::wstring& path) {
+  if (!IsServiceRef(path)) return path;
+  ServiceInfo service;
+  return ResolveService(ServiceRefName(path), service) ? service.image_path : L"";
+}
+
+Json FileInfo(const Json& request) {
+  const std::wstring path = request.Get("path").StringOr(L"");
+  if (path.empty()) return ErrorReply(L"missing path");
+  const FileIdentity identity = IdentityFor(FileOf(path));
+  Json reply = OkReply();
+  reply["exists"] = identity.exists;
+  reply["signed"] = identity.signed_;
+  reply["signer"] = identity.signer;
+  return reply;
+}
+
+// How the table calls a handler. They are templates so that each call names its handler and the
+// thread-safety analysis compares what that one requires with what is held; it can't see through a
+// pointer in a table.
+template <Handler kHandler>
+Json UnderConfigGuard(const Json& request) EXCLUDES(ConfigGuard) {
+  GuardLock lock(ConfigGuard);
+  return kHandler(request);
+}
+
+template <Handler kHandler>
+Json Unguarded(const Json& request) EXCLUDES(ConfigGuard) {
+  return kHandler(request);
+}
+
+struct Command {
+  std::string_view name;
+  Handler run;
+};
+
+constexpr Command kCommands[] = {
+    {"status", UnderConfigGuard<Status>},
+    {"get_config", UnderConfigGuard<GetConfig>},
+    {"set_config", Unguarded<ChangeConfig>},
+    {"file_info", Unguarded<FileInfo>},
+};
+
+}  // namespace
+
+Json DispatchCommand(const Json& request) {
+  if (Core.Stopping) return ErrorReply(L"the service is stopping");
+  const Json& name = request.Get("cmd");
+  for (const Command& command : kCommands) {
+    if (name.text() == command.name) return command.run(request);
+  }
+  return ErrorReply(L"unknown command: " + name.StringOr(L""));
+}
+
+}  // namespace kestrelon

@@ -9,8 +9,10 @@
 #include "simulation/machine/faults.h"
 #include "simulation/machine/file_system.h"
 #include "simulation/machine/network.h"
+#include "simulation/machine/pipe_namespace.h"
 #include "simulation/machine/process_use.h"
 #include "simulation/machine/registry.h"
+#include "simulation/machine/service_host.h"
 #include "simulation/machine/service_table.h"
 #include "simulation/machine/token.h"
 #include "simulation/machine/wait_hub.h"
@@ -32,11 +34,13 @@ class Machine {
   FileSystem files;
   Registry registry;
   ServiceTable services;
+  ServiceHost service_host;
   Network network;
   ProcessToken token;
   ProcessUse process_use;
   Environment environment;
   Console console;
+  PipeNamespace pipes;
   WaitHub waits;
   Engine engine;
 };

@@ -11,11 +11,13 @@ namespace kestrelon::platform {
 
 enum ManagerAccess : std::uint32_t {
   kManagerConnect = 1,
+  kManagerCreate = 2,
   kManagerEnumerate = 4,
   kManagerAllAccess = 0xF003F,
 };
 enum ServiceAccess : std::uint32_t {
   kServiceQueryConfig = 1,
+  kServiceChangeConfig = 2,
   kServiceQueryStatus = 4,
   kServiceStart = 16,
   kServiceStop = 32,
@@ -67,14 +69,18 @@ struct ServiceSettings {
 [[nodiscard]] Code EnumerateServices(const ServiceHandle& manager, std::uint32_t type,
                                      std::uint32_t state, std::vector<std::wstring>& names);
 
-// The record of a service that runs in a process of its own, as LocalSystem.
+inline constexpr std::uint32_t kServiceOwnProcess = 16;
+inline constexpr std::uint32_t kServiceStartAutomatic = 2;
+inline constexpr std::uint32_t kServiceErrorNormal = 1;
+
+// The record of a service that runs as LocalSystem.
 struct ServiceRecord {
   std::wstring name;
   std::wstring display_name;
-  std::uint32_t type = 0;           // 16: own process
-  std::uint32_t start = 0;          // 2: automatic
-  std::uint32_t error_control = 0;  // 1: normal
-  std::wstring binary_path;         // command line; a path with blanks in double quotes
+  std::uint32_t type = kServiceOwnProcess;
+  std::uint32_t start = kServiceStartAutomatic;
+  std::uint32_t error_control = kServiceErrorNormal;
+  std::wstring binary_path;  // command line; a path with blanks in double quotes
   std::vector<std::wstring> dependencies;
 };
 

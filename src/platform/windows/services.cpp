@@ -16,6 +16,20 @@ std::wstring TextOrEmpty(const wchar_t* text) {
   return text != nullptr ? text : L"";
 }
 
+// Each name with its null; the last one's is followed by the null that ends the list.
+std::wstring NullSeparated(const std::vector<std::wstring>& names) {
+  std::wstring list;
+  for (const std::wstring& name : names) {
+    list += name;
+    list += L'\0';
+  }
+  return list;
+}
+
+Code SetServiceOption(const ServiceHandle& service, DWORD option, void* value) {
+  return ChangeServiceConfig2W(NativeHandle(service), option, value) ? kSuccess : GetLastError();
+}
+
 }  // namespace
 
 ServiceHandle& ServiceHandle::operator=(ServiceHandle&& other) noexcept {
@@ -99,6 +113,65 @@ Code EnumerateServices(const ServiceHandle& manager, std::uint32_t type, std::ui
     buffer.resize(buffer.size() + needed);
   }
   return code;
+}
+
+Code RegisterService(const ServiceHandle& manager, const ServiceRecord& record,
+                     ServiceHandle& service) {
+  const std::wstring dependencies = NullSeparated(record.dependencies);
+  const SC_HANDLE handle = CreateServiceW(
+      NativeHandle(manager), record.name.c_str(), record.display_name.c_str(), SERVICE_ALL_ACCESS,
+      record.type, record.start, record.error_control, record.binary_path.c_str(), nullptr, nullptr,
+      dependencies.c_str(), nullptr, nullptr);
+  if (handle == nullptr) return GetLastError();
+  service.Adopt(reinterpret_cast<std::uintptr_t>(handle));
+  return kSuccess;
+}
+
+Code UpdateService(const ServiceHandle& service, const ServiceRecord& record) {
+  const std::wstring dependencies = NullSeparated(record.dependencies);
+  const BOOL changed =
+      ChangeServiceConfigW(NativeHandle(service), record.type, record.start, record.error_control,
+                           record.binary_path.c_str(), nullptr, nullptr, dependencies.c_str(),
+                           nullptr, nullptr, record.display_name.c_str());
+  return changed ? kSuccess : GetLastError();
+}
+
+Code DescribeService(const ServiceHandle& service, const std::wstring& description) {
+  SERVICE_DESCRIPTIONW value{};
+  value.lpDescription = const_cast<LPWSTR>(description.c_str());
+  return SetServiceOption(service, SERVICE_CONFIG_DESCRIPTION, &value);
+}
+
+Code SetServiceFailureActions(const ServiceHandle& service, const FailureActions& actions) {
+  std::vector<SC_ACTION> restarts;
+  for (const std::uint32_t delay_ms : actions.restart_delays_ms) {
+    restarts.push_back({SC_ACTION_RESTART, delay_ms});
+  }
+  SERVICE_FAILURE_ACTIONSW value{};
+  value.dwResetPeriod = actions.reset_period_s;
+  value.cActions = static_cast<DWORD>(restarts.size());
+  value.lpsaActions = restarts.data();
+  return SetServiceOption(service, SERVICE_CONFIG_FAILURE_ACTIONS, &value);
+}
+
+Code SetServiceFailureFlag(const ServiceHandle& service, bool on_error_exit) {
+  SERVICE_FAILURE_ACTIONS_FLAG value{};
+  value.fFailureActionsOnNonCrashFailures = on_error_exit;
+  return SetServiceOption(service, SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &value);
+}
+
+Code LaunchService(const ServiceHandle& service) {
+  return StartServiceW(NativeHandle(service), 0, nullptr) ? kSuccess : GetLastError();
+}
+
+Code RequestServiceStop(const ServiceHandle& service) {
+  SERVICE_STATUS status{};
+  const BOOL sent = ControlService(NativeHandle(service), SERVICE_CONTROL_STOP, &status);
+  return sent ? kSuccess : GetLastError();
+}
+
+Code UnregisterService(const ServiceHandle& service) {
+  return DeleteService(NativeHandle(service)) ? kSuccess : GetLastError();
 }
 
 }  // namespace kestrelon::platform

@@ -16,10 +16,6 @@ constexpr std::wstring_view kSlashes = L"\\/";
 constexpr std::size_t kMostNamesPerLevel = 256;
 constexpr std::size_t kMostFiles = 64;
 
-bool HasWildcard(std::wstring_view text) {
-  return text.find_first_of(L"*?") != std::wstring_view::npos;
-}
-
 // A pattern as a walk: from a base that is no pattern, piece by piece down the tree.
 struct PatternWalk {
   std::wstring base;  // "C:" or "\\server\share"
@@ -80,13 +76,11 @@ std::vector<std::wstring> WalkPattern(const PatternWalk& walk) {
   return level;
 }
 
-bool IsExistingFile(const std::wstring& path) {
-  platform::FileInformation information;
-  return platform::QueryFileInformation(path, information) == platform::kSuccess &&
-         (information.attributes & platform::kAttributeDirectory) == 0;
-}
-
 }  // namespace
+
+bool HasWildcard(std::wstring_view path) {
+  return path.find_first_of(L"*?") != std::wstring_view::npos;
+}
 
 std::vector<std::wstring> ExpandAppPattern(const std::wstring& path) {
   const std::wstring expanded = ExpandPath(path);

@@ -55,4 +55,10 @@ std::wstring NormalizePath(const std::wstring& path) {
   return final_path;
 }
 
+bool IsExistingFile(const std::wstring& path) {
+  platform::FileInformation information;
+  return platform::QueryFileInformation(path, information) == platform::kSuccess &&
+         (information.attributes & platform::kAttributeDirectory) == 0;
+}
+
 }  // namespace kestrelon

@@ -24,4 +24,7 @@ namespace kestrelon {
 // "\\?\" that the platform puts in front. Opens the file.
 [[nodiscard]] std::wstring NormalizePath(const std::wstring& path);
 
+// Whether something other than a directory is there; not if that can't be learnt.
+[[nodiscard]] bool IsExistingFile(const std::wstring& path);
+
 }  // namespace kestrelon

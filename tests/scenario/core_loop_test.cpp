@@ -9,8 +9,8 @@
 #include "filtering/changed_files.h"
 #include "filtering/filter_engine.h"
 #include "filtering/filter_keys.h"
-#include "platform/wfp.h"
 #include "tests/scenario/client.h"
+#include "tests/scenario/intruder.h"
 #include "tests/scenario/world.h"
 
 namespace kestrelon::test {
@@ -18,42 +18,6 @@ namespace {
 
 constexpr std::int64_t kStepsPerMs = 10000;
 constexpr const wchar_t* kRemote = L"203.0.113.5";
-
-// A session of somebody else's with the engine, as LocalSystem.
-class Intruder {
- public:
-  Intruder() {
-    EXPECT_EQ(platform::OpenEngineSession({L"intruder", 0, 1000}, session_), platform::kSuccess);
-  }
-  ~Intruder() { platform::CloseEngineSession(session_); }
-
-  // Of the product's regular filters, the one with the lowest key.
-  platform::Filter FirstFilter() {
-    platform::Filter first;
-    for (const auto& filter : simulation::TheMachine().engine.Filters()) {
-      if (filter->provider != ProviderKey) continue;
-      if ((filter->flags & platform::kFilterBootTime) != 0) continue;
-      if (first.key == Guid{} || filter->key < first.key) first = *filter;
-    }
-    return first;
-  }
-
-  void Delete(const Guid& key) {
-    EXPECT_EQ(platform::DeleteFilter(session_, key), platform::kSuccess);
-  }
-  void Add(const platform::Filter& filter) {
-    std::uint64_t id = 0;
-    EXPECT_EQ(platform::AddFilter(session_, filter, {}, id), platform::kSuccess);
-  }
-  void DeleteEverything(World& world) {
-    for (const Guid& key : world.FilterKeys()) Delete(key);
-    for (const Guid& key : BootFilterKeys) (void)platform::DeleteFilter(session_, key);
-    EXPECT_EQ(platform::DeleteSublayer(session_, SubLayerKey), platform::kSuccess);
-  }
-
- private:
-  platform::EngineHandle session_ = 0;
-};
 
 void DeleteOneFilter() {
   Intruder intruder;
@@ -191,7 +155,9 @@ TEST_F(CoreLoopTest, EachKindOfTamperingIsFoundToldAndUndone) {
          foreign.conditions.clear();
          foreign.action = platform::kActionPermit;
          foreign.weight = std::uint8_t{15};
-         intruder.Add(foreign);
+
+         Intruder intruder;
+         intruder.Add(intruder.ForeignFilter());
        },
        L" filters present, "},
       {[](World&) {
@@ -334,13 +300,10 @@ TEST_F(CoreLoopTest, WithProtectionOffOnlyAuditExpiryAndRetryRun) {
   EXPECT_FALSE(PassApplies());
   world.machine().clock.Advance(1050);
   EXPECT_TRUE(PassApplies()) << "expiry";
-  platform::Filter foreign;
-  foreign.key = MakeGuid("{00000000-1111-2222-3333-444444444444}");
-  foreign.name = L"foreign";
-  foreign.layer = platform::kLayerConnectV4;
-  foreign.sublayer = SubLayerKey;
-  foreign.action = platform::kActionPermit;
-  Intruder().Add(foreign);
+  {
+    Intruder intruder;
+    intruder.Add(intruder.ForeignFilter());
+  }
   world.machine().faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
   EXPECT_TRUE(PassApplies()) << "audit";
   EXPECT_TRUE(PassApplies()) << "retry";

@@ -1,0 +1,186 @@
+// Two days of the service on a held clock, with clients, changes, tampering and an engine that goes
+// away: every pass ends in what the configuration means, and nothing grows.
+#include <malloc.h>
+
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
+#include "base/text.h"
+#include "config/config_file.h"
+#include "core/core_loop.h"
+#include "tests/scenario/client.h"
+#include "tests/scenario/intruder.h"
+#include "tests/scenario/random_world.h"
+
+// Of the sanitizers' allocators, which mallinfo2 knows nothing of.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
+
+namespace kestrelon::test {
+namespace {
+
+// With 15 seconds between idle passes.
+constexpr int kPassesADay = 24 * 60 * 4;
+constexpr int kAttemptsAPass = 3;
+constexpr std::size_t kGrowthAllowedBytes = 1 << 20;
+
+// What a leak would make larger.
+struct Footprint {
+  std::size_t threads = 0;
+  std::size_t file_handles = 0;
+  std::size_t pipe_handles = 0;
+  std::size_t watches = 0;
+  std::size_t sessions = 0;
+  std::size_t bytes = 0;
+};
+
+std::size_t AllocatedBytes() {
+  if (&__sanitizer_get_current_allocated_bytes != nullptr) {
+    return __sanitizer_get_current_allocated_bytes();
+  }
+  return mallinfo2().uordblks;
+}
+
+std::size_t Threads() {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+class LongRun : public Scenario {
+ protected:
+  void SetUp() override {
+    seed_ = FirstSeed();
+    dice_ = Dice(seed_);
+    ASSERT_TRUE(world.Start());
+  }
+
+  // One thing that happens between two passes.
+  void Happen() {
+    simulation::Machine& machine = world.machine();
+    switch (dice_.Below(40)) {
+      case 0:
+        (void)SetConfig(RandomConfig(dice_, world));
+        break;
+      case 1:
+        world.Program(dice_.OneIn(2) ? kTool : kOther, dice_.OneIn(2) ? "one" : "another");
+        break;
+      case 2:
+        machine.network.SetDnsServers({dice_.OneIn(2) ? L"192.0.2.53" : L"192.0.2.54"});
+        break;
+      case 3:
+        if (machine.engine.running()) Tamper();
+        break;
+      case 4:
+        machine.engine.Stop();
+        break;
+      case 5:
+        machine.faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
+        break;
+      default:
+        if (!machine.engine.running()) machine.engine.Start();
+        break;
+    }
+  }
+
+  void Tamper() {
+    Intruder intruder;
+    const std::vector<Guid> keys = world.FilterKeys();
+    if (!keys.empty() && dice_.OneIn(2)) {
+      intruder.Delete(keys[dice_.Below(keys.size())]);
+    } else if (!std::binary_search(keys.begin(), keys.end(), intruder.ForeignFilter().key)) {
+      intruder.Add(intruder.ForeignFilter());
+    }
+  }
+
+  // Whether the service took it.
+  bool SetConfig(const Config& config) {
+    Json request;
+    request["cmd"] = Json("set_config");
+    request["config"] = ConfigToJson(config);
+    return Client().Ask(request).Get("ok").boolean();
+  }
+
+  // Nothing passes but what the configuration lets pass.
+  void ExpectMeant() {
+    Config config;
+    {
+      GuardLock lock(ConfigGuard);
+      if (!Core.LastError.empty() || !world.machine().engine.running()) return;
+      config = Core.CurrentConfig;
+    }
+    OracleFacts facts = world.facts();
+    facts.dns_servers = world.machine().network.Adapters()[0].dns_servers[0].text;
+    for (int i = 0; i < kAttemptsAPass; ++i) {
+      const Attempt attempt = RandomAttempt(dice_);
+      std::wstring why;
+      const bool expected = Judge(config, facts, attempt, why) == Answer::kPass;
+      ASSERT_EQ(world.Passes(attempt), expected)
+          << "seed " << seed_ << ": the oracle says '" << Utf8FromWide(why) << "', but "
+          << Utf8FromWide(world.Explain(attempt)) << "\n"
+          << ConfigText(config) << Utf8FromWide(world.Log());
+    }
+  }
+
+  void Live(int passes) {
+    std::atomic<bool> over = false;
+    std::thread chatter([&over] {
+      for (unsigned i = 0; !over; ++i) {
+        Client client;
+        (void)client.Command("status");
+        if (i % 4 == 0) (void)client.Command("get_config");
+        if (i % 8 == 0) client.Subscribe();  // and goes away
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+    });
+    for (int i = 0; i < passes && !HasFatalFailure(); ++i) {
+      Happen();
+      world.machine().clock.Advance(15000);
+      LoopPass();
+      ExpectMeant();
+    }
+    over = true;
+    chatter.join();
+  }
+
+  // What is in use in one and the same state of rest.
+  Footprint Rest() {
+    simulation::Machine& machine = world.machine();
+    machine.faults.Clear();
+    if (!machine.engine.running()) machine.engine.Start();
+    LoopPass();
+    EXPECT_TRUE(SetConfig(Config{.presets_version = 9}));
+    LoopPass();
+    machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log");
+    machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log.old");
+    // The threads of the clients that have gone are on their way out.
+    while (machine.pipes.open_handles() > 1) std::this_thread::yield();
+    Footprint footprint;
+    footprint.file_handles = machine.files.open_handles();
+    footprint.pipe_handles = machine.pipes.open_handles();
+    footprint.watches = machine.files.open_watches();
+    footprint.sessions = machine.engine.open_sessions();
+    footprint.bytes = AllocatedBytes();
+    footprint.threads = Threads();
+    return footprint;
+  }
+
+  std::uint32_t seed_ = 0;
+  Dice dice_{0};
+};
+
+TEST_F(LongRun, TwoDaysGrowNothing) {
+  Live(kPassesADay / 4);
+  const Footprint before = Rest();
+  Live(2 * kPassesADay);
+  const Footprint after = Rest();
+  SCOPED_TRACE("seed " + std::to_string(seed_));
+  EXPECT_LE(after.threads, before.threads);
+  EXPECT_EQ(after.file_handles, before.file_handles);
+  EXPECT_EQ(after.pipe_handles, before.pipe_handles);
+  EXPECT_EQ(after.watches, before.watches);
+  EXPECT_EQ(after.sessions, before.sessions);
+  EXPECT_LE(after.bytes, before.bytes + kGrowthAllowedBytes);
+}
+
+}  // namespace
+}  // namespace kestrelon::test

@@ -1,0 +1,91 @@
+#include "tests/scenario/random_world.h"
+
+#include <cstdlib>
+
+#include "platform/system_text.h"
+
+namespace kestrelon::test {
+namespace {
+
+const wchar_t* const kPrograms[] = {kTool, kOther, kBrowser, kSvchost, kLsass, L"System"};
+const wchar_t* const kAddresses[] = {L"10.0.0.1",     L"10.0.0.9",    L"10.200.0.1", L"192.168.1.7",
+                                     L"192.0.2.53",   L"203.0.113.5", L"fe80::1",    L"2001:db8::1",
+                                     L"2001:db8::ff", L"fd00::7"};
+const wchar_t* const kRemotes[] = {L"10.0.0.1",       L"10.0.0.0/8",     L"10.0.0.0-10.0.0.8",
+                                   L"0.0.0.0/0",      L"192.168.0.0/16", L"$dns",
+                                   L"203.0.113.4/31", L"2001:db8::/120", L"2001:db8::ff",
+                                   L"::/0",           L"fe80::/10",      L"203.0.113.5"};
+const wchar_t* const kPortTexts[] = {L"53", L"80", L"443", L"80-443", L"0-65535", L"1-79, 444"};
+const std::uint16_t kPorts[] = {1, 53, 79, 80, 443, 444, 5353};
+const std::uint8_t kProtocols[] = {6, 6, 17, 17, 1, 58, 47};
+const wchar_t* const kUsers[] = {L"S-1-5-4", L"S-1-5-18",
+                                 L"S-1-5-80-859482183-879914841-863379149-1145462774-2388618682"};
+
+RuleEntry RandomRule(Dice& dice) {
+  RuleEntry rule;
+  rule.name = L"rule";
+  rule.enabled = !dice.OneIn(6);
+  rule.allow = !dice.OneIn(3);
+  rule.direction = static_cast<std::uint32_t>(dice.Below(3));
+  rule.protocol = dice.OneIn(2) ? 0 : dice.Of(kProtocols);
+  rule.remote = dice.Join(kRemotes, 3);
+  if (dice.OneIn(2)) rule.remote_ports = dice.Join(kPortTexts, 2);
+  if (dice.OneIn(4)) rule.local_ports = dice.Join(kPortTexts, 2);
+  if (dice.OneIn(2)) rule.app = dice.Of(kPrograms);
+  if (dice.OneIn(5)) rule.user = dice.Of(kUsers);
+  return rule;
+}
+
+AppEntry RandomApp(Dice& dice, const World& world) {
+  AppEntry app = dice.OneIn(6) ? Allowed(L"service:Dnscache") : Allowed(dice.Of(kPrograms));
+  app.allow = !dice.OneIn(3);
+  app.inbound = dice.OneIn(2);
+  if (dice.OneIn(4)) {
+    app.signer = dice.OneIn(2) ? kPublisher : L"Somebody Else";
+  } else if (dice.OneIn(3)) {
+    const auto file = world.facts().files.find(platform::LowerCase(app.path));
+    app.sha256 = {file != world.facts().files.end() && dice.OneIn(2) ? file->second.sha256
+                                                                     : std::wstring(64, L'0')};
+  }
+  // The kernel has no file of its own to be judged by.
+  if (app.path == L"System") {
+    app.signer.clear();
+    app.sha256.clear();
+  }
+  return app;
+}
+
+}  // namespace
+
+std::uint32_t FirstSeed() {
+  const char* seed = std::getenv("KESTRELON_SEED");
+  return seed == nullptr ? std::random_device{}() : static_cast<std::uint32_t>(std::stoul(seed));
+}
+
+bool SeedIsGiven() {
+  return std::getenv("KESTRELON_SEED") != nullptr;
+}
+
+Config RandomConfig(Dice& dice, const World& world) {
+  Config config;
+  config.presets_version = 9;
+  config.enabled = !dice.OneIn(25);
+  config.allow_loopback = !dice.OneIn(3);
+  for (std::size_t left = dice.Below(5); left > 0; --left) {
+    config.apps.push_back(RandomApp(dice, world));
+  }
+  for (std::size_t left = dice.Below(7); left > 0; --left) config.rules.push_back(RandomRule(dice));
+  return config;
+}
+
+Attempt RandomAttempt(Dice& dice) {
+  Attempt attempt = Out(dice.Of(kPrograms), dice.Of(kAddresses), dice.Of(kPorts));
+  attempt.inbound = dice.OneIn(2);
+  attempt.protocol = dice.Of(kProtocols);
+  attempt.local_port = dice.Of(kPorts);
+  attempt.loopback = dice.OneIn(5);
+  if (dice.OneIn(2)) attempt.users = {dice.Of(kUsers)};
+  return attempt;
+}
+
+}  // namespace kestrelon::test

@@ -1,0 +1,44 @@
+// A small world drawn by dice, in which entries and connections often meet.
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+
+#include "tests/scenario/world.h"
+
+namespace kestrelon::test {
+
+// The seed for a test's dice: KESTRELON_SEED, or a new one each time. Whatever fails tells it.
+[[nodiscard]] std::uint32_t FirstSeed();
+// Whether KESTRELON_SEED asks for one run with that seed.
+[[nodiscard]] bool SeedIsGiven();
+
+class Dice {
+ public:
+  explicit Dice(std::uint32_t seed) : engine_(seed) {}
+
+  bool OneIn(int sides) { return Below(static_cast<std::size_t>(sides)) == 0; }
+  std::size_t Below(std::size_t limit) { return engine_() % limit; }
+  template <typename T, std::size_t N>
+  const T& Of(const T (&items)[N]) {
+    return items[Below(N)];
+  }
+  // Up to `most` of the items, joined.
+  template <std::size_t N>
+  std::wstring Join(const wchar_t* const (&items)[N], std::size_t most) {
+    std::wstring text;
+    for (std::size_t left = Below(most + 1); left > 0; --left) {
+      text += (text.empty() ? L"" : L", ") + std::wstring(Of(items));
+    }
+    return text;
+  }
+
+ private:
+  std::mt19937 engine_;
+};
+
+[[nodiscard]] Config RandomConfig(Dice& dice, const World& world);
+[[nodiscard]] Attempt RandomAttempt(Dice& dice);
+
+}  // namespace kestrelon::test

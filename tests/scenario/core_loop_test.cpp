@@ -149,13 +149,6 @@ TEST_F(CoreLoopTest, EachKindOfTamperingIsFoundToldAndUndone) {
       {[](World&) { DeleteOneFilter(); }, L" filters present, "},
       {[](World&) {
          Intruder intruder;
-         platform::Filter foreign = intruder.FirstFilter();
-         foreign.key = MakeGuid("{00000000-1111-2222-3333-444444444444}");
-         foreign.provider.reset();
-         foreign.conditions.clear();
-         foreign.action = platform::kActionPermit;
-         foreign.weight = std::uint8_t{15};
-
          Intruder intruder;
          intruder.Add(intruder.ForeignFilter());
        },

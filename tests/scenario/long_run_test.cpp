@@ -148,7 +148,7 @@ class LongRun : public Scenario {
     machine.faults.Clear();
     if (!machine.engine.running()) machine.engine.Start();
     LoopPass();
-    EXPECT_TRUE(SetConfig(Config{.presets_version = 9}));
+    EXPECT_TRUE(SetConfig(Config()));
     LoopPass();
     machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log");
     machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log.old");

@@ -149,7 +149,6 @@ TEST_F(CoreLoopTest, EachKindOfTamperingIsFoundToldAndUndone) {
       {[](World&) { DeleteOneFilter(); }, L" filters present, "},
       {[](World&) {
          Intruder intruder;
-         Intruder intruder;
          intruder.Add(intruder.ForeignFilter());
        },
        L" filters present, "},

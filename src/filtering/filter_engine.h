@@ -42,6 +42,8 @@ struct FilterEngine {
   platform::EngineHandle handle GUARDED_BY(EngineGuard) = 0;  // 0 while closed
   platform::SubscriptionHandle change_subscription GUARDED_BY(EngineGuard) = 0;
   FilterRecordTable FilterRecord GUARDED_BY(EngineGuard);
+  // How many boot-time filters the audit is to find; negative while that isn't known.
+  int BootExpected GUARDED_BY(EngineGuard) = -1;
   // Keys of the filters added by the running transaction, in order.
   std::vector<std::string> added_keys GUARDED_BY(EngineGuard);
 

@@ -1,0 +1,231 @@
+// What protects before the engine has loaded the persistent filters, and what becomes of a refusal.
+
+#include "filtering/boot_filters.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "filtering/filter_keys.h"
+#include "tests/filtering/filter_world.h"
+
+namespace kestrelon {
+namespace {
+
+constexpr const wchar_t* kRefusal = L"0x00000005 - Access is denied.";
+
+class BootFilters : public FilterWorld {
+ protected:
+  bool InstallBoot(bool wanted, bool allow_loopback) {
+    return InstallBootFilters(TheEngine, wanted, allow_loopback, error_);
+  }
+
+  // What of the set is there.
+  std::vector<platform::Filter> Present() const {
+    std::vector<platform::Filter> present;
+    for (const auto& filter : machine_.engine.Filters()) {
+      const bool ours = std::find(BootFilterKeys.begin(), BootFilterKeys.end(), filter->key) !=
+                        BootFilterKeys.end();
+      if (ours) present.push_back(*filter);
+    }
+    return present;
+  }
+
+  int Expected() const {
+    GuardLock lock(TheEngine.EngineGuard);
+    return TheEngine.BootExpected;
+  }
+};
+
+TEST_F(BootFilters, DecideAloneUntilTheEngineHasStarted) {
+  struct Case {
+    bool allow_loopback;
+    bool first_form_refused;
+  };
+  for (const Case& c :
+       {Case{false, false}, Case{true, false}, Case{false, true}, Case{true, true}}) {
+    SCOPED_TRACE(testing::Message() << c.allow_loopback << c.first_form_refused);
+    if (c.first_form_refused) machine_.faults.FailOnce("AddFilter", platform::kAccessDenied);
+    ASSERT_TRUE(InstallBoot(true, c.allow_loopback)) << Utf8FromWide(error_);
+    EXPECT_EQ(Expected(), c.allow_loopback ? 8 : 4);
+    for (const platform::Filter& filter : Present()) {
+      EXPECT_EQ(filter.provider.has_value(), !c.first_form_refused);
+      const bool firm = filter.action == platform::kActionBlock && !c.first_form_refused;
+      EXPECT_EQ(filter.flags, firm ? 10u : 2u);
+      EXPECT_EQ(filter.description, L"Kestrelon firewall");
+    }
+    machine_.engine.Restart();
+    for (const FilterLayer& layer : kFilterLayers) {
+      simulation::Connection connection = AppConnection(layer.key);
+      EXPECT_EQ(DecidedBy(connection), L"Kestrelon - Boot-time block");
+      EXPECT_FALSE(Passes(connection));
+      connection.flags = platform::kConditionFlagLoopback;
+      EXPECT_EQ(Passes(connection), c.allow_loopback);
+    }
+    machine_.engine.Start();
+    EXPECT_TRUE(Passes(AppConnection())) << "the boot-time filters have had their time";
+    CloseEngine(TheEngine);
+    ASSERT_TRUE(OpenEngine(TheEngine, error_)) << Utf8FromWide(error_);
+  }
+}
+
+TEST_F(BootFilters, EachRunReplacesTheSetWithKeysInTheOrderOfAdding) {
+  struct Case {
+    bool wanted;
+    bool allow_loopback;
+    std::size_t count;
+  };
+  EXPECT_EQ(Expected(), -1);
+  for (const Case& c : {Case{true, true, 8}, Case{true, false, 4}, Case{true, true, 8},
+                        Case{false, true, 0}, Case{false, false, 0}}) {
+    ASSERT_TRUE(InstallBoot(c.wanted, c.allow_loopback)) << Utf8FromWide(error_);
+    const std::vector<platform::Filter> present = Present();
+    ASSERT_EQ(present.size(), c.count);
+    EXPECT_EQ(Expected(), static_cast<int>(c.count));
+    for (std::size_t i = 0; i < c.count; ++i) {
+      EXPECT_EQ(present[i].key, BootFilterKeys[i]);
+      EXPECT_EQ(present[i].layer, kFilterLayers[i % 4].key);
+      EXPECT_EQ(present[i].name,
+                i < 4 ? L"Kestrelon - Boot-time block" : L"Kestrelon - Boot-time loopback");
+    }
+  }
+}
+
+TEST_F(BootFilters, ARefusalIsToldAndWhatIsThereIsExpected) {
+  struct Case {
+    const char* call;
+    bool wanted;
+    std::wstring sentence;
+  };
+  const Case cases[] = {
+      {"BeginTransaction", true, L"FwpmTransactionBegin0: "},
+      {"DeleteFilter", true, L"FwpmFilterDeleteByKey0 (boot): "},
+      {"DeleteFilter", false, L"FwpmFilterDeleteByKey0 (boot): "},
+      {"AddFilter", true, L"FwpmFilterAdd0 (Kestrelon - Boot-time block): "},
+      {"CommitTransaction", true, L"FwpmTransactionCommit0 (boot): "},
+      {"CommitTransaction", false, L"FwpmTransactionCommit0 (boot): "},
+  };
+  ASSERT_TRUE(InstallBoot(true, false));
+  for (const Case& c : cases) {
+    machine_.faults.FailAlways(c.call, platform::kAccessDenied);
+    EXPECT_FALSE(InstallBoot(c.wanted, true)) << c.call;
+    machine_.faults.Clear();
+    EXPECT_EQ(error_, c.sentence + kRefusal);
+    EXPECT_EQ(Present().size(), 4u);
+    EXPECT_EQ(Expected(), 4);
+    EXPECT_FALSE(machine_.engine.transaction_open());
+  }
+  CloseEngine(TheEngine);
+  EXPECT_FALSE(InstallBoot(true, true));
+  EXPECT_EQ(error_, L"WFP engine is not open");
+}
+
+TEST_F(BootFilters, TwoDifferentRefusalsAreBothTold) {
+  machine_.faults.FailOnce("DeleteFilter", platform::kAccessDenied);
+  machine_.faults.FailAlways("CommitTransaction", platform::kAccessDenied);
+  EXPECT_FALSE(InstallBoot(true, true));
+  EXPECT_EQ(error_, std::wstring(L"FwpmFilterDeleteByKey0 (boot): ") + kRefusal +
+                        L"; FwpmTransactionCommit0 (boot): " + kRefusal);
+  EXPECT_EQ(Expected(), 0);
+}
+
+class BootFilterRetries : public BootFilters {
+ protected:
+  BootFilterRetries() { config_.boot_time_filter = true; }
+
+  // One application, with the warning that it is to give.
+  void ApplyBoot(const std::wstring& warning) {
+    GuardLock lock(ConfigGuard);
+    std::vector<std::wstring> warnings;
+    ApplyBootFilters(config_, warnings);
+    EXPECT_EQ(warnings, warning.empty() ? std::vector<std::wstring>{} : std::vector{warning});
+    Core.CurrentConfig = config_;
+  }
+
+  void Retry() {
+    GuardLock lock(ConfigGuard);
+    RetryBootFilters();
+  }
+
+  void ExpectRetry(std::uint64_t step) const {
+    GuardLock lock(ConfigGuard);
+    EXPECT_FALSE(Core.BootInstalled);
+    EXPECT_EQ(Core.BootRetryStep, step);
+    EXPECT_EQ(Core.BootRetryAt, machine_.clock.Tick() + step);
+  }
+
+  void ExpectSettled(bool installed) const {
+    GuardLock lock(ConfigGuard);
+    EXPECT_EQ(Core.BootInstalled, installed);
+    EXPECT_EQ(Core.BootRetryStep, 0u);
+    EXPECT_EQ(Core.BootRetryAt, 0u);
+  }
+
+  void Refuse() { machine_.faults.FailAlways("CommitTransaction", platform::kAccessDenied); }
+
+  Config config_;
+  const std::wstring refused_ = std::wstring(L"FwpmTransactionCommit0 (boot): ") + kRefusal;
+  const std::wstring not_installed_ = L"Boot-time filter could not be installed: " + refused_;
+};
+
+TEST_F(BootFilterRetries, StepsDoubleFromOneMinuteToThirty) {
+  constexpr std::uint64_t kSteps[] = {60000, 120000, 240000, 480000, 960000, 1800000, 1800000};
+  Refuse();
+  for (const std::uint64_t step : kSteps) {
+    ApplyBoot(not_installed_);
+    ExpectRetry(step);
+  }
+  machine_.faults.Clear();
+  ApplyBoot(L"");
+  ExpectSettled(true);
+
+  // The loop goes on from the step that the application left.
+  Refuse();
+  ApplyBoot(not_installed_);
+  for (const std::uint64_t step : kSteps) {
+    ExpectRetry(step);
+    machine_.clock.Advance(step - 1);
+    Retry();  // not yet
+    machine_.clock.Advance(1);
+    Retry();
+  }
+  for (const char* minutes : {"2", "4", "8", "16"}) {
+    EXPECT_EQ(LogCount("Boot-time filters still cannot be installed (" + Utf8FromWide(refused_) +
+                       ") - next try in " + minutes + " min"),
+              1u);
+  }
+  EXPECT_EQ(LogCount("next try in 30 min"), 3u);
+  machine_.faults.Clear();
+  machine_.clock.Advance(1800000);
+  Retry();
+  ExpectSettled(true);
+  EXPECT_EQ(Present().size(), 8u);
+  machine_.clock.Advance(1800000);
+  Retry();
+  EXPECT_EQ(LogCount("Boot-time filters installed (retry)"), 1u);
+}
+
+TEST_F(BootFilterRetries, NothingIsTriedAgainThatIsNotWantedAnyMore) {
+  Refuse();
+  ApplyBoot(not_installed_);
+  for (bool Config::*switched : {&Config::enabled, &Config::boot_time_filter}) {
+    config_.*switched = false;
+    {
+      GuardLock lock(ConfigGuard);
+      Core.CurrentConfig = config_;
+    }
+    machine_.clock.Advance(60000);
+    Retry();
+    config_.*switched = true;
+  }
+  EXPECT_EQ(LogCount("Boot-time filters"), 0u);
+
+  config_.enabled = false;
+  ApplyBoot(L"Boot-time filter could not be removed: " + refused_);
+  ExpectSettled(false);
+  machine_.faults.Clear();
+  ApplyBoot(L"");
+  ExpectSettled(false);
+}
+
+}  // namespace
+}  // namespace kestrelon

@@ -1,11 +1,15 @@
 #include "core/command_line.h"
 
 #include "base/format.h"
+#include "core/core_loop.h"
 #include "core/core_start.h"
 #include "core/core_state.h"
+#include "core/service_entry.h"
 #include "core/service_log.h"
+#include "core/service_setup.h"
 #include "platform/console.h"
 #include "platform/security.h"
+#include "platform/service_host.h"
 
 namespace kestrelon {
 namespace {
@@ -34,13 +38,21 @@ int Unknown() {
   return kExitFailure;
 }
 
+// What the service manager starts, which alone gives no argument.
+int Service() {
+  const platform::Code code = platform::RunAsService(kServiceName, &ServiceEntry);
+  if (code == platform::kSuccess) return kExitSuccess;
+  if (code == platform::kNotStartedByManager) PrintUsage();
+  return kExitFailure;
+}
+
 // Runs the core in the foreground until Ctrl+C.
 int Console() {
   PrintLogLines(true);
   (void)platform::SetConsoleStopHandler([] { Core.StopEvent.Set(); });
   if (!CoreStart()) return kExitFailure;
   platform::WriteStandardOutput(L"Running. Press Ctrl+C to stop (filters stay active).\n");
-  (void)platform::WaitForAny({&Core.StopEvent}, platform::kWaitForever);
+  CoreLoop();
   CoreStop();
   return kExitSuccess;
 }
@@ -55,6 +67,9 @@ constexpr Command kCommands[] = {
     {L"--help", false, &Help},
     {L"-h", false, &Help},
     {L"/?", false, &Help},
+    {L"--install", true, &InstallService},
+    {L"--uninstall", true, &UninstallService},
+    {L"--remove-filters", true, &RemoveFiltersCommand},
     {L"--console", true, &Console},
 };
 // What no row names needs elevation too: a stranger learns nothing by guessing.
@@ -75,7 +90,7 @@ bool IsElevated() {
 }  // namespace
 
 int RunCommandLine(const std::vector<std::wstring>& arguments) {
-  if (arguments.empty()) return Unknown();  // started by hand
+  if (arguments.empty()) return Service();
   const Command& command = FindCommand(arguments.front());
   if (command.needs_elevation && !IsElevated()) {
     platform::WriteStandardError(L"This command must be run as administrator.\n");

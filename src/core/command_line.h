@@ -6,8 +6,9 @@
 
 namespace kestrelon {
 
-// Runs the process by its arguments and gives its exit code: 0 success, 1 failure, 5 not elevated.
-// The first argument alone selects, compared exactly; further ones are ignored.
+// Runs the process by its arguments and gives its exit code: 0 success, 1 failure, 2 installed but
+// not running, 5 not elevated. Without an argument the process is the service. The first argument
+// alone selects, compared exactly; further ones are ignored. Returns when the work is done.
 [[nodiscard]] int RunCommandLine(const std::vector<std::wstring>& arguments);
 
 }  // namespace kestrelon

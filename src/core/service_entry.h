@@ -3,14 +3,19 @@
 
 #include <cstdint>
 
+#include "base/guard.h"
+#include "core/core_state.h"
+
 namespace kestrelon {
 
 inline constexpr const wchar_t* kServiceName = L"KestrelonSvc";
 
-// What the service manager runs: start, loop and stop of the core, with every state reported.
-void ServiceEntry();
+// What the service manager runs, on a thread of its own: start, loop and stop of the core, with
+// every state reported. Returns once the service has stopped or could not reach the manager.
+void ServiceEntry() EXCLUDES(ConfigGuard);
 
-// Answers a control of the service manager's, on its thread: 0 for done.
+// Answers a control of the service manager, on the dispatcher's thread: 0 for done,
+// kCallNotImplemented for what the service does not know. Never blocks on the core.
 std::uint32_t HandleServiceControl(std::uint32_t control);
 
 }  // namespace kestrelon

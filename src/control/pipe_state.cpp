@@ -1,0 +1,7 @@
+#include "control/pipe_state.h"
+
+namespace kestrelon {
+
+ControlPipeState& TheControlPipe = *new ControlPipeState;
+
+}  // namespace kestrelon

@@ -21,9 +21,6 @@ constexpr std::uint32_t kGenericRead = 0x80000000;
 constexpr std::uint32_t kGenericWrite = 0x40000000;
 constexpr std::uint32_t kGenericExecute = 0x20000000;
 constexpr std::uint32_t kGenericAll = 0x10000000;
-constexpr std::uint32_t kEngineRead = 0x20000 | 0x4 | 0x10 | 0x40 | 0x80 | 0x100;
-constexpr std::uint32_t kEngineWrite = 0x20000 | 0x10000 | 0x1 | 0x2 | 0x8 | 0x400;
-constexpr std::uint32_t kEngineExecute = 0x20000 | 0x20 | 0x200;
 
 // Reads little-endian numbers from bytes, refusing to run over the end.
 class ByteReader {
@@ -51,17 +48,17 @@ class ByteReader {
   const Bytes& bytes_;
 };
 
-// Generic rights stand for sets of the engine's own.
-std::uint32_t MapGenericRights(std::uint32_t mask) {
+// Generic rights stand for sets of the object's own.
+std::uint32_t MapGenericRights(std::uint32_t mask, const GenericRights& generic) {
   std::uint32_t mapped = mask & 0x0FFFFFFF;
-  if ((mask & kGenericRead) != 0) mapped |= kEngineRead;
-  if ((mask & kGenericWrite) != 0) mapped |= kEngineWrite;
-  if ((mask & kGenericExecute) != 0) mapped |= kEngineExecute;
-  if ((mask & kGenericAll) != 0) mapped |= kAllRights;
+  if ((mask & kGenericRead) != 0) mapped |= generic.read;
+  if ((mask & kGenericWrite) != 0) mapped |= generic.write;
+  if ((mask & kGenericExecute) != 0) mapped |= generic.execute;
+  if ((mask & kGenericAll) != 0) mapped |= generic.all;
   return mapped;
 }
 
-bool ParseAccessList(const ByteReader& reader, std::size_t offset,
+bool ParseAccessList(const ByteReader& reader, std::size_t offset, const GenericRights& generic,
                      std::vector<AccessEntry>& entries) {
   if (!reader.Has(offset, kAclHeader)) return false;
   const std::size_t size = reader.Number(offset + 2, 2);
@@ -79,7 +76,7 @@ bool ParseAccessList(const ByteReader& reader, std::size_t offset,
     const bool deny = type == kAceDeny || type == kAceDenyCallback;
     if ((type == kAceAllow || deny) && (flags & kAceInheritOnly) == 0) {
       AccessEntry entry{
-          .allow = !deny, .mask = MapGenericRights(reader.Number(at + 4, 4)), .sid = {}};
+          .allow = !deny, .mask = MapGenericRights(reader.Number(at + 4, 4), generic), .sid = {}};
       if (!reader.ReadSid(at + kAceHeader, ace_size - kAceHeader, entry.sid)) return false;
       entries.push_back(std::move(entry));
     }
@@ -141,7 +138,7 @@ AccessToken TokenOf(const Caller& caller) {
   return token;
 }
 
-bool ParseDescriptor(const Bytes& bytes, ObjectSecurity& security) {
+bool ParseDescriptor(const Bytes& bytes, ObjectSecurity& security, const GenericRights& generic) {
   const ByteReader reader(bytes);
   if (!reader.Has(0, kDescriptorHeader) || bytes[0] != 1) return false;
   const std::uint32_t control = reader.Number(2, 2);
@@ -157,7 +154,7 @@ bool ParseDescriptor(const Bytes& bytes, ObjectSecurity& security) {
   parsed.dacl_present = (control & kControlDaclPresent) != 0;
   if (parsed.dacl_present && dacl != 0) {
     parsed.dacl.emplace();
-    if (!ParseAccessList(reader, dacl, *parsed.dacl)) return false;
+    if (!ParseAccessList(reader, dacl, generic, *parsed.dacl)) return false;
   }
   parsed.dacl_protected = (control & kControlDaclProtected) != 0;
   security = std::move(parsed);
@@ -187,7 +184,7 @@ ObjectSecurity DefaultSecurity() {
   security.dacl = {
       {.allow = true, .mask = kAllRights, .sid = AdministratorsSid()},
       {.allow = true,
-       .mask = kEngineRead | kEngineWrite | kEngineExecute,
+       .mask = kEngineRights.read | kEngineRights.write | kEngineRights.execute,
        .sid = network_operators},
       {.allow = true, .mask = kRightOpen | kRightClassify, .sid = EveryoneSid()},
   };

@@ -34,6 +34,22 @@ inline constexpr std::uint32_t kAllRights = 0xF07FF;
 // The right that a user condition's descriptor must grant (FWP_ACTRL_MATCH_FILTER).
 inline constexpr std::uint32_t kRightMatchFilter = 0x1;
 
+// What the generic rights in an access list stand for with one kind of object.
+struct GenericRights {
+  std::uint32_t read = 0;
+  std::uint32_t write = 0;
+  std::uint32_t execute = 0;
+  std::uint32_t all = 0;
+};
+inline constexpr GenericRights kEngineRights = {
+    .read = 0x20000 | 0x4 | 0x10 | 0x40 | 0x80 | 0x100,
+    .write = 0x20000 | 0x10000 | 0x1 | 0x2 | 0x8 | 0x400,
+    .execute = 0x20000 | 0x20 | 0x200,
+    .all = kAllRights};
+// Of files, and so of pipes.
+inline constexpr GenericRights kFileRights = {
+    .read = 0x120089, .write = 0x120116, .execute = 0x1200A0, .all = 0x1F01FF};
+
 // Who opens a session. LocalSystem has the Administrators group too, as on the platform.
 struct Caller {
   bool local_system = false;
@@ -81,7 +97,8 @@ struct ObjectSecurity {
 [[nodiscard]] AccessToken TokenOf(const Caller& caller);
 
 // Reads a self-relative descriptor. False for malformed bytes.
-[[nodiscard]] bool ParseDescriptor(const Bytes& bytes, ObjectSecurity& security);
+[[nodiscard]] bool ParseDescriptor(const Bytes& bytes, ObjectSecurity& security,
+                                   const GenericRights& generic = kEngineRights);
 
 // Whether the token gets all of `desired`: entries in their order, a denial of a right not yet
 // granted ends it. The owner has READ_CONTROL and WRITE_DAC by itself.

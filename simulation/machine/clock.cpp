@@ -109,6 +109,8 @@ std::optional<CalendarTime> LocalTime() {
 }
 
 void SleepMilliseconds(std::uint32_t milliseconds) {
+  // A thread that tries again after each sleep must not take the processor from those who end it.
+  if (TheMachine().faults.power_lost()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   TheMachine().clock.Sleep(milliseconds);
 }
 

@@ -72,6 +72,11 @@ Code Faults::Strike(std::string_view name, Code code) {
   return code;
 }
 
+void Faults::SetPower(bool on) {
+  power_ = on;
+  if (!on && when_power_goes_) when_power_goes_();
+}
+
 Code Faults::Next(std::string_view name) {
   if (power_lost()) return kPowerLost;
   if (const std::function<void()> action = TakeAction(name)) action();

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/codes.h"
 
@@ -54,8 +55,12 @@ class Faults {
   [[nodiscard]] Code Next(std::string_view name);
 
   // Switches the machine's power; without it Next answers kPowerLost and counts nothing.
-  void SetPower(bool on) { power_ = on; }
+  void SetPower(bool on);
   bool power_lost() const { return !power_; }
+
+  // What ends the waits of the machine's other parts when the power goes. Called in the middle of a
+  // call of the file system; set before any thread uses the machine.
+  void WhenPowerGoes(std::function<void()> action) { when_power_goes_ = std::move(action); }
 
  private:
   struct NamedFault {
@@ -67,7 +72,8 @@ class Faults {
   std::function<void()> TakeAction(std::string_view name);
   Code Strike(std::string_view name, Code code);
 
-  std::atomic<bool> power_ = true;  // atomic: read by every call, set in the middle of one
+  std::atomic<bool> power_ = true;         // atomic: read by every call, set in the middle of one
+  std::function<void()> when_power_goes_;  // set once before any thread uses the machine
 
   mutable std::mutex mutex_;  // guards all below
   std::uint64_t calls_ = 0;

@@ -50,7 +50,8 @@ void InstallServices(ServiceTable& services) {
 
 }  // namespace
 
-Machine::Machine() : files(faults, clock) {
+Machine::Machine() : files(faults, clock), pipes(faults, token) {
+  faults.WhenPowerGoes([this] { pipes.WakeAll(); });
   InstallSystemFiles(files);
   InstallServices(services);
   network.SetDnsServers({L"192.0.2.53"});
@@ -58,6 +59,7 @@ Machine::Machine() : files(faults, clock) {
 
 void Machine::Restart() {
   faults.Clear();
+  pipes.DropHandles();
   files.PowerOn();
   services.DropHandles();
   network.DropNotifications();

@@ -1,0 +1,441 @@
+// Named pipes: connections, messages, waiting and its end.
+#include "platform/pipes.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+
+namespace {
+
+using namespace kestrelon::platform;
+
+// Codes of pipes that the product doesn't name.
+constexpr Code kBrokenPipe = 109;
+constexpr Code kPipeBusy = 231;
+constexpr Code kPipeClosing = 232;
+constexpr Code kPipeNotConnected = 233;
+constexpr Code kOperationAborted = 995;
+constexpr Code kNothingToCancel = 1168;
+
+constexpr std::uint32_t kChunk = 0x4000;
+constexpr std::uint32_t kBuffer = 0x10000;
+
+std::wstring FreshName() {
+  static int names = 0;
+  return L"\\\\.\\pipe\\Kestrelon contract " + std::to_wstring(TickMilliseconds()) + L" " +
+         std::to_wstring(++names);
+}
+
+PipeSettings SettingsOf(const std::wstring& name) {
+  return {.name = name,
+          .open_mode = kPipeDuplex,
+          .pipe_mode = kPipeMessageType | kPipeMessageRead | kPipeRejectRemote,
+          .instances = kUnlimitedPipeInstances,
+          .out_buffer_bytes = kBuffer,
+          .in_buffer_bytes = kBuffer};
+}
+
+Code Make(const PipeSettings& settings, Pipe& pipe) {
+  SecurityDescriptor descriptor;
+  const Code code = DescriptorFromText(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", descriptor);
+  return code == kSuccess ? MakePipe(settings, descriptor, pipe) : code;
+}
+
+// The two ends of one connection.
+struct Ends {
+  std::wstring name = FreshName();
+  Pipe server;
+  Pipe client;
+
+  explicit Ends(bool client_reads_messages = true) {
+    EXPECT_EQ(Make(SettingsOf(name), server), kSuccess);
+    EXPECT_EQ(OpenPipe(name, client_reads_messages, client), kSuccess);
+    EXPECT_EQ(AwaitPipeClient(server), kPipeConnected);
+  }
+};
+
+Code Write(const Pipe& pipe, const std::string& message) {
+  std::uint32_t written = 0;
+  const auto size = static_cast<std::uint32_t>(message.size());
+  const Code code = WritePipe(pipe, message.data(), size, written);
+  EXPECT_EQ(written, code == kSuccess ? size : 0);
+  return code;
+}
+
+// One read of at most `size` bytes.
+Code Read(const Pipe& pipe, std::string& bytes, std::uint32_t size = kChunk) {
+  std::string buffer(size, '?');
+  std::uint32_t read = 0;
+  const Code code = ReadPipe(pipe, buffer.data(), size, read);
+  bytes = buffer.substr(0, read);
+  return code;
+}
+
+// The next whole message, read in chunks; the code of a failure otherwise.
+std::string ReadMessage(const Pipe& pipe) {
+  std::string message;
+  for (;;) {
+    std::string chunk;
+    const Code code = Read(pipe, chunk);
+    message += chunk;
+    if (code == kMoreData) continue;
+    return code == kSuccess ? message : "failed with " + std::to_string(code);
+  }
+}
+
+std::string Pattern(std::size_t size) {
+  std::string text(size, ' ');
+  for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>('a' + i % 23);
+  return text;
+}
+
+// A call on a thread of its own.
+class BackgroundCall {
+ public:
+  explicit BackgroundCall(std::function<Code()> call)
+      : thread_([this, call = std::move(call)] {
+          const Code code = call();
+          const std::lock_guard lock(mutex_);
+          code_ = code;
+          ended_.notify_all();
+        }) {}
+  ~BackgroundCall() { thread_.join(); }
+  BackgroundCall(const BackgroundCall&) = delete;
+  BackgroundCall& operator=(const BackgroundCall&) = delete;
+
+  // Whether it has not ended in a time in which nothing but waiting takes so long.
+  bool Waits() { return !EndsWithin(100); }
+
+  Code Result() {
+    EXPECT_TRUE(EndsWithin(20'000));
+    const std::lock_guard lock(mutex_);
+    return code_.value_or(0);
+  }
+
+  // Cancels what it waits for on `pipe` until it ends, however late it comes to wait.
+  Code ResultOfCancel(const Pipe& pipe) {
+    EXPECT_TRUE(Waits());
+    EXPECT_EQ(CancelPipe(pipe.handle()), kSuccess);
+    return Result();
+  }
+
+ private:
+  bool EndsWithin(int milliseconds) {
+    std::unique_lock lock(mutex_);
+    return ended_.wait_for(lock, std::chrono::milliseconds(milliseconds),
+                           [&] { return code_.has_value(); });
+  }
+
+  std::mutex mutex_;  // guards code_
+  std::condition_variable ended_;
+  std::optional<Code> code_;
+  std::thread thread_;
+};
+
+TEST(MakePipe, IsRefusedByTheFlagForTheFirstInstanceWhileThePipeExists) {
+  PipeSettings settings = SettingsOf(FreshName());
+  settings.open_mode |= kPipeFirstInstance;
+  Pipe first;
+  Pipe second;
+  ASSERT_EQ(Make(settings, first), kSuccess);
+  EXPECT_EQ(Make(settings, second), kAccessDenied);
+  EXPECT_FALSE(second.is_open());
+  settings.open_mode = kPipeDuplex;
+  EXPECT_EQ(Make(settings, second), kSuccess);
+  first.Close();
+  second.Close();
+  settings.open_mode |= kPipeFirstInstance;
+  EXPECT_EQ(Make(settings, first), kSuccess);
+}
+
+TEST(MakePipe, KeepsToTheNumberOfInstances) {
+  PipeSettings settings = SettingsOf(FreshName());
+  settings.instances = 2;
+  Pipe pipes[3];
+  ASSERT_EQ(Make(settings, pipes[0]), kSuccess);
+  ASSERT_EQ(Make(settings, pipes[1]), kSuccess);
+  EXPECT_EQ(Make(settings, pipes[2]), kPipeBusy);
+  pipes[0].Close();
+  EXPECT_EQ(Make(settings, pipes[2]), kSuccess);
+}
+
+TEST(MakePipe, TakesThePlatformsGreatestNumberOfInstancesForNoLimit) {
+  const PipeSettings settings = SettingsOf(FreshName());
+  std::vector<Pipe> pipes(kUnlimitedPipeInstances + 2);
+  for (Pipe& pipe : pipes) ASSERT_EQ(Make(settings, pipe), kSuccess);
+}
+
+TEST(MakePipe, RefusesWhatItCannotMake) {
+  Pipe pipe;
+  PipeSettings settings = SettingsOf(FreshName());
+  settings.instances = 0;
+  EXPECT_EQ(Make(settings, pipe), kInvalidParameter);
+  settings.instances = kUnlimitedPipeInstances + 1;
+  EXPECT_EQ(Make(settings, pipe), kInvalidParameter);
+  settings = SettingsOf(FreshName());
+  settings.pipe_mode = kPipeMessageRead;
+  EXPECT_EQ(Make(settings, pipe), kInvalidParameter);
+  EXPECT_NE(MakePipe(SettingsOf(FreshName()), {}, pipe), kSuccess);
+  EXPECT_FALSE(pipe.is_open());
+}
+
+TEST(OpenPipe, FindsAFreeInstanceByItsNameInAnyCase) {
+  const std::wstring name = FreshName();
+  Pipe server;
+  Pipe client;
+  EXPECT_EQ(OpenPipe(name, true, client), kFileNotFound);
+  ASSERT_EQ(Make(SettingsOf(name), server), kSuccess);
+  std::wstring other_case = name;
+  for (wchar_t& letter : other_case) {
+    if (letter >= L'a' && letter <= L'z') letter = static_cast<wchar_t>(letter - L'a' + L'A');
+  }
+  ASSERT_EQ(OpenPipe(other_case, true, client), kSuccess);
+  Pipe second;
+  EXPECT_EQ(OpenPipe(name, true, second), kPipeBusy);
+  EXPECT_FALSE(second.is_open());
+  client.Close();
+  EXPECT_EQ(OpenPipe(name, true, second), kPipeBusy) << "the server has not let go of the first";
+}
+
+TEST(AwaitPipeClient, EndsWhenAClientComes) {
+  const std::wstring name = FreshName();
+  Pipe server;
+  Pipe client;
+  ASSERT_EQ(Make(SettingsOf(name), server), kSuccess);
+  BackgroundCall await([&] { return AwaitPipeClient(server); });
+  EXPECT_TRUE(await.Waits());
+  ASSERT_EQ(OpenPipe(name, true, client), kSuccess);
+  EXPECT_EQ(await.Result(), kSuccess);
+}
+
+TEST(AwaitPipeClient, TellsThatTheClientCameAndWentBefore) {
+  Ends ends;
+  ends.client.Close();
+  EXPECT_EQ(AwaitPipeClient(ends.server), kPipeClosing);
+}
+
+TEST(Messages, KeepTheirBoundsInBothDirections) {
+  const Ends ends;
+  const std::vector<std::string> messages = {"one", "", "two and more", "3"};
+  for (const std::string& message : messages) ASSERT_EQ(Write(ends.client, message), kSuccess);
+  for (const std::string& message : messages) EXPECT_EQ(ReadMessage(ends.server), message);
+  for (const std::string& message : messages) ASSERT_EQ(Write(ends.server, message), kSuccess);
+  for (const std::string& message : messages) EXPECT_EQ(ReadMessage(ends.client), message);
+}
+
+TEST(Messages, ComeInPiecesToAReaderWithLessRoom) {
+  const Ends ends;
+  for (const std::uint32_t size : {kChunk - 1, kChunk, kChunk + 1, 2 * kChunk, 2 * kChunk + 1,
+                                   kBuffer, kBuffer + 1, 3 * kBuffer + 5}) {
+    const std::string message = Pattern(size);
+    BackgroundCall write([&] { return Write(ends.client, message); });
+    std::string whole;
+    while (whole.size() < size) {
+      std::string piece;
+      const std::size_t left = size - whole.size();
+      ASSERT_EQ(Read(ends.server, piece), left > kChunk ? kMoreData : kSuccess) << size;
+      ASSERT_EQ(piece.size(), std::min<std::size_t>(left, kChunk)) << size;
+      whole += piece;
+    }
+    EXPECT_EQ(whole, message);
+    EXPECT_EQ(write.Result(), kSuccess);
+  }
+}
+
+TEST(Messages, RunTogetherForAClientThatReadsBytes) {
+  const Ends ends(/*client_reads_messages=*/false);
+  ASSERT_EQ(Write(ends.server, "one"), kSuccess);
+  ASSERT_EQ(Write(ends.server, "two"), kSuccess);
+  std::string bytes;
+  EXPECT_EQ(Read(ends.client, bytes, 4), kSuccess);
+  EXPECT_EQ(bytes, "onet");
+  EXPECT_EQ(Read(ends.client, bytes), kSuccess);
+  EXPECT_EQ(bytes, "wo");
+}
+
+TEST(ReadPipe, WaitsForAMessage) {
+  const Ends ends;
+  std::string message;
+  BackgroundCall read([&] { return Read(ends.server, message); });
+  EXPECT_TRUE(read.Waits());
+  ASSERT_EQ(Write(ends.client, "late"), kSuccess);
+  EXPECT_EQ(read.Result(), kSuccess);
+  EXPECT_EQ(message, "late");
+}
+
+TEST(ReadPipe, WithoutRoomLeavesTheMessage) {
+  const Ends ends;
+  std::string message;
+  ASSERT_EQ(Write(ends.client, "x"), kSuccess);
+  EXPECT_EQ(Read(ends.server, message, 0), kMoreData);
+  EXPECT_EQ(ReadMessage(ends.server), "x");
+}
+
+TEST(WritePipe, WaitsForRoomInTheBuffer) {
+  const Ends ends;
+  ASSERT_EQ(Write(ends.server, Pattern(kBuffer)), kSuccess);
+  BackgroundCall write([&] { return Write(ends.server, Pattern(kBuffer)); });
+  EXPECT_TRUE(write.Waits());
+  EXPECT_EQ(ReadMessage(ends.client), Pattern(kBuffer));
+  EXPECT_EQ(write.Result(), kSuccess);
+  EXPECT_EQ(ReadMessage(ends.client), Pattern(kBuffer));
+}
+
+TEST(WritePipe, WaitsForTheReaderOfWhatTheBufferCannotHold) {
+  const Ends ends;
+  BackgroundCall write([&] { return Write(ends.server, Pattern(3 * kBuffer)); });
+  std::string piece;
+  ASSERT_EQ(Read(ends.client, piece), kMoreData);
+  EXPECT_TRUE(write.Waits());
+  EXPECT_EQ(ReadMessage(ends.client).size(), 3 * kBuffer - kChunk);
+  EXPECT_EQ(write.Result(), kSuccess);
+}
+
+TEST(FlushPipe, WaitsUntilAllIsRead) {
+  const Ends ends;
+  EXPECT_EQ(FlushPipe(ends.server), kSuccess);
+  ASSERT_EQ(Write(ends.server, "one"), kSuccess);
+  ASSERT_EQ(Write(ends.server, "two"), kSuccess);
+  BackgroundCall flush([&] { return FlushPipe(ends.server); });
+  EXPECT_EQ(ReadMessage(ends.client), "one");
+  EXPECT_TRUE(flush.Waits());
+  EXPECT_EQ(ReadMessage(ends.client), "two");
+  EXPECT_EQ(flush.Result(), kSuccess);
+}
+
+TEST(CancelPipe, EndsAWaitForAClient) {
+  const std::wstring name = FreshName();
+  Pipe server;
+  ASSERT_EQ(Make(SettingsOf(name), server), kSuccess);
+  BackgroundCall await([&] { return AwaitPipeClient(server); });
+  EXPECT_EQ(await.ResultOfCancel(server), kOperationAborted);
+}
+
+TEST(CancelPipe, EndsAReadAndLosesNothing) {
+  const Ends ends;
+  std::string message = "untouched";
+  BackgroundCall read([&] { return Read(ends.server, message); });
+  EXPECT_EQ(read.ResultOfCancel(ends.server), kOperationAborted);
+  ASSERT_EQ(Write(ends.client, "after"), kSuccess);
+  EXPECT_EQ(ReadMessage(ends.server), "after");
+}
+
+TEST(CancelPipe, EndsAWriteAndTakesItsMessageBack) {
+  const Ends ends;
+  ASSERT_EQ(Write(ends.server, Pattern(kBuffer)), kSuccess);
+  BackgroundCall write([&] { return Write(ends.server, "never read"); });
+  EXPECT_EQ(write.ResultOfCancel(ends.server), kOperationAborted);
+  EXPECT_EQ(ReadMessage(ends.client), Pattern(kBuffer));
+  ASSERT_EQ(Write(ends.server, "next"), kSuccess);
+  EXPECT_EQ(ReadMessage(ends.client), "next");
+}
+
+TEST(CancelPipe, EndsAFlush) {
+  const Ends ends;
+  ASSERT_EQ(Write(ends.server, "x"), kSuccess);
+  BackgroundCall flush([&] { return FlushPipe(ends.server); });
+  EXPECT_EQ(flush.ResultOfCancel(ends.server), kOperationAborted);
+  EXPECT_EQ(ReadMessage(ends.client), "x");
+}
+
+TEST(CancelPipe, SaysThatNobodyWaits) {
+  const Ends ends;
+  EXPECT_EQ(CancelPipe(ends.server.handle()), kNothingToCancel);
+  // It does nothing to a call that comes later.
+  std::string message;
+  BackgroundCall read([&] { return Read(ends.server, message); });
+  EXPECT_TRUE(read.Waits());
+  ASSERT_EQ(Write(ends.client, "x"), kSuccess);
+  EXPECT_EQ(read.Result(), kSuccess);
+}
+
+TEST(ClosedEnd, LeavesWhatItWroteToTheOtherEnd) {
+  Ends ends;
+  std::string bytes;
+  ASSERT_EQ(Write(ends.client, "last"), kSuccess);
+  ends.client.Close();
+  EXPECT_EQ(Write(ends.server, "x"), kPipeClosing);
+  EXPECT_EQ(ReadMessage(ends.server), "last");
+  EXPECT_EQ(Read(ends.server, bytes), kBrokenPipe);
+
+  Ends others;
+  ASSERT_EQ(Write(others.server, "last"), kSuccess);
+  others.server.Close();
+  EXPECT_EQ(ReadMessage(others.client), "last");
+  EXPECT_EQ(Read(others.client, bytes), kBrokenPipe);
+  EXPECT_NE(Write(others.client, "x"), kSuccess);
+}
+
+TEST(ClosedEnd, EndsWhatTheOtherEndWaitsFor) {
+  Ends reading;
+  std::string bytes;
+  BackgroundCall read([&] { return Read(reading.server, bytes); });
+  EXPECT_TRUE(read.Waits());
+  reading.client.Close();
+  EXPECT_EQ(read.Result(), kBrokenPipe);
+
+  Ends writing;
+  BackgroundCall write([&] { return Write(writing.server, Pattern(2 * kBuffer)); });
+  EXPECT_TRUE(write.Waits());
+  writing.client.Close();
+  EXPECT_EQ(write.Result(), kBrokenPipe);
+}
+
+TEST(ClosedEnd, EndsAFlushOfTheOtherEnd) {
+  Ends ends;
+  ASSERT_EQ(Write(ends.server, "x"), kSuccess);
+  BackgroundCall flush([&] { return FlushPipe(ends.server); });
+  EXPECT_TRUE(flush.Waits());
+  ends.client.Close();
+  EXPECT_EQ(flush.Result(), kBrokenPipe);
+}
+
+TEST(DisconnectPipeClient, LosesWhatWasNotReadAndEndsTheClientsCalls) {
+  const Ends ends;
+  std::string bytes;
+  ASSERT_EQ(Write(ends.server, "never read"), kSuccess);
+  BackgroundCall write([&] { return Write(ends.client, Pattern(2 * kBuffer)); });
+  EXPECT_TRUE(write.Waits());
+  ASSERT_EQ(DisconnectPipeClient(ends.server), kSuccess);
+  EXPECT_EQ(write.Result(), kPipeNotConnected);
+  EXPECT_EQ(Read(ends.client, bytes), kPipeNotConnected);
+  EXPECT_EQ(Write(ends.client, "x"), kPipeNotConnected);
+  EXPECT_EQ(Read(ends.server, bytes), kPipeNotConnected);
+  EXPECT_EQ(Write(ends.server, "x"), kPipeNotConnected);
+}
+
+TEST(DisconnectPipeClient, FreesTheInstanceForAnotherClient) {
+  const Ends ends;
+  Pipe second;
+  ASSERT_EQ(Write(ends.client, "of the first"), kSuccess);
+  ASSERT_EQ(DisconnectPipeClient(ends.server), kSuccess);
+  EXPECT_EQ(OpenPipe(ends.name, true, second), kPipeBusy) << "nobody awaits a client";
+  BackgroundCall await([&] { return AwaitPipeClient(ends.server); });
+  EXPECT_TRUE(await.Waits());
+  ASSERT_EQ(OpenPipe(ends.name, true, second), kSuccess);
+  EXPECT_EQ(await.Result(), kSuccess);
+  ASSERT_EQ(Write(second, "of the second"), kSuccess);
+  EXPECT_EQ(ReadMessage(ends.server), "of the second");
+}
+
+TEST(ClosedPipe, RefusesEveryCall) {
+  const Pipe closed;
+  std::string bytes;
+  EXPECT_EQ(AwaitPipeClient(closed), kInvalidHandle);
+  EXPECT_EQ(DisconnectPipeClient(closed), kInvalidHandle);
+  EXPECT_EQ(Read(closed, bytes), kInvalidHandle);
+  EXPECT_EQ(Write(closed, "x"), kInvalidHandle);
+  EXPECT_EQ(FlushPipe(closed), kInvalidHandle);
+  EXPECT_EQ(CancelPipe(closed.handle()), kInvalidHandle);
+}
+
+}  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/resources.h"
+#include "platform/service_host.h"
 #include "tests/contract/scratch.h"
 
 namespace {
@@ -66,6 +67,102 @@ TEST(Services, AreRefusedWhenMissingOrNotAskedFor) {
   EXPECT_EQ(QueryServiceSettings(service, settings), kAccessDenied);
   service.Close();
   EXPECT_EQ(QueryServiceSettings(service, settings), kInvalidHandle);
+}
+
+// A service of this machine's, gone again at the end of the case. Its program is not there.
+class OwnService : public testing::Test {
+ protected:
+  OwnService() {
+    record_.name = L"KestrelonContract";
+    record_.display_name = L"Kestrelon contract";
+    record_.start = 3;  // on demand
+    record_.binary_path = L"\"C:\\No Such Directory\\service.exe\"";
+  }
+
+  void SetUp() override {
+    ASSERT_EQ(OpenServiceManager(kManagerAllAccess, manager_), kSuccess);
+    ASSERT_EQ(RegisterService(manager_, record_, service_), kSuccess);
+  }
+
+  void TearDown() override {
+    if (service_.handle() != 0) (void)UnregisterService(service_);
+  }
+
+  Code Open(std::uint32_t access, ServiceHandle& service) {
+    return OpenServiceByName(manager_, record_.name, access, service);
+  }
+
+  ServiceRecord record_;
+  ServiceHandle manager_;
+  ServiceHandle service_;
+};
+
+TEST_F(OwnService, HoldsItsRecordUntilUpdated) {
+  ServiceSettings settings;
+  ASSERT_EQ(QueryServiceSettings(service_, settings), kSuccess);
+  EXPECT_EQ(settings.display_name, record_.display_name);
+  EXPECT_EQ(settings.binary_path, record_.binary_path);
+
+  record_.display_name = L"Kestrelon contract, updated";
+  record_.binary_path = L"C:\\elsewhere.exe";
+  record_.dependencies = {L"EventLog"};
+  EXPECT_EQ(UpdateService(service_, record_), kSuccess);
+  ASSERT_EQ(QueryServiceSettings(service_, settings), kSuccess);
+  EXPECT_EQ(settings.display_name, record_.display_name);
+  EXPECT_EQ(settings.binary_path, record_.binary_path);
+  EXPECT_EQ(DescribeService(service_, L"What it is for"), kSuccess);
+  EXPECT_EQ(SetServiceFailureActions(service_, {86400, {1000, 2000}}), kSuccess);
+}
+
+TEST_F(OwnService, TakesTheFlagOfItsFailureActions) {
+  EXPECT_EQ(SetServiceFailureFlag(service_, true), kSuccess);
+}
+
+TEST_F(OwnService, CannotBeRegisteredTwice) {
+  ServiceHandle second;
+  EXPECT_EQ(RegisterService(manager_, record_, second), kServiceExists);
+  EXPECT_EQ(second.handle(), 0u);
+}
+
+TEST_F(OwnService, IsStoppedUntilItStarts) {
+  std::uint32_t state = 0;
+  EXPECT_EQ(QueryServiceState(service_, state), kSuccess);
+  EXPECT_EQ(state, kServiceStopped);
+  EXPECT_EQ(RequestServiceStop(service_), 1062u);  // not active
+  EXPECT_EQ(LaunchService(service_), kFileNotFound);
+  EXPECT_EQ(QueryServiceState(service_, state), kSuccess);
+  EXPECT_EQ(state, kServiceStopped);
+}
+
+TEST_F(OwnService, GoesOnceItIsDeletedAndClosed) {
+  EXPECT_EQ(UnregisterService(service_), kSuccess);
+  EXPECT_EQ(UnregisterService(service_), kServiceMarkedForDelete);
+  service_.Close();
+  EXPECT_EQ(Open(kQuery, service_), kServiceNotFound);
+  EXPECT_EQ(RegisterService(manager_, record_, service_), kSuccess);
+}
+
+TEST_F(OwnService, IsChangedOnlyWithTheRightToIt) {
+  ServiceHandle reader;
+  ASSERT_EQ(Open(kQuery, reader), kSuccess);
+  EXPECT_EQ(UpdateService(reader, record_), kAccessDenied);
+  EXPECT_EQ(DescribeService(reader, L"none"), kAccessDenied);
+  EXPECT_EQ(LaunchService(reader), kAccessDenied);
+  EXPECT_EQ(RequestServiceStop(reader), kAccessDenied);
+  EXPECT_EQ(UnregisterService(reader), kAccessDenied);
+
+  ServiceHandle connected;
+  ASSERT_EQ(OpenServiceManager(kManagerConnect, connected), kSuccess);
+  record_.name = L"KestrelonContract2";
+  ServiceHandle second;
+  EXPECT_EQ(RegisterService(connected, record_, second), kAccessDenied);
+}
+
+// Windows may take ten seconds to find that no manager waits for the process.
+TEST(ServiceHost, AProcessStartedByHandIsNoService) {
+  EXPECT_EQ(RunAsService(L"KestrelonContract", [] { ADD_FAILURE(); }), kNotStartedByManager);
+  EXPECT_EQ(RegisterServiceControls(L"KestrelonContract", [](std::uint32_t) { return 0U; }), 0u);
+  EXPECT_EQ(ReportService(0, {.state = kServiceRunning}), kInvalidHandle);
 }
 
 TEST(VersionBlock, IsAbsentWithoutAResource) {

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 namespace {
 
 using namespace kestrelon::platform;
@@ -78,6 +80,20 @@ TEST(ListAdapters, GivesServersInTheFormOfTheirFamily) {
       EXPECT_TRUE(server.family == 4 ? Ipv4FromText(text, v4) : Ipv6FromText(text, v6));
     }
   }
+}
+
+TEST(InterfaceNotification, TellsOfNoChangeAtItsRegistration) {
+  std::atomic<int> calls = 0;
+  const auto count = [](void* context) { ++*static_cast<std::atomic<int>*>(context); };
+  InterfaceNotification first = 0;
+  InterfaceNotification second = 0;
+  ASSERT_EQ(NotifyInterfaceChanges(count, &calls, first), kSuccess);
+  ASSERT_EQ(NotifyInterfaceChanges(count, &calls, second), kSuccess);
+  EXPECT_TRUE(first != 0 && second != 0 && first != second);
+  EXPECT_EQ(CancelInterfaceNotification(first), kSuccess);
+  EXPECT_EQ(CancelInterfaceNotification(second), kSuccess);
+  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(CancelInterfaceNotification(0), kSuccess) << "none";
 }
 
 }  // namespace

@@ -2,14 +2,14 @@
 # Peak resident memory of the real service under Wine, with the default configuration and with a
 # large one: 5,000 rules, 2,000 applications, 25,000 networks.
 #
-#   service_memory.sh TEMPLATE BENCH_DIR SERVICE_EXE
+#   service_memory.sh BUILD    BUILD: the build directory of the Windows preset
 set -euo pipefail
 . "$(dirname "$0")/../tests/endtoend/machine.sh"
 
-directory=$(mktemp -d "$1.memory.XXXXXX")
-machine_dir=$directory
+mkdir -p "$1/wine"
+machine_dir=$(mktemp -d "$1/wine/memory.XXXXXX")
 trap close_machine EXIT
-open_machine "$1" "$2" "$3" "$directory"
+open_machine "$1" "$machine_dir"
 
 # Resident memory of the service's process: its peak, and what is there now, of which the part that
 # is mapped from files is Wine's own libraries and the executable.

@@ -1,24 +1,31 @@
 # A machine under Wine with the real executable over the bench's filtering engine. To be sourced.
 #
-#   open_machine TEMPLATE BENCH_DIR SERVICE_EXE DIR   a fresh machine in DIR, engine running
-#   reopen_machine BENCH_DIR SERVICE_EXE DIR          the machine that an earlier run left there
-#   start_service, stop_service                       the foreground run, until its Ctrl+C
-#   put_config, config_has TEXT                       config.json from the input; a look into it
-#   put_program PATH TEXT                             a file on drive C:, by its path below it
-#   expect_verdicts                                   lines "PERMIT|BLOCK CONNECTION" on the input
-#   expect_logged TEXT, expect_filters NUMBER
-#
-# A failed expectation says what was expected and found and ends the script.
+#   open_machine BUILD DIR            a fresh machine in DIR, engine running, with what the build
+#                                     directory BUILD of the Windows preset holds
+#   reopen_machine BUILD DIR          the machine that an earlier run left there
+#   start_service, stop_service       the foreground run, until its Ctrl+C
+#   kestrelon ARGUMENT...             a run of the executable to its end; gives its exit code
+#   put_config, put_program PATH TEXT config.json from the input; a file on drive C:, by its path
+#   wfpctl ARGUMENT...                the bench's hand on the engine
+#   ask REQUEST, ask_input            a request on the control pipe; the reply is left in $reply
+#   set_config                        a configuration from the input, through the pipe
+#   follow NAME                       a subscriber whose events come into the file $events/NAME
+#   wait_for SECONDS COMMAND...       until the command succeeds
+#   mark_log                          expectations on the log look behind this place
+#   expect_...                        says what was expected and found, and ends the script
 . "$(dirname "${BASH_SOURCE[0]}")/../wine/prefix.sh"
 
 service_pid=
+log_mark=0
 
 fail() {
   echo "FAILED: $*" >&2
-  if [ -f "$machine_dir/service.out" ]; then
-    echo "--- the service's output" >&2
-    tr -d '\r' <"$machine_dir/service.out" >&2
-  fi
+  local file
+  for file in "$machine_dir/service.out" "$machine_dir/reply"; do
+    [ -s "$file" ] || continue
+    echo "--- $(basename "$file")" >&2
+    tail -n 40 "$file" | cut -c 1-500 | tr -d '\r' >&2
+  done
   exit 1
 }
 
@@ -33,39 +40,57 @@ place_machine() {
   machine_dir=$1
   drive_c=$machine_dir/prefix/drive_c
   data_dir=$drive_c/ProgramData/Kestrelon
+  reply=$machine_dir/reply
+  events=$machine_dir/events
+}
+
+install_build() {
+  mkdir -p "$drive_c/Program Files/Kestrelon" "$drive_c/Tools" "$events"
+  cp "$1/src/executable/KestrelonSvc.exe" "$drive_c/Program Files/Kestrelon/"
+  install_bench "$1/simulation/bench" KestrelonSvc.exe
+  cp "$1/tools/KestrelonPipe.exe" "$drive_c/bench/"
 }
 
 open_machine() {
-  local template=$1 bench=$2 executable=$3
-  place_machine "$4"
-  make_template "$template"
-  clone_prefix "$template" "$machine_dir/prefix"
+  place_machine "$2"
+  make_template "$1/wine/template"
+  clone_prefix "$1/wine/template" "$machine_dir/prefix"
   start_machine "$machine_dir/prefix"
-  mkdir -p "$drive_c/Program Files/Kestrelon" "$drive_c/Tools"
-  cp "$executable" "$drive_c/Program Files/Kestrelon/KestrelonSvc.exe"
-  install_bench "$bench" KestrelonSvc.exe
+  install_build "$1"
 }
 
 reopen_machine() {
-  local bench=$1 executable=$2
-  place_machine "$3"
+  place_machine "$2"
   start_machine "$machine_dir/prefix"
   stop_machine  # what a run that was killed may have left
   start_machine "$machine_dir/prefix"
-  cp "$executable" "$drive_c/Program Files/Kestrelon/KestrelonSvc.exe"
-  install_bench "$bench" KestrelonSvc.exe
+  install_build "$1"
+}
+
+kestrelon() {
+  wine 'C:\Program Files\Kestrelon\KestrelonSvc.exe' "$@"
+}
+
+wfpctl() {
+  wine 'C:\bench\wfpctl.exe' "$@" 2>"$machine_dir/wfpctl.err"
+}
+
+# Starts the foreground run and does not wait for it.
+launch_service() {
+  : >"$machine_dir/service.out"
+  # By its own name rather than through a function: the process is to be this one.
+  wine 'C:\Program Files\Kestrelon\KestrelonSvc.exe' --console \
+    >"$machine_dir/service.out" 2>"$machine_dir/service.err" &
+  service_pid=$!
 }
 
 start_service() {
   local try
-  : >"$machine_dir/service.out"
-  wine 'C:\Program Files\Kestrelon\KestrelonSvc.exe' --console \
-    >"$machine_dir/service.out" 2>"$machine_dir/service.err" &
-  service_pid=$!
-  for try in $(seq 600); do
+  launch_service
+  for try in $(seq 1200); do
     grep -q '^Running\. Press Ctrl+C to stop' "$machine_dir/service.out" && return 0
     kill -0 "$service_pid" 2>/dev/null || break
-    sleep 0.1
+    sleep 0.05
   done
   fail "the service did not come up"
 }
@@ -86,13 +111,16 @@ stop_service() {
     fail "the service did not say that its filters stay"
 }
 
+# Ends the service's process without a word to it.
+kill_service() {
+  kill -KILL "$service_pid"
+  wait "$service_pid" 2>/dev/null || true
+  service_pid=
+}
+
 put_config() {
   mkdir -p "$data_dir"
   cat >"$data_dir/config.json"
-}
-
-config_has() {
-  grep -qF -- "$1" "$data_dir/config.json" || fail "config.json does not hold: $1"
 }
 
 put_program() {
@@ -100,26 +128,93 @@ put_program() {
   printf '%s' "$2" >"$drive_c/$1"
 }
 
+ask_input() {
+  wine 'C:\bench\KestrelonPipe.exe' >"$reply" 2>"$machine_dir/pipe.err"
+}
+
+ask() {
+  printf '%s' "$1" | ask_input
+}
+
+set_config() {
+  { printf '{"cmd":"set_config","config":'; cat; printf '}'; } | ask_input ||
+    fail "the configuration was refused"
+}
+
+follow() {
+  wine 'C:\bench\KestrelonPipe.exe' --follow >"$events/$1" 2>/dev/null &
+  follower_pid=$!
+}
+
+wait_for() {
+  local tries=$(($1 * 20)) try
+  shift
+  for try in $(seq "$tries"); do
+    "$@" && return 0
+    sleep 0.05
+  done
+  fail "in vain waited for: $*"
+}
+
+mark_log() {
+  log_mark=$(stat -c %s "$data_dir/service.log")
+}
+
+is_logged() {
+  tail -c "+$((log_mark + 1))" "$data_dir/service.log" 2>/dev/null | grep -qF -- "$1"
+}
+
 expect_logged() {
-  grep -qF -- "$1" "$data_dir/service.log" || fail "service.log does not hold: $1"
+  is_logged "$1" || fail "service.log does not hold: $1"
+}
+
+expect_not_logged() {
+  ! is_logged "$1" || fail "service.log holds: $1"
+}
+
+config_has() {
+  grep -qF -- "$1" "$data_dir/config.json" || fail "config.json does not hold: $1"
+}
+
+expect_reply() {
+  grep -qF -- "$1" "$reply" || fail "the reply does not hold: $1"
+}
+
+has_event() {
+  grep -qF -- "$2" "$events/$1"
 }
 
 expect_filters() {
   local number
-  number=$(wine 'C:\bench\wfpctl.exe' count 2>/dev/null)
+  number=$(wfpctl count)
   [ "$number" = "$1" ] || fail "the engine holds $number filters, expected $1"
 }
 
-expect_verdicts() {
-  local wanted connection got number=0
+# Whether the engine answers the connections of $machine_dir/expected as wanted there. What differs
+# is left in $difference.
+verdicts_hold() {
+  local wanted connection got
+  difference='not every connection has a verdict'
+  wfpctl batch 'C:\connections' >"$machine_dir/verdicts" || true
+  [ "$(wc -l <"$machine_dir/verdicts")" -eq "$(wc -l <"$machine_dir/expected")" ] || return 1
+  while read -r wanted connection <&3 && IFS= read -r got <&4; do
+    difference="$connection: expected $wanted, found $got"
+    [ "${got%% *}" = "$wanted" ] || return 1
+  done 3<"$machine_dir/expected" 4<"$machine_dir/verdicts"
+}
+
+# Lines "PERMIT|BLOCK CONNECTION" from the input, which verdicts_hold asks again.
+take_connections() {
   grep -vE '^ *(#.*)?$' >"$machine_dir/expected"
   cut -d ' ' -f 2- "$machine_dir/expected" >"$drive_c/connections"
-  wine 'C:\bench\wfpctl.exe' batch 'C:\connections' >"$machine_dir/verdicts" 2>/dev/null || true
-  [ "$(wc -l <"$machine_dir/verdicts")" -eq "$(wc -l <"$machine_dir/expected")" ] ||
-    fail "not every connection has a verdict"
-  while read -r wanted connection <&3 && IFS= read -r got <&4; do
-    [ "${got%% *}" = "$wanted" ] || fail "$connection: expected $wanted, found $got"
-    number=$((number + 1))
-  done 3<"$machine_dir/expected" 4<"$machine_dir/verdicts"
-  echo "$number verdicts as expected"
+}
+
+expect_same_verdicts() {
+  verdicts_hold || fail "$difference"
+}
+
+expect_verdicts() {
+  take_connections
+  expect_same_verdicts
+  echo "$(wc -l <"$machine_dir/expected") verdicts as expected"
 }

@@ -14,6 +14,7 @@ namespace kestrelon::test {
 namespace {
 
 constexpr std::uint32_t kPieceBytes = 4096;
+constexpr int kTriesToConnect = 5000;  // one in a millisecond
 constexpr const char* kPing = R"({"type":"ping"})";
 
 Json Parsed(const std::string& text) {
@@ -25,7 +26,15 @@ Json Parsed(const std::string& text) {
 }  // namespace
 
 Client::Client() {
-  EXPECT_EQ(platform::OpenPipe(kControlPipeName, true, pipe_), platform::kSuccess);
+  // The accepting thread of the service makes one instance after the other, the first one a moment
+  // after the start.
+  platform::Code code = platform::kSuccess;
+  for (int i = 0; i < kTriesToConnect; ++i) {
+    code = platform::OpenPipe(kControlPipeName, true, pipe_);
+    if (code == platform::kSuccess) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(code, platform::kSuccess);
 }
 
 Json Client::Ask(const Json& request) {

@@ -99,12 +99,14 @@ ServiceHost::StatusHandle ServiceHost::RegisterControls(Handler handler) {
   const std::lock_guard lock(mutex_);
   if (!hosted_) return 0;
   handler_ = handler;
-  return kStatusHandle;
+  status_ = kStatusHandle;
+  return status_;
 }
 
 ServiceHost::Code ServiceHost::TakeReport(StatusHandle status, const Report& report) {
   const std::lock_guard lock(mutex_);
-  if (!hosted_ || status != kStatusHandle) return kInvalidHandle;
+  // The line stays open until the process ends, whether or not the manager still expects anything.
+  if (status == 0 || status != status_) return kInvalidHandle;
   reports_.push_back(report);
   reported_.notify_all();
   return kSuccess;

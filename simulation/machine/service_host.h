@@ -42,6 +42,7 @@ class ServiceHost {
   mutable std::condition_variable reported_;
   bool hosted_ = false;  // the entry routine runs
   Handler handler_ = nullptr;
+  StatusHandle status_ = 0;
   std::vector<Report> reports_;
 };
 

@@ -34,7 +34,12 @@ TEST(CommandLine, TheFirstArgumentSelectsExactly) {
       {{L"--HELP"}, true, 1, kUsage, L""},
       {{L"--HELP"}, false, 5, L"", kNeedsAdministrator},
       {{L"--console"}, false, 5, L"", kNeedsAdministrator},
-      {{}, false, 1, kUsage, L""},
+      {{L"--install"}, false, 5, L"", kNeedsAdministrator},
+      {{L"--uninstall"}, false, 5, L"", kNeedsAdministrator},
+      {{L"--remove-filters"}, false, 5, L"", kNeedsAdministrator},
+      {{L"install"}, true, 1, kUsage, L""},
+      {{L"", L"--help"}, true, 1, kUsage, L""},
+      {{}, false, 1, kUsage, L""},  // started by hand
   };
   simulation::Machine& machine = simulation::TheMachine();
   for (const Case& c : cases) {
@@ -53,8 +58,16 @@ TEST(CommandLine, ElevationThatCannotBeReadCountsAsNone) {
   EXPECT_EQ(RunCommandLine({L"--console"}), 5);
 }
 
+TEST(CommandLine, AServiceThatCannotReachItsManagerSaysNothing) {
+  simulation::Machine& machine = simulation::TheMachine();
+  machine.faults.FailOnce("RunAsService", platform::kAccessDenied);
+  EXPECT_EQ(RunCommandLine({}), 1);
+  EXPECT_TRUE(machine.console.output.empty());
+}
+
 TEST(CommandLine, TheForegroundRunPrintsItsLogAndStopsOnRequest) {
   simulation::Machine& machine = simulation::TheMachine();
+  machine.clock.Run();
   std::future<int> run =
       std::async(std::launch::async, [] { return RunCommandLine({L"--console"}); });
   while (!machine.console.output.Contains(L"Running. Press Ctrl+C to stop") &&

@@ -1,0 +1,64 @@
+// The control pipe alone, running in this process on the simulated machine.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "platform/pipes.h"
+#include "simulation/machine/machine.h"
+
+namespace kestrelon::test {
+
+// Whether the condition comes true within ten seconds.
+bool Eventually(const std::function<bool()>& condition);
+
+// A connection with texts instead of JSON. Fails the test when it can't connect.
+class PipeClient {
+ public:
+  PipeClient();
+
+  bool Send(const std::string& text);
+  // The next message; "(ended)" when the connection has.
+  std::string Receive();
+  // Sends a request and waits for the reply, as above.
+  std::string Ask(const std::string& request);
+  // Subscribes and waits until the service has it among its subscribers.
+  void Subscribe();
+  void Leave() { pipe_.Close(); }
+
+ private:
+  platform::Pipe pipe_;
+};
+
+inline constexpr const char* kEnded = "(ended)";
+
+// {"ok":false,"error":error}, as it stands on the pipe.
+std::string Refusal(const std::string& error);
+
+std::size_t SubscriberCount();
+std::size_t ServedClients();
+
+// Has every start of a thread fail while it lives.
+class NoMoreThreads {
+ public:
+  NoMoreThreads();
+  ~NoMoreThreads();
+  NoMoreThreads(const NoMoreThreads&) = delete;
+  NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+};
+
+// Starts nothing; stops whatever was started and looks at what is left.
+class PipeWorld : public testing::Test {
+ protected:
+  PipeWorld() { machine.files.MakeDirectories(L"C:\\ProgramData\\Kestrelon"); }
+  void TearDown() override;
+
+  // Lines of service.log that hold the text.
+  std::size_t Logged(const std::string& text);
+
+  simulation::Machine& machine = simulation::TheMachine();
+};
+
+}  // namespace kestrelon::test

@@ -1,0 +1,94 @@
+// Who may come to the pipe, and what is answered to frames of every kind and length.
+#include <deque>
+
+#include "control/frames.h"
+#include "control/pipe_server.h"
+#include "tests/control/pipe_world.h"
+
+namespace kestrelon::test {
+namespace {
+
+class PipeRequests : public PipeWorld {
+ protected:
+  PipeRequests() { StartControlPipe(); }
+};
+
+TEST_F(PipeRequests, OnlySystemAndAdministratorsConnect) {
+  struct Row {
+    bool system;
+    bool administrator;
+    platform::Code opened;
+  };
+  const Row rows[] = {{false, false, platform::kAccessDenied},
+                      {false, true, platform::kSuccess},
+                      {true, false, platform::kSuccess}};
+  for (const Row& row : rows) {
+    PipeClient first;  // the instance is there
+    EXPECT_NE(first.Ask("{}"), kEnded);
+    machine.token.local_system = row.system;
+    machine.token.elevated = row.administrator;
+    platform::Pipe pipe;
+    platform::Code code = platform::kSuccess;
+    EXPECT_TRUE(Eventually([&] {
+      constexpr platform::Code kPipeBusy = 231;
+      code = platform::OpenPipe(kControlPipeName, true, pipe);
+      return code != kPipeBusy;
+    }));
+    EXPECT_EQ(code, row.opened);
+    machine.token.elevated = true;
+  }
+}
+
+TEST_F(PipeRequests, WhatIsNoCommandIsToldSoAndTheConnectionStays) {
+  struct Row {
+    std::string request;
+    const char* error;
+  };
+  const Row rows[] = {
+      {"", "invalid request: unexpected end of input"},
+      {"status", "invalid request: unexpected character"},
+      {R"({"cmd":"status"} x)", "invalid request: trailing characters"},
+      {std::string("{}\0", 3), "invalid request: trailing characters"},
+      {R"([{"cmd":"status"}])", "invalid request: "},
+      {R"("subscribe")", "invalid request: "},
+      {"null", "invalid request: "},
+      {"{}", "unknown command: "},
+      {R"({"cmd":["subscribe"]})", "unknown command: "},
+      {R"({"cmd":"Subscribe"})", "unknown command: Subscribe"},
+  };
+  PipeClient client;
+  for (const Row& row : rows) EXPECT_EQ(client.Ask(row.request), Refusal(row.error)) << row.request;
+}
+
+TEST_F(PipeRequests, RequestsAroundTheChunkAndTheBufferArriveWhole) {
+  PipeClient client;
+  for (const std::size_t size : {16383U, 16384U, 16385U, 32768U, 0x10000U, 0x10001U, 0x100000U}) {
+    const std::string frame = R"({"cmd":""})";
+    const std::string name(size - frame.size(), 'x');
+    EXPECT_EQ(client.Ask(R"({"cmd":")" + name + R"("})"), Refusal("unknown command: " + name));
+  }
+}
+
+TEST_F(PipeRequests, OneByteOverTheLongestRequestEndsTheConnection) {
+  std::string request(kLargestFrameBytes, ' ');
+  PipeClient client;
+  EXPECT_EQ(client.Ask(request), Refusal("invalid request: unexpected end of input"));
+  request += ' ';
+  EXPECT_EQ(client.Ask(request), kEnded);
+  EXPECT_TRUE(Eventually([] { return ServedClients() == 0; }));
+  EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: ")) << "others are served";
+}
+
+TEST_F(PipeRequests, AHundredClientsAreServedAtOnce) {
+  std::deque<PipeClient> clients;
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_TRUE(clients.emplace_back().Send(R"({"cmd":"client)" + std::to_string(i) + R"("})"));
+  }
+  for (std::size_t i = 0; i < clients.size(); ++i) {
+    EXPECT_EQ(clients[i].Receive(), Refusal("unknown command: client" + std::to_string(i)));
+  }
+  EXPECT_EQ(ServedClients(), 100U);
+}
+
+}  // namespace
+}  // namespace kestrelon::test

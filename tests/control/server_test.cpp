@@ -1,0 +1,155 @@
+// The start of the pipe, its failures, and its stop in the middle of everything.
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <thread>
+#include <vector>
+
+#include "base/text.h"
+#include "control/frames.h"
+#include "control/pipe_server.h"
+#include "control/subscribers.h"
+#include "core/error_text.h"
+#include "tests/control/pipe_world.h"
+
+namespace kestrelon::test {
+namespace {
+
+using PipeServer = PipeWorld;
+
+constexpr platform::Code kFault = 5;
+
+platform::Code TryOpen() {
+  platform::Pipe pipe;
+  return platform::OpenPipe(kControlPipeName, true, pipe);
+}
+
+// Stops the pipe; fails the test when a client had to be given up, which takes three seconds.
+void ExpectPromptStop() {
+  const auto start = std::chrono::steady_clock::now();
+  StopControlPipe();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
+  EXPECT_EQ(ServedClients(), 0U);
+  EXPECT_EQ(TryOpen(), platform::kFileNotFound);
+}
+
+TEST_F(PipeServer, AFailedInstanceIsLoggedAndTriedAgainASecondLater) {
+  machine.faults.FailOnce("MakePipe", kFault);
+  StartControlPipe();
+  EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: "));
+  EXPECT_EQ(Logged("CreateNamedPipe failed: " + Utf8FromWide(ErrorText(kFault))), 1U);
+  EXPECT_EQ(machine.clock.Tick(), simulation::kFirstTick + 1000);
+}
+
+TEST_F(PipeServer, DoesNotShareANameThatAnotherProcessHasTaken) {
+  platform::SecurityDescriptor descriptor;
+  ASSERT_EQ(platform::DescriptorFromText(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", descriptor), 0U);
+  platform::PipeSettings settings;
+  settings.name = kControlPipeName;
+  settings.open_mode = platform::kPipeDuplex;
+  settings.pipe_mode = platform::kPipeMessageType | platform::kPipeMessageRead;
+  settings.instances = 255;
+  platform::Pipe taken;
+  ASSERT_EQ(platform::MakePipe(settings, descriptor, taken), platform::kSuccess);
+
+  StartControlPipe();
+  EXPECT_TRUE(Eventually([this] { return Logged("CreateNamedPipe failed: ") >= 2; }));
+  EXPECT_EQ(machine.pipes.open_handles(), 1U);
+  taken.Close();
+  EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: "));
+}
+
+TEST_F(PipeServer, AFailureToAwaitAClientDoesNotEndTheAccepting) {
+  machine.faults.FailOnce("AwaitPipeClient", kFault);
+  StartControlPipe();
+  EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: "));
+}
+
+TEST_F(PipeServer, WithoutItsDescriptorThereIsNoPipe) {
+  machine.faults.FailOnce("DescriptorFromText", kFault);
+  StartControlPipe();
+  EXPECT_EQ(Logged("Pipe server failed: security descriptor: " + Utf8FromWide(ErrorText(kFault))),
+            1U);
+  ExpectPromptStop();
+}
+
+TEST_F(PipeServer, AThreadThatCannotStartCostsNoMoreThanItsClient) {
+  {
+    NoMoreThreads none;
+    StartControlPipe();
+  }
+  EXPECT_EQ(Logged("Pipe server failed: no thread can be started"), 1U);
+  ExpectPromptStop();
+
+  StartControlPipe();
+  {
+    PipeClient before;
+    EXPECT_EQ(before.Ask("{}"), Refusal("unknown command: "));
+    NoMoreThreads none;
+    PipeClient refused;
+    EXPECT_EQ(refused.Receive(), kEnded);
+    EXPECT_EQ(before.Ask("{}"), Refusal("unknown command: "));
+  }
+  EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: "));
+  EXPECT_TRUE(Eventually([this] { return machine.pipes.open_handles() == 1; }));
+}
+
+TEST_F(PipeServer, StopEndsEveryKindOfWait) {
+  StartControlPipe();
+  PipeClient in_read;
+  EXPECT_EQ(in_read.Ask("{}"), Refusal("unknown command: "));
+
+  PipeClient in_write;  // a reply larger than the pipe's buffer, and nobody reads it
+  EXPECT_TRUE(in_write.Send(R"({"cmd":")" + std::string(100000, 'x') + R"("})"));
+
+  PipeClient in_flush;  // one reply unread, and the connection ended by a request too long
+  EXPECT_TRUE(in_flush.Send("{}"));
+  EXPECT_TRUE(in_flush.Send(std::string(kLargestFrameBytes + 1, ' ')));
+
+  PipeClient stalled;
+  stalled.Subscribe();
+  for (int i = 0; i < 200; ++i) PublishEvent(std::string(1000, 'x'));
+  ASSERT_TRUE(Eventually([this] { return machine.pipes.waiting() == 5; })) << "with the accepting";
+  PipeClient idle;
+  idle.Subscribe();
+
+  ExpectPromptStop();
+  EXPECT_EQ(in_read.Receive(), kEnded);
+  EXPECT_EQ(idle.Receive(), kEnded);
+}
+
+TEST_F(PipeServer, StopMeetsClientsBetweenTwoWaits) {
+  for (int round = 0; round < 20; ++round) {
+    StartControlPipe();
+    std::deque<PipeClient> clients(8);
+    std::atomic<std::size_t> answered = 0;
+    std::vector<std::thread> threads;
+    for (PipeClient& client : clients) {
+      threads.emplace_back([&client, &answered] {
+        while (client.Ask("{}") != kEnded) ++answered;
+      });
+    }
+    EXPECT_TRUE(Eventually([&] { return answered > 50; }));
+    ExpectPromptStop();
+    for (std::thread& thread : threads) thread.join();
+  }
+}
+
+TEST_F(PipeServer, StopMeetsTheAcceptingAtAnyPlace) {
+  for (int round = 0; round < 300; ++round) {
+    StartControlPipe();
+    // Spreads the stop over the start of the thread, its first instance and its wait.
+    std::this_thread::sleep_for(std::chrono::microseconds(round));
+    ExpectPromptStop();
+  }
+}
+
+TEST_F(PipeServer, StopMeetsARetryOfTheFirstInstance) {
+  machine.faults.FailAlways("MakePipe", kFault);
+  StartControlPipe();
+  EXPECT_TRUE(Eventually([this] { return Logged("CreateNamedPipe failed: ") >= 1; }));
+  ExpectPromptStop();
+}
+
+}  // namespace
+}  // namespace kestrelon::test

@@ -1,0 +1,74 @@
+#include "core/health_line.h"
+
+#include <gtest/gtest.h>
+
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+class HealthLineTest : public testing::Test {
+ protected:
+  HealthLineTest() { machine.files.MakeDirectories(L"C:\\ProgramData\\Kestrelon"); }
+
+  // The lines that are written after the time has passed, without their date.
+  std::string LinesAfter(std::uint64_t milliseconds) {
+    const std::wstring log = L"C:\\ProgramData\\Kestrelon\\service.log";
+    machine.files.Remove(log);
+    machine.clock.Advance(milliseconds);
+    GuardLock lock(ConfigGuard);
+    HealthLine();
+    const std::string text = machine.files.Read(log).value_or("");
+    return text.empty() ? text : text.substr(text.find("  ") + 2);
+  }
+
+  bool Writes(std::uint64_t milliseconds) {
+    return LinesAfter(milliseconds).starts_with("Health: ");
+  }
+
+  simulation::Machine& machine = simulation::TheMachine();
+};
+
+TEST_F(HealthLineTest, ComesFiveMinutesAfterTheStartAndEveryHourThen) {
+  EXPECT_FALSE(Writes(299'999));
+  EXPECT_TRUE(Writes(1));
+  EXPECT_FALSE(Writes(0));
+  EXPECT_FALSE(Writes(3'599'999));
+  EXPECT_TRUE(Writes(1));
+  EXPECT_TRUE(Writes(7'200'000)) << "a late line is written once";
+  EXPECT_FALSE(Writes(3'599'999)) << "the hour runs from the last line";
+}
+
+TEST_F(HealthLineTest, SumsUpTheStateOfTheService) {
+  machine.process_use.working_set_bytes = 25'795'584;
+  machine.process_use.private_bytes = 9'437'184;
+  machine.process_use.handles = 321;
+  Core.NetEvents = std::uint64_t{1} << 63;
+  Core.NetDrops = 4;
+  Core.ApplyCount = 5;
+  Core.ApplyFailures = 6;
+  Core.TamperRestores = 7;
+  Core.ChangedFilesBlocked = 8;
+  Core.ModulesRunning = 9;
+  EXPECT_EQ(LinesAfter(5'400'000),
+            "Health: up 1.5 h, memory 24.6 MB (private 9.0 MB), 321 handles, protection on, "
+            "0 filters, net events 9223372036854775808 (Kestrelon drops 4), applies 5 (failed 6), "
+            "restored after tampering 7, changed files blocked 8, modules running 9\r\n");
+}
+
+TEST_F(HealthLineTest, TellsTheErrorThatStandsAndZerosForWhatItCannotRead) {
+  machine.faults.FailAlways("OwnMemoryUse", platform::kAccessDenied);
+  machine.faults.FailAlways("OwnHandleCount", platform::kAccessDenied);
+  {
+    GuardLock lock(ConfigGuard);
+    Core.CurrentConfig.enabled = false;
+    Core.LastError = L"no engine";
+  }
+  EXPECT_EQ(LinesAfter(300'000),
+            "Health: up 0.1 h, memory 0.0 MB (private 0.0 MB), 0 handles, protection OFF, "
+            "0 filters, net events 0 (Kestrelon drops 0), applies 0 (failed 0), restored after "
+            "tampering 0, changed files blocked 0, modules running 0, error: no engine\r\n");
+}
+
+}  // namespace
+}  // namespace kestrelon

@@ -79,10 +79,12 @@ Code FileSystem::Open(const std::wstring& path, std::uint32_t access, std::uint3
   const bool empties = !creates && disposition == kCreateAlways;
   if (creates) {
     place.node = NewNode(kAttributeArchive | (flags & kAttributeReadOnly));
-    journal_.Put(place.directory, place.name, place.node);
+    PutEntry(place.directory, place.name, place.node);
   } else if (empties) {
+    const std::size_t size_before = place.node->content.size();
     journal_.Truncate(place.node);
     StampWrite(*place.node);
+    TellContent(*place.node, size_before);
   }
   if (creates || empties) {
     if (const Code code = FinishChange()) return code;
@@ -131,8 +133,10 @@ Code FileSystem::WriteBytes(std::uintptr_t handle, const void* bytes, std::uint3
   const std::size_t position = appends ? node.content.size() : file->position;
   const bool power_goes = PowerGoesNow();
   const std::size_t count = power_goes ? size / 2 : size;
+  const std::size_t size_before = node.content.size();
   node.Store(position, {static_cast<const char*>(bytes), count});
   StampWrite(node);
+  TellContent(node, size_before);
   if (power_goes) {
     LosePower();
     return kPowerLost;

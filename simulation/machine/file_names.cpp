@@ -15,6 +15,7 @@ using kestrelon::platform::kDiskFull;
 using kestrelon::platform::kFileNotFound;
 using kestrelon::platform::kGenericRead;
 using kestrelon::platform::kGenericWrite;
+using kestrelon::platform::kNotifySecurity;
 using kestrelon::platform::kPathNotFound;
 using kestrelon::platform::kReplaceExisting;
 using kestrelon::platform::kShareAll;
@@ -97,8 +98,8 @@ Code FileSystem::Rename(const std::wstring& from, const std::wstring& to, std::u
   if (const Code code = LocateExisting(from, LastLink::kKeep, source)) return code;
   if (const Code code = Locate(to, LastLink::kKeep, target)) return code;
   if (const Code code = CheckRename(source, target, flags)) return code;
-  journal_.Take(source.directory, source.name);
-  journal_.Put(target.directory, target.name, source.node);
+  TakeEntry(source);
+  PutEntry(target.directory, target.name, source.node);
   StampChange(*source.node);
   if (const Code code = FinishChange()) return code;
   if ((flags & kWriteThrough) != 0) journal_.Commit();
@@ -124,14 +125,15 @@ Code FileSystem::Copy(const std::wstring& from, const std::wstring& to) {
   if (const Code code = CheckCopy(source, target)) return code;
   if (full_) {
     // The platform empties the target before it finds no room, and then removes it.
-    if (target.node) journal_.Take(target.directory, target.name);
+    if (target.node) TakeEntry(target);
     return kDiskFull;
   }
+  const std::size_t size_before = target.node ? target.node->content.size() : 0;
   if (target.node) {
     journal_.Truncate(target.node);
   } else {
     target.node = NewNode(0);
-    journal_.Put(target.directory, target.name, target.node);
+    PutEntry(target.directory, target.name, target.node);
   }
   const bool power_goes = PowerGoesNow();
   const std::string_view bytes = source.node->content;
@@ -140,6 +142,7 @@ Code FileSystem::Copy(const std::wstring& from, const std::wstring& to) {
   target.node->write_time = source.node->write_time;
   target.node->properties = source.node->properties;
   StampChange(*target.node);
+  TellContent(*target.node, size_before);
   if (!power_goes) return kSuccess;
   LosePower();
   return kPowerLost;
@@ -152,7 +155,7 @@ Code FileSystem::Delete(const std::wstring& path) {
   if (place.node->is_directory() || place.node->is_read_only()) return kAccessDenied;
   if (!SharingAllows(*place.node, kDeleteRight, kShareAll)) return kSharingViolation;
   // The name goes at once; files that share deletion stay usable by their handles.
-  journal_.Take(place.directory, place.name);
+  TakeEntry(place);
   return FinishChange();
 }
 
@@ -162,7 +165,7 @@ Code FileSystem::MakeDirectory(const std::wstring& path) {
   if (const Code code = Locate(path, LastLink::kKeep, place)) return code;
   if (!place.directory) return kAccessDenied;
   if (place.node) return kAlreadyExists;
-  journal_.Put(place.directory, place.name, NewNode(kAttributeDirectory));
+  PutEntry(place.directory, place.name, NewNode(kAttributeDirectory));
   return FinishChange();
 }
 
@@ -173,6 +176,7 @@ Code FileSystem::Protect(const std::wstring& path, const std::vector<std::uint8_
   if (const Code code = FinishChange()) return code;
   place.node->protection = descriptor;
   StampChange(*place.node);
+  TellChange(*place.node, kNotifySecurity);
   return kSuccess;
 }
 

@@ -16,6 +16,8 @@ namespace {
 using kestrelon::platform::kAttributeDirectory;
 using kestrelon::platform::kAttributeReparsePoint;
 using kestrelon::platform::kGenericRead;
+using kestrelon::platform::kNotifyAttributes;
+using kestrelon::platform::kNotifyLastWrite;
 
 constexpr std::uint32_t kAttributeArchive = 0x20;
 
@@ -38,15 +40,18 @@ void FlushTree(FileNode& node) {
 
 }  // namespace
 
-FileSystem::FileSystem(Faults& faults, Clock& clock) : faults_(faults), clock_(clock) {}
+FileSystem::FileSystem(Faults& faults, Clock& clock, DirectoryWatches& watches)
+    : faults_(faults), clock_(clock), watches_(watches) {}
 
 void FileSystem::Write(const std::wstring& path, std::string_view bytes) {
   const std::lock_guard lock(mutex_);
   Node node = FindNode(path);
   if (!node) node = MakeLeaf(path);
+  const std::size_t size_before = node->content.size();
   node->content = bytes;
   node->Flush();
   StampWrite(*node);
+  TellContent(*node, size_before);
   journal_.Commit();
 }
 
@@ -66,7 +71,8 @@ void FileSystem::Remove(const std::wstring& path) {
   const std::lock_guard lock(mutex_);
   Place place;
   if (LocateExisting(path, LastLink::kKeep, place) || !place.directory) return;
-  journal_.Take(place.directory, place.name);
+  TakeEntry(place);
+  watches_.Lose(*place.node);
   journal_.Commit();
 }
 
@@ -78,7 +84,9 @@ void FileSystem::MakeDirectories(const std::wstring& path) {
 
 void FileSystem::Touch(const std::wstring& path) {
   const std::lock_guard lock(mutex_);
-  StampWrite(*WantedNode(path));
+  const Node node = WantedNode(path);
+  StampWrite(*node);
+  TellChange(*node, kNotifyLastWrite);
 }
 
 void FileSystem::SetWriteTime(const std::wstring& path, std::int64_t time) {
@@ -86,6 +94,7 @@ void FileSystem::SetWriteTime(const std::wstring& path, std::int64_t time) {
   const Node node = WantedNode(path);
   node->write_time = time;
   StampChange(*node);
+  TellChange(*node, kNotifyLastWrite);
 }
 
 void FileSystem::SetAttributes(const std::wstring& path, std::uint32_t attributes) {
@@ -94,6 +103,7 @@ void FileSystem::SetAttributes(const std::wstring& path, std::uint32_t attribute
   const std::uint32_t kept = node->attributes & kAttributeDirectory;
   node->attributes = (attributes & ~std::uint32_t{kAttributeDirectory}) | kept;
   StampChange(*node);
+  TellChange(*node, kNotifyAttributes);
 }
 
 void FileSystem::SetLink(const std::wstring& path, const std::wstring& final_path) {
@@ -200,6 +210,7 @@ void FileSystem::PowerOn() {
   }
   handles_.clear();
   held_.clear();
+  watches_.DropHandles();
   cut_at_ = 0;
   faults_.SetPower(true);
 }
@@ -218,6 +229,7 @@ void FileSystem::LosePower() {
   for (const auto& [folded, root] : roots_) SettleTree(*root, keep);
   handles_.clear();
   held_.clear();
+  watches_.DropHandles();
   faults_.SetPower(false);
 }
 
@@ -239,7 +251,7 @@ FileSystem::Node FileSystem::MakeTree(const std::wstring& path) {
   for (const std::wstring& name : parsed->names) {
     const auto found = node->entries.find(FoldCase(name));
     Node next = found != node->entries.end() ? found->second : NewNode(kAttributeDirectory);
-    if (found == node->entries.end()) journal_.Put(node, name, next);
+    if (found == node->entries.end()) PutEntry(node, name, next);
     if (next->is_link()) next = FindNode(next->link_target);
     if (!next) StopForPath(path);
     node = next;
@@ -251,7 +263,7 @@ FileSystem::Node FileSystem::MakeLeaf(const std::wstring& path) {
   const std::size_t cut = path.find_last_of(L"\\/");
   const Node directory = MakeTree(path.substr(0, cut));
   Node node = NewNode(kAttributeArchive);
-  journal_.Put(directory, path.substr(cut + 1), node);
+  PutEntry(directory, path.substr(cut + 1), node);
   return node;
 }
 

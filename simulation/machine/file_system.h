@@ -18,6 +18,7 @@
 #include "platform/files.h"
 #include "simulation/machine/catalogs.h"
 #include "simulation/machine/clock.h"
+#include "simulation/machine/directory_watches.h"
 #include "simulation/machine/faults.h"
 #include "simulation/machine/file_node.h"
 #include "simulation/machine/metadata_journal.h"
@@ -34,7 +35,7 @@ enum class CutMode {
 // MakeDirectories and SetLink.
 class FileSystem {
  public:
-  FileSystem(Faults& faults, Clock& clock);
+  FileSystem(Faults& faults, Clock& clock, DirectoryWatches& watches);
 
   // --- The tests' side: no sharing, no faults, not counted, durable at once. Giving a property
   // to a file that is not there ends the process. ---
@@ -43,7 +44,7 @@ class FileSystem {
   void Write(const std::wstring& path, std::string_view bytes);
   std::optional<std::string> Read(const std::wstring& path) const;
   bool Exists(const std::wstring& path) const;
-  // Removes a file, link or whole directory; does nothing when there is none.
+  // Removes a file, link or whole directory, also a watched one; does nothing when there is none.
   void Remove(const std::wstring& path);
   void MakeDirectories(const std::wstring& path);
   // Moves write time and change number, the content stays.
@@ -119,6 +120,7 @@ class FileSystem {
   Code Delete(const std::wstring& path);
   Code MakeDirectory(const std::wstring& path);
   Code Protect(const std::wstring& path, const std::vector<std::uint8_t>& descriptor);
+  Code Watch(const std::wstring& directory, std::uint32_t filter, std::uintptr_t& handle);
 
  private:
   using Node = std::shared_ptr<FileNode>;
@@ -157,6 +159,12 @@ class FileSystem {
   Node NewNode(std::uint32_t attributes);
   void StampChange(FileNode& node);  // the change number moves
   void StampWrite(FileNode& node);   // and the write time
+  // Names come and go, in the journal and told to those who watch.
+  void PutEntry(const Node& directory, const std::wstring& name, const Node& node);
+  void TakeEntry(const Place& place);
+  // Tells those who watch a node's directory what happened to it.
+  void TellChange(const FileNode& node, std::uint32_t kinds);
+  void TellContent(const FileNode& node, std::size_t size_before);
 
   // Whether open files allow a further open of a node.
   bool SharingAllows(const FileNode& node, std::uint32_t access, std::uint32_t share) const;
@@ -175,6 +183,7 @@ class FileSystem {
 
   Faults& faults_;
   Clock& clock_;
+  DirectoryWatches& watches_;
 
   mutable std::mutex mutex_;            // guards all below
   std::map<std::wstring, Node> roots_;  // by case-folded name: "C:", "\\SERVER\SHARE"

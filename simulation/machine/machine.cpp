@@ -50,7 +50,7 @@ void InstallServices(ServiceTable& services) {
 
 }  // namespace
 
-Machine::Machine() : files(faults, clock), pipes(faults, token) {
+Machine::Machine() : watches(waits), files(faults, clock, watches), pipes(faults, token) {
   faults.WhenPowerGoes([this] { pipes.WakeAll(); });
   InstallSystemFiles(files);
   InstallServices(services);

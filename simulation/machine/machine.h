@@ -5,6 +5,7 @@
 #include "simulation/engine/engine.h"
 #include "simulation/machine/clock.h"
 #include "simulation/machine/console.h"
+#include "simulation/machine/directory_watches.h"
 #include "simulation/machine/environment.h"
 #include "simulation/machine/faults.h"
 #include "simulation/machine/file_system.h"
@@ -31,6 +32,8 @@ class Machine {
 
   Faults faults;
   Clock clock;
+  WaitHub waits;
+  DirectoryWatches watches;
   FileSystem files;
   Registry registry;
   ServiceTable services;
@@ -41,7 +44,6 @@ class Machine {
   Environment environment;
   Console console;
   PipeNamespace pipes;
-  WaitHub waits;
   Engine engine;
 };
 

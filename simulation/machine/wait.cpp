@@ -9,11 +9,6 @@ namespace kestrelon::platform {
 using simulation::TheMachine;
 using simulation::WaitHub;
 
-struct EventState {
-  bool automatic = false;
-  bool set = false;  // guarded by the hub's mutex
-};
-
 namespace {
 
 // The platform's limit for one wait (MAXIMUM_WAIT_OBJECTS).
@@ -24,11 +19,7 @@ constexpr std::size_t kMostEvents = 64;
 int TakeSetEvent(std::initializer_list<Event*> events) {
   int index = 0;
   for (const Event* event : events) {
-    EventState& state = event->state();
-    if (state.set) {
-      if (state.automatic) state.set = false;
-      return index;
-    }
+    if (event->state().Take()) return index;
     ++index;
   }
   return kWaitTimedOut;
@@ -63,8 +54,11 @@ int WaitForAny(std::initializer_list<Event*> events, std::uint32_t timeout_ms) {
     taken = TakeSetEvent(events);
     return taken != kWaitTimedOut;
   };
-  // On a held clock no time passes in which the engine's thread could bring what it has to tell.
-  if (clock.held()) TheMachine().engine.WaitForNotifications();
+  // On a held clock no time passes in which other threads could bring what they have to tell.
+  if (clock.held()) {
+    TheMachine().watches.WaitForWatchers();
+    TheMachine().engine.WaitForNotifications();
+  }
   std::unique_lock lock(hub.mutex);
   if (timeout_ms == kWaitForever) {
     hub.changed.wait(lock, is_set);

@@ -2,13 +2,9 @@
 
 #include <array>
 
-#include "platform/windows/owned.h"
+#include "platform/windows/event_state.h"
 
 namespace kestrelon::platform {
-
-struct EventState {
-  KernelHandle handle;
-};
 
 Event::Event(Reset reset) : state_(std::make_unique<EventState>()) {
   state_->handle =

@@ -1,0 +1,122 @@
+// Watches on directories. A watch further back that is surely signalled ends the waits in which the
+// one in front must stay quiet.
+#include "platform/change_notification.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
+
+#include "tests/contract/scratch.h"
+
+namespace {
+
+using namespace kestrelon::platform;
+using namespace contract;
+
+constexpr std::uint32_t kNames = kNotifyFileName | kNotifyDirectoryName;
+
+class ChangeNotification : public testing::Test {
+ protected:
+  void Watch(const std::wstring& directory, std::uint32_t filter) {
+    DirectoryWatch watch;
+    ASSERT_EQ(WatchDirectory(directory, filter, watch), kSuccess);
+    watches_.push_back(std::move(watch));
+  }
+
+  Event stop_{Event::Reset::kManual};
+  std::vector<DirectoryWatch> watches_;
+  const std::wstring directory_ = FreshDirectory();
+  const std::wstring other_ = FreshDirectory();
+};
+
+TEST_F(ChangeNotification, TellsWhyADirectoryCantBeWatched) {
+  WriteWhole(directory_ + L"\\file", "");
+  DirectoryWatch watch;
+  EXPECT_EQ(WatchDirectory(directory_ + L"\\none", kNames, watch), kFileNotFound);
+  EXPECT_EQ(WatchDirectory(directory_ + L"\\none\\none", kNames, watch), kPathNotFound);
+  EXPECT_NE(WatchDirectory(directory_ + L"\\file", kNames, watch), kSuccess);
+  EXPECT_EQ(watch.handle(), 0u);
+}
+
+TEST_F(ChangeNotification, EachKindOfChangeIsTold) {
+  const std::wstring file = directory_ + L"\\file";
+  const std::wstring renamed = directory_ + L"\\renamed";
+  const std::pair<std::uint32_t, std::function<void()>> changes[] = {
+      {kNotifyFileName, [&] { WriteWhole(file, "first"); }},
+      {kNotifyLastWrite, [&] { WriteWhole(file, "again"); }},
+      {kNotifySize, [&] { WriteWhole(file, "longer than before"); }},
+      {kNotifyFileName, [&] { EXPECT_EQ(RenameFile(file, renamed, 0), kSuccess); }},
+      {kNotifyFileName, [&] { EXPECT_EQ(DuplicateFile(renamed, file), kSuccess); }},
+      {kNotifyFileName, [&] { EXPECT_EQ(RemoveFile(renamed), kSuccess); }},
+      {kNotifyDirectoryName, [&] { EXPECT_EQ(MakeDirectory(directory_ + L"\\sub"), kSuccess); }},
+  };
+  for (const auto& [kind, change] : changes) {
+    watches_.clear();
+    Watch(directory_, kind);
+    change();
+    EXPECT_EQ(WaitForChange(stop_, watches_), 1) << kind;
+  }
+}
+
+TEST_F(ChangeNotification, OtherKindsAndWhatIsBelowAreNotTold) {
+  ASSERT_EQ(MakeDirectory(directory_ + L"\\sub"), kSuccess);
+  WriteWhole(directory_ + L"\\file", "x");
+  Watch(directory_, kNames);
+  Watch(other_, kNames);
+  WriteWhole(directory_ + L"\\sub\\file", "below");
+  {
+    File file;
+    ASSERT_EQ(OpenFile(directory_ + L"\\file", kAppendData, kShareAll, kOpenExisting, 0, file),
+              kSuccess);
+    std::uint32_t written = 0;
+    ASSERT_EQ(WriteFileBytes(file, "y", 1, written), kSuccess);
+  }
+  WriteWhole(other_ + L"\\file", "");
+  EXPECT_EQ(WaitForChange(stop_, watches_), 2);
+}
+
+TEST_F(ChangeNotification, ASignalStaysUntilItIsTakenUpAndTheNextIsNotLost) {
+  Watch(directory_, kNames);
+  Watch(other_, kNames);
+  WriteWhole(directory_ + L"\\a", "");
+  ASSERT_EQ(WaitForChange(stop_, watches_), 1);
+  EXPECT_EQ(WaitForChange(stop_, watches_), 1);
+  WriteWhole(directory_ + L"\\b", "");  // since the signal
+  ASSERT_EQ(ContinueWatch(watches_[0]), kSuccess);
+  ASSERT_EQ(WaitForChange(stop_, watches_), 1);
+  ASSERT_EQ(ContinueWatch(watches_[0]), kSuccess);
+  WriteWhole(other_ + L"\\a", "");
+  EXPECT_EQ(WaitForChange(stop_, watches_), 2);
+}
+
+TEST_F(ChangeNotification, TheStopGoesBeforeAllSignals) {
+  Watch(directory_, kNames);
+  WriteWhole(directory_ + L"\\a", "");
+  ASSERT_EQ(WaitForChange(stop_, watches_), 1);
+  stop_.Set();
+  EXPECT_EQ(WaitForChange(stop_, watches_), 0);
+}
+
+TEST_F(ChangeNotification, AStopEndsARunningWait) {
+  int outcome = -1;
+  std::thread waiter([&] {
+    Watch(directory_, kNames);
+    outcome = WaitForChange(stop_, watches_);
+    watches_.clear();
+  });
+  stop_.Set();
+  waiter.join();
+  EXPECT_EQ(outcome, 0);
+}
+
+TEST_F(ChangeNotification, SixtyThreeAreWaitedForAndNotOneMore) {
+  for (std::size_t i = 1; i < kMostWatchesInWait; ++i) Watch(directory_, kNames);
+  Watch(other_, kNames);
+  WriteWhole(other_ + L"\\a", "");
+  EXPECT_EQ(WaitForChange(stop_, watches_), 63);
+  Watch(other_, kNames);
+  EXPECT_EQ(WaitForChange(stop_, watches_), kWaitFailed);
+}
+
+}  // namespace

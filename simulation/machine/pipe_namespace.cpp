@@ -1,6 +1,7 @@
 #include "simulation/machine/pipe_namespace.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "simulation/machine/letter_case.h"
@@ -180,12 +181,16 @@ Code PipeNamespace::Open(const std::wstring& name, bool read_messages, std::uint
   const auto found = pipes_.find(FoldCase(name));
   if (found == pipes_.end()) return kFileNotFound;
   const NamedPipe& pipe = found->second;
+  const auto any = [&pipe](auto matches) {
+    return std::find_if(pipe.instances.begin(), pipe.instances.end(), matches);
+  };
+  const auto none = pipe.instances.end();
+  // Clients that stay keep their instances, but not the name.
+  if (any([](const Connection& c) { return c->server_open; }) == none) return kFileNotFound;
   if (!Grants(pipe, kRightsOfClient)) return kAccessDenied;
   if (read_messages && !pipe.keeps_messages) return kInvalidParameter;
-  const auto free =
-      std::find_if(pipe.instances.begin(), pipe.instances.end(),
-                   [](const Connection& c) { return c->state == PipeState::kListening; });
-  if (free == pipe.instances.end()) return kPipeBusy;
+  const auto free = any([](const Connection& c) { return c->state == PipeState::kListening; });
+  if (free == none) return kPipeBusy;
   (*free)->state = PipeState::kConnected;
   (*free)->client_open = true;
   End client;

@@ -1,0 +1,170 @@
+// Named pipes: who may use them, and what the machine's own life does to them. The rest is in the
+// contract's cases.
+#include "platform/pipes.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "simulation/machine/machine.h"
+
+namespace simulation {
+namespace {
+
+using namespace kestrelon::platform;
+
+constexpr const wchar_t* kName = L"\\\\.\\pipe\\machine test";
+
+Code Make(Pipe& pipe, const wchar_t* access = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)",
+          std::uint32_t flags = 0) {
+  SecurityDescriptor descriptor;
+  EXPECT_EQ(DescriptorFromText(access, descriptor), kSuccess);
+  return MakePipe({.name = kName,
+                   .open_mode = kPipeDuplex | flags,
+                   .pipe_mode = kPipeMessageType | kPipeMessageRead,
+                   .instances = kUnlimitedPipeInstances,
+                   .out_buffer_bytes = 4},
+                  descriptor, pipe);
+}
+
+void WaitForWaiting(std::size_t calls) {
+  while (TheMachine().pipes.waiting() != calls) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+TEST(PipeAccess, IsGivenByTheFirstInstancesDescriptor) {
+  struct {
+    const wchar_t* descriptor;
+    bool local_system, elevated;
+    Code to_open, to_make;
+  } const cases[] = {
+      {L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", true, true, kSuccess, kSuccess},
+      {L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", false, true, kSuccess, kSuccess},
+      {L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", false, false, kAccessDenied, kAccessDenied},
+      {L"D:P(A;;GRGW;;;WD)", false, false, kSuccess, kSuccess},
+      {L"D:P(A;;GR;;;WD)", false, false, kAccessDenied, kAccessDenied},
+      {L"D:P(D;;GW;;;BA)(A;;GA;;;SY)", true, true, kAccessDenied, kAccessDenied},
+  };
+  for (const auto& c : cases) {
+    Pipe first;
+    Pipe second;
+    Pipe client;
+    ASSERT_EQ(Make(first, c.descriptor), kSuccess);
+    TheMachine().token.local_system = c.local_system;
+    TheMachine().token.elevated = c.elevated;
+    EXPECT_EQ(OpenPipe(kName, true, client), c.to_open) << "case " << &c - cases;
+    EXPECT_EQ(Make(second, L"D:P(A;;GA;;;WD)"), c.to_make) << "case " << &c - cases;
+  }
+}
+
+TEST(PipeInstance, LivesUntilItsClientHasGoneToo) {
+  Pipe server;
+  Pipe client;
+  Pipe next;
+  ASSERT_EQ(Make(server), kSuccess);
+  ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
+  server.Close();
+  EXPECT_EQ(Make(next, L"D:P(A;;GA;;;BA)", kPipeFirstInstance), kAccessDenied);
+  client.Close();
+  EXPECT_EQ(Make(next, L"D:P(A;;GA;;;BA)", kPipeFirstInstance), kSuccess);
+}
+
+Code Write(const Pipe& pipe, const std::string& message) {
+  std::uint32_t written = 0;
+  return WritePipe(pipe, message.data(), static_cast<std::uint32_t>(message.size()), written);
+}
+
+Code ReadByte(const Pipe& pipe) {
+  char byte = 0;
+  std::uint32_t read = 0;
+  return ReadPipe(pipe, &byte, 1, read);
+}
+
+TEST(PipeCalls, OnOneHandleTakeTurns) {
+  Pipe server;
+  Pipe client;
+  ASSERT_EQ(Make(server), kSuccess);
+  ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
+  std::thread reader([&] { EXPECT_EQ(ReadByte(server), kSuccess); });
+  WaitForWaiting(1);
+  std::thread closer([&] { server.Close(); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(TheMachine().pipes.open_handles(), 2u) << "closed under a call that waits";
+  EXPECT_EQ(Write(client, "x"), kSuccess);
+  reader.join();
+  closer.join();
+  EXPECT_EQ(TheMachine().pipes.open_handles(), 1u);
+}
+
+TEST(PipeCalls, EndWithThePowerAndWithARestart) {
+  for (const bool power_goes : {true, false}) {
+    Pipe servers[4];
+    Pipe clients[3];
+    for (Pipe& server : servers) ASSERT_EQ(Make(server), kSuccess);
+    for (Pipe& client : clients) ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
+    ASSERT_EQ(Write(servers[2], "x"), kSuccess);
+    const std::function<Code()> calls[] = {
+        [&] { return ReadByte(servers[0]); },
+        [&] { return Write(servers[1], "too much"); },
+        [&] { return FlushPipe(servers[2]); },
+        [&] { return AwaitPipeClient(servers[3]); },
+    };
+    std::vector<std::thread> threads;
+    for (const auto& call : calls) {
+      threads.emplace_back([&call] { EXPECT_EQ(call(), kPowerLost); });
+    }
+    WaitForWaiting(std::size(calls));
+    if (power_goes) {
+      TheMachine().files.CutPowerAt(1, CutMode::kKeepMetadata);
+      EXPECT_EQ(MakeDirectory(L"C:\\Data"), kPowerLost);
+    } else {
+      TheMachine().Restart();
+    }
+    for (std::thread& thread : threads) thread.join();
+    if (power_goes) TheMachine().Restart();
+    EXPECT_EQ(TheMachine().pipes.open_handles(), 0u);
+    EXPECT_EQ(ReadByte(clients[0]), kInvalidHandle);
+    EXPECT_EQ(OpenPipe(kName, true, clients[0]), kFileNotFound);
+  }
+}
+
+TEST(PipeCalls, FailByTheirNames) {
+  struct {
+    const char* name;
+    std::function<Code(Pipe&)> call;
+  } const calls[] = {
+      {"MakePipe", [](Pipe& pipe) { return Make(pipe); }},
+      {"AwaitPipeClient", [](Pipe& pipe) { return AwaitPipeClient(pipe); }},
+      {"DisconnectPipeClient", [](Pipe& pipe) { return DisconnectPipeClient(pipe); }},
+      {"OpenPipe", [](Pipe& pipe) { return OpenPipe(kName, true, pipe); }},
+      {"ReadPipe", [](Pipe& pipe) { return ReadByte(pipe); }},
+      {"WritePipe", [](Pipe& pipe) { return Write(pipe, "x"); }},
+      {"FlushPipe", [](Pipe& pipe) { return FlushPipe(pipe); }},
+      {"CancelPipe", [](Pipe& pipe) { return CancelPipe(pipe.handle()); }},
+  };
+  for (const auto& [name, call] : calls) {
+    Pipe pipe;
+    TheMachine().faults.FailOnce(name, kDiskFull);
+    EXPECT_EQ(call(pipe), kDiskFull) << name;
+    EXPECT_EQ(TheMachine().pipes.open_handles(), 0u);
+  }
+}
+
+// A loop that tries again after each sleep lets others run, though the held clock is moved at once.
+TEST(Sleep, TakesRealTimeWithoutPower) {
+  const auto start = std::chrono::steady_clock::now();
+  TheMachine().faults.SetPower(false);
+  SleepMilliseconds(1000);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1));
+}
+
+}  // namespace
+}  // namespace simulation

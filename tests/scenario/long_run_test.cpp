@@ -157,7 +157,7 @@ class LongRun : public Scenario {
     Footprint footprint;
     footprint.file_handles = machine.files.open_handles();
     footprint.pipe_handles = machine.pipes.open_handles();
-    footprint.watches = machine.files.open_watches();
+    footprint.watches = machine.watches.open_watches();
     footprint.sessions = machine.engine.open_sessions();
     footprint.bytes = AllocatedBytes();
     footprint.threads = Threads();

@@ -10,6 +10,7 @@
 #   ask REQUEST, ask_input            a request on the control pipe; the reply is left in $reply
 #   set_config                        a configuration from the input, through the pipe
 #   follow NAME                       a subscriber whose events come into the file $events/NAME
+#   wake_service                      where a permitted program lies in C:\Tools
 #   wait_for SECONDS COMMAND...       until the command succeeds
 #   mark_log                          expectations on the log look behind this place
 #   expect_...                        says what was expected and found, and ends the script
@@ -144,6 +145,11 @@ set_config() {
 follow() {
   wine 'C:\bench\KestrelonPipe.exe' --follow >"$events/$1" 2>/dev/null &
   follower_pid=$!
+}
+
+# What happens in a watched directory wakes the loop.
+wake_service() {
+  date >"$drive_c/Tools/note"
 }
 
 wait_for() {

@@ -1,0 +1,82 @@
+# The service comes onto a machine, is brought up to date, gets out of the way in an emergency, and
+# leaves nothing behind.
+run() {
+  local code=0
+  kestrelon "$@" >"$machine_dir/out" 2>"$machine_dir/err" || code=$?
+  tr -d '\r' <"$machine_dir/out" >"$machine_dir/service.out"
+  tr -d '\r' <"$machine_dir/err" >>"$machine_dir/service.out"
+  [ "$code" = "$wanted_code" ] || fail "KestrelonSvc $* ended with $code, expected $wanted_code"
+}
+printed() {
+  grep -qF -- "$1" "$machine_dir/service.out" || fail "not printed: $1"
+}
+registered() {
+  wine reg query 'HKLM\System\CurrentControlSet\Services\KestrelonSvc' /v "$1" \
+    2>/dev/null >"$machine_dir/registry" || true
+  grep -qF -- "$2" "$machine_dir/registry" || fail "the service's $1 is not: $2"
+}
+service_is() {
+  wine sc query KestrelonSvc 2>/dev/null | grep -qF "$1"
+}
+
+wanted_code=0 run --help
+printed 'Kestrelon service 1.2.2'
+printed '  --install          register and start the service'
+wanted_code=1 run --Install
+printed '  --remove-filters   EMERGENCY: turn protection off and remove all filters'
+
+take_connections <<'END'
+BLOCK --program C:\Tools\tool.exe --remote 203.0.113.5 --remote-port 443
+BLOCK --program C:\Tools\tool.exe --direction in --remote 2001:db8::5 --local-port 80
+PERMIT --program C:\windows\system32\svchost.exe --protocol udp --remote 203.0.113.7 --remote-port 123
+END
+! verdicts_hold || fail 'the machine was protected before anything was installed'
+
+wanted_code=0 run --install
+printed 'Kestrelon service installed and running.'
+expect_same_verdicts
+registered DisplayName 'Kestrelon Firewall'
+registered ImagePath '"C:\Program Files\Kestrelon\KestrelonSvc.exe"'
+registered DependOnService BFE
+registered Start 0x2
+registered Description 'Kestrelon strict whitelist firewall. Blocks all inbound and outbound network traffic except explicitly allowed applications and rules.'
+ask '{"cmd":"status"}' || fail 'the installed service does not answer'
+expect_reply '"boot_filter": true'
+
+# A second time brings the record up to date, whatever became of it.
+wine sc config KestrelonSvc binPath= 'C:\elsewhere.exe' >/dev/null 2>&1 ||
+  wine reg add 'HKLM\System\CurrentControlSet\Services\KestrelonSvc' /v ImagePath /d 'C:\elsewhere.exe' /f >/dev/null 2>&1
+wanted_code=0 run --install
+printed 'Kestrelon service installed and running.'
+registered ImagePath '"C:\Program Files\Kestrelon\KestrelonSvc.exe"'
+
+# The emergency way out works with a configuration that nobody can read; the service comes back
+# with what it falls back to.
+echo '{ damaged' | put_config
+wanted_code=0 run --remove-filters
+printed 'Warning: could not update config.json: '
+printed 'Protection is OFF: all Kestrelon filters were removed. Turn it back on in the Kestrelon app.'
+
+# And with the service down. (Its manager would notice a death; Wine's doesn't, and is then waited
+# for in vain.)
+wanted_code=0 run --install
+wine sc stop KestrelonSvc >/dev/null 2>&1
+wait_for 10 service_is STOPPED
+wanted_code=0 run --remove-filters
+printed 'Protection is OFF'
+expect_filters 0
+config_has '"enabled": false'
+! verdicts_hold || fail 'filters are in force after their removal'
+
+wanted_code=0 run --uninstall
+printed 'Kestrelon service and all of its filters were removed (0 Windows Defender Firewall exception(s)).'
+! wine sc query KestrelonSvc >/dev/null 2>&1 || fail 'the service is still registered'
+expect_filters 0
+# Nothing of the product's is left to name.
+wfpctl delete-sublayer '{9D4E6A12-3B7F-4C21-8E95-A1C3F0B2D746}' && fail 'the sublayer was left'
+grep -qF 'no such sublayer' "$machine_dir/wfpctl.err" || fail 'the sublayer may have been left'
+wfpctl add-filter --provider '{6B2A1F30-7C4E-4D8A-9F13-2E5B8C71A0D4}' >/dev/null &&
+  fail 'the provider was left'
+grep -qF 'no such provider' "$machine_dir/wfpctl.err" || fail 'the provider may have been left'
+
+wanted_code=0 run --uninstall

@@ -1,0 +1,99 @@
+# Filters that somebody changed behind the service's back are found at the engine's word and put
+# back.
+sublayer='{9D4E6A12-3B7F-4C21-8E95-A1C3F0B2D746}'
+provider='{6B2A1F30-7C4E-4D8A-9F13-2E5B8C71A0D4}'
+first_boot_filter='{E1B7C3A0-5D2F-4A6E-B8AD-0F1E2D3C4B50}'
+
+put_program Tools/tool.exe 'a tool'
+put_config <<'END'
+{"presets_version": 9, "apps": [{"path": "C:\\Tools\\tool.exe"}],
+ "rules": [{"name": "never", "action": "block", "remote": "198.51.100.0/24"}]}
+END
+start_service
+filters=$(wfpctl count)
+take_connections <<'END'
+PERMIT --program C:\Tools\tool.exe --remote 203.0.113.5 --remote-port 443
+BLOCK --program C:\Tools\tool.exe --remote 198.51.100.7 --remote-port 443
+BLOCK --program C:\Tools\other.exe --remote 203.0.113.5 --remote-port 443
+BLOCK --program C:\Tools\other.exe --direction in --remote 2001:db8::5 --local-port 80
+END
+expect_same_verdicts
+
+# The key of the first filter of a name. Keys are new with each application.
+key_of() {
+  wfpctl list | grep -F -- "$1" | head -n 1 | cut -d ' ' -f 1
+}
+as_before() {
+  verdicts_hold && [ "$(wfpctl count)" = "$filters" ]
+}
+# restored REASON: the last change was found, for this reason, and all is as it was. The seconds
+# are fewer than the loop sleeps without being woken.
+restored() {
+  wait_for 5 is_logged "Kestrelon filters were modified externally ($1) - restoring"
+  wait_for 5 as_before
+  mark_log
+}
+# The loop's turn to look comes after all of a tampering that takes more than one step.
+in_one_go() {
+  kill -STOP "$service_pid"
+  "$@" || fail "the engine refused: $*"
+  kill -CONT "$service_pid"
+}
+mark_log
+
+# An administrator may look and reopen, no more. Which code the engine gives is its own matter.
+refused() {
+  ! wfpctl "$@" --as administrator >/dev/null || fail "an administrator could $*"
+  grep -qF 'access denied' "$machine_dir/wfpctl.err" || fail "not for want of access: $*"
+}
+block=$(key_of 'weight=0 block')
+refused delete-filter "$block"
+refused set-weight "$block" 1
+refused add-filter --sublayer "$sublayer"
+refused delete-sublayer "$sublayer"
+refused delete-all-of-provider "$provider"
+as_before || fail "an administrator changed something: $difference"
+
+wfpctl delete-filter "$block"
+recorded=$(($(wfpctl list | grep -vc 'Boot-time') + 1))
+restored "$((recorded - 1)) filters present, $recorded expected"
+
+wfpctl add-filter --sublayer "$sublayer" --program 'C:\Tools\other.exe' --weight 15 >/dev/null
+restored "$((recorded + 1)) filters present, $recorded expected"
+
+allow=$(key_of 'weight=10 permit')
+wfpctl set-weight "$allow" 11
+restored "filter $allow was modified"
+
+# One gone and another there: the number is right, the filter is not.
+exchange() {
+  wfpctl delete-filter "$block" && wfpctl add-filter --sublayer "$sublayer" >/dev/null
+}
+block=$(key_of 'weight=0 block')
+in_one_go exchange
+restored "filter $block is missing"
+
+wfpctl delete-filter "$first_boot_filter"
+restored '7 boot-time filters present, 8 expected'
+
+demolish() {
+  wfpctl delete-all-of-provider "$provider" >/dev/null && wfpctl delete-sublayer "$sublayer"
+}
+in_one_go demolish
+restored "0 filters present, $recorded expected"
+
+# Without protection there are no filters, and still the sublayer is to be there: where a new
+# filter would go.
+set_config <<'END'
+{"presets_version": 9, "enabled": false}
+END
+expect_filters 0
+filters=0
+: >"$machine_dir/expected"
+: >"$drive_c/connections"
+touch_engine() {
+  wfpctl delete-sublayer "$sublayer" && wfpctl delete-filter "$(wfpctl add-filter)"
+}
+in_one_go touch_engine
+restored 'the Kestrelon sublayer is missing'
+stop_service

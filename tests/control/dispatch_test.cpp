@@ -51,12 +51,14 @@ class Dispatch : public testing::Test {
   }
 
   static std::string Set(const Config& config) {
-    return Ask(R"({"cmd":"set_config","config":)" + ConfigToJson(config).Dump(false) + "}");
+    return Ask(R"({"cmd":"set_config","config":)" + Text(config) + "}");
   }
 
-  static Config Live() {
+  static std::string Text(const Config& config) { return ConfigToJson(config).Dump(false); }
+
+  static std::string Live() {
     GuardLock lock(ConfigGuard);
-    return Core.CurrentConfig;
+    return Text(Core.CurrentConfig);
   }
 
   bool Passes(std::uint32_t remote) {
@@ -133,9 +135,8 @@ TEST_F(Dispatch, AnAcceptedConfigurationIsInForceAndAnsweredByTheStatus) {
   const std::string reply = Set(Permitting(L"198.51.100.2"));
   EXPECT_TRUE(reply.starts_with(R"({"ok":true,"version":"1.2.2",)")) << reply;
   EXPECT_EQ(reply, Ask(R"({"cmd":"status"})"));
-  EXPECT_EQ(
-      Ask(R"({"cmd":"get_config"})"),
-      R"({"ok":true,"config":)" + ConfigToJson(Permitting(L"198.51.100.2")).Dump(false) + "}");
+  EXPECT_EQ(Ask(R"({"cmd":"get_config"})"),
+            R"({"ok":true,"config":)" + Text(Permitting(L"198.51.100.2")) + "}");
   EXPECT_FALSE(Passes(kFriend));
   EXPECT_TRUE(Passes(kOther));
 }
@@ -150,11 +151,11 @@ TEST_F(Dispatch, SetConfigLeavesTheModulesAsTheyWere) {
   changed.modules = {{L"net", false, L"1.0", L"grant", 1}, {L"foreign", true, L"1.0", L"", 1}};
   EXPECT_TRUE(Set(changed).starts_with(R"({"ok":true,)"));
   changed.modules = {approved};
-  EXPECT_EQ(Live(), changed);
+  EXPECT_EQ(Live(), Text(changed));
 }
 
 TEST_F(Dispatch, ARejectedConfigurationChangesNoVerdict) {
-  const Config before = Live();
+  const std::string before = Live();
   Config wanted = Permitting(L"198.51.100.2");
   wanted.rules[0].remote = L"198.51.100.300";
   EXPECT_TRUE(Set(wanted).starts_with(R"({"ok":false,"error":"Invalid configuration: )"));

@@ -136,28 +136,6 @@ TEST(PipeCalls, EndWithThePowerAndWithARestart) {
   }
 }
 
-TEST(PipeCalls, FailByTheirNames) {
-  struct {
-    const char* name;
-    std::function<Code(Pipe&)> call;
-  } const calls[] = {
-      {"MakePipe", [](Pipe& pipe) { return Make(pipe); }},
-      {"AwaitPipeClient", [](Pipe& pipe) { return AwaitPipeClient(pipe); }},
-      {"DisconnectPipeClient", [](Pipe& pipe) { return DisconnectPipeClient(pipe); }},
-      {"OpenPipe", [](Pipe& pipe) { return OpenPipe(kName, true, pipe); }},
-      {"ReadPipe", [](Pipe& pipe) { return ReadByte(pipe); }},
-      {"WritePipe", [](Pipe& pipe) { return Write(pipe, "x"); }},
-      {"FlushPipe", [](Pipe& pipe) { return FlushPipe(pipe); }},
-      {"CancelPipe", [](Pipe& pipe) { return CancelPipe(pipe.handle()); }},
-  };
-  for (const auto& [name, call] : calls) {
-    Pipe pipe;
-    TheMachine().faults.FailOnce(name, kDiskFull);
-    EXPECT_EQ(call(pipe), kDiskFull) << name;
-    EXPECT_EQ(TheMachine().pipes.open_handles(), 0u);
-  }
-}
-
 // A loop that tries again after each sleep lets others run, though the held clock is moved at once.
 TEST(Sleep, TakesRealTimeWithoutPower) {
   const auto start = std::chrono::steady_clock::now();

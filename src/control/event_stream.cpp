@@ -1,6 +1,7 @@
 #include "control/event_stream.h"
 
 #include <chrono>
+#include <utility>
 
 #include "control/frames.h"
 
@@ -12,40 +13,30 @@ using std::chrono::steady_clock;
 constexpr std::chrono::seconds kPingAfter(15);
 constexpr const char* kPing = R"({"type":"ping"})";
 
-// A subscriber in the table for as long as this lives.
-class Subscription {
- public:
-  Subscription() {
-    GuardLock lock(TheControlPipe.SubscriberGuard);
-    TheControlPipe.subscribers.insert(&subscriber_);
-  }
-  ~Subscription() {
-    GuardLock lock(TheControlPipe.SubscriberGuard);
-    TheControlPipe.subscribers.erase(&subscriber_);
-  }
-  Subscription(const Subscription&) = delete;
-  Subscription& operator=(const Subscription&) = delete;
-
-  // Waits for the next text to send; null on the stop.
-  EventText Next() {
-    const steady_clock::time_point deadline = steady_clock::now() + kPingAfter;
-    GuardLock lock(TheControlPipe.SubscriberGuard);
-    while (subscriber_.queue.empty() && !TheControlPipe.PipeStop &&
-           steady_clock::now() < deadline) {
-      TheControlPipe.wake.WaitUntil(TheControlPipe.SubscriberGuard, deadline);
-    }
-    if (TheControlPipe.PipeStop) return nullptr;
-    if (subscriber_.queue.empty()) return std::make_shared<const std::string>(kPing);
-    EventText oldest = std::move(subscriber_.queue.front());
-    subscriber_.queue.pop_front();
-    return oldest;
-  }
-
- private:
-  Subscriber subscriber_;  // guarded by SubscriberGuard while in the table
-};
-
 }  // namespace
+
+Subscription::Subscription() {
+  GuardLock lock(TheControlPipe.SubscriberGuard);
+  TheControlPipe.subscribers.insert(&subscriber_);
+}
+
+Subscription::~Subscription() {
+  GuardLock lock(TheControlPipe.SubscriberGuard);
+  TheControlPipe.subscribers.erase(&subscriber_);
+}
+
+EventText Subscription::Next() {
+  const steady_clock::time_point deadline = steady_clock::now() + kPingAfter;
+  GuardLock lock(TheControlPipe.SubscriberGuard);
+  while (subscriber_.queue.empty() && !TheControlPipe.PipeStop && steady_clock::now() < deadline) {
+    TheControlPipe.wake.WaitUntil(TheControlPipe.SubscriberGuard, deadline);
+  }
+  if (TheControlPipe.PipeStop) return nullptr;
+  if (subscriber_.queue.empty()) return std::make_shared<const std::string>(kPing);
+  EventText oldest = std::move(subscriber_.queue.front());
+  subscriber_.queue.pop_front();
+  return oldest;
+}
 
 void StreamEvents(const platform::Pipe& pipe) {
   Subscription subscription;

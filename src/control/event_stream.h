@@ -5,9 +5,25 @@
 
 namespace kestrelon {
 
-// Sends the connection what is published from now on, and a ping whenever nothing was for fifteen
-// seconds. Returns when a message can't be sent, which is how a vanished client is found, or on the
-// stop. Nothing that the client sends is read.
+// A place in the table of subscribers for as long as this lives. One thread.
+class Subscription {
+ public:
+  Subscription() EXCLUDES(TheControlPipe.SubscriberGuard);
+  ~Subscription() EXCLUDES(TheControlPipe.SubscriberGuard);
+  Subscription(const Subscription&) = delete;
+  Subscription& operator=(const Subscription&) = delete;
+
+  // Waits for the next text to send: the oldest event that was not, or a ping when fifteen seconds
+  // passed without one. Null on the stop.
+  EventText Next() EXCLUDES(TheControlPipe.SubscriberGuard);
+
+ private:
+  Subscriber subscriber_;  // guarded by SubscriberGuard while in the table
+};
+
+// Sends the connection what is published from now on, and pings. Returns when a message can't be
+// sent, which is how a vanished client is found, or on the stop. Nothing that the client sends is
+// read.
 void StreamEvents(const platform::Pipe& pipe) EXCLUDES(TheControlPipe.SubscriberGuard);
 
 }  // namespace kestrelon

@@ -1,4 +1,4 @@
-// Two days of the service on a held clock, with clients, changes, tampering and an engine that goes
+// Days of the service on a held clock, with clients, changes, tampering and an engine that goes
 // away: every pass ends in what the configuration means, and nothing grows.
 #include <malloc.h>
 
@@ -22,7 +22,7 @@ namespace {
 // With 15 seconds between idle passes.
 constexpr int kPassesADay = 24 * 60 * 4;
 constexpr int kAttemptsAPass = 3;
-constexpr std::size_t kGrowthAllowedBytes = 1 << 20;
+constexpr std::size_t kGrowthAllowedBytes = 64 << 10;
 
 // What a leak would make larger.
 struct Footprint {
@@ -51,6 +51,7 @@ class LongRun : public Scenario {
   void SetUp() override {
     seed_ = FirstSeed();
     dice_ = Dice(seed_);
+    world.PutConfig(RandomConfig(dice_, world));
     ASSERT_TRUE(world.Start());
   }
 
@@ -63,6 +64,8 @@ class LongRun : public Scenario {
         break;
       case 1:
         world.Program(dice_.OneIn(2) ? kTool : kOther, dice_.OneIn(2) ? "one" : "another");
+        // Else a block by the file watch may come right behind the pass, and stay until the next.
+        machine.watches.WaitForWatchers();
         break;
       case 2:
         machine.network.SetDnsServers({dice_.OneIn(2) ? L"192.0.2.53" : L"192.0.2.54"});
@@ -152,6 +155,7 @@ class LongRun : public Scenario {
     LoopPass();
     machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log");
     machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log.old");
+    machine.console.debug_output.Clear();
     // The threads of the clients that have gone are on their way out.
     while (machine.pipes.open_handles() > 1) std::this_thread::yield();
     Footprint footprint;
@@ -168,8 +172,8 @@ class LongRun : public Scenario {
   Dice dice_{0};
 };
 
-TEST_F(LongRun, TwoDaysGrowNothing) {
-  Live(kPassesADay / 4);
+TEST_F(LongRun, TwoMoreDaysGrowNothing) {
+  Live(2 * kPassesADay);  // until everything bounded is at its bound
   const Footprint before = Rest();
   Live(2 * kPassesADay);
   const Footprint after = Rest();

@@ -25,7 +25,7 @@ bool AddFilter(AddContext& context, platform::Filter& filter, FilterTag& tag) {
     context.error = L"FwpmFilterAdd0 (" + filter.name + L"): " + ErrorText(code);
     return false;
   }
-  context.added_keys.push_back(GuidText(filter.key));
+  context.added_keys.push_back(filter.key);
   context.tags.insert_or_assign(id, std::move(tag));
   return true;
 }

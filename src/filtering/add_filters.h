@@ -10,9 +10,9 @@ namespace kestrelon {
 
 // What the running transaction adds, and where the text of a failure goes.
 struct AddContext {
-  platform::EngineHandle engine = 0;     // inside a write transaction
-  std::vector<std::string>& added_keys;  // key texts in the order of adding
-  FilterTagTable& tags;                  // what the added ids mean
+  platform::EngineHandle engine = 0;  // inside a write transaction
+  std::vector<Guid>& added_keys;      // in the order of adding
+  FilterTagTable& tags;               // what the added ids mean
   std::wstring& error;
 };
 

@@ -42,11 +42,11 @@ void RecordAddedFilters(FilterEngine& engine, std::vector<std::wstring>& warning
     return;
   }
   FilterRecordTable record;
-  for (const std::string& key : engine.added_keys) {
+  for (const Guid& key : engine.added_keys) {
     if (auto filter = present.extract(key)) record.insert(std::move(filter));
   }
   engine.FilterRecord.swap(record);
-  std::vector<std::string>().swap(engine.added_keys);  // a few megabytes, not needed again
+  std::vector<Guid>().swap(engine.added_keys);  // half a megabyte, not needed again
 }
 
 }  // namespace

@@ -33,13 +33,13 @@ bool AddFileBlock(AddContext& context, const std::wstring& path) {
 
 // Enters the new filters in the record, lest the audit take them for tampering. When they can't be
 // read back they stand unrecorded.
-void RecordBlocks(FilterEngine& engine, const std::vector<std::string>& added_keys)
+void RecordBlocks(FilterEngine& engine, const std::vector<Guid>& added_keys)
     REQUIRES(engine.EngineGuard) {
   std::vector<Guid> keys;
   FilterRecordTable present;
   std::wstring error;
   if (!ReadFilters(engine, keys, error, &present)) return;
-  for (const std::string& key : added_keys) {
+  for (const Guid& key : added_keys) {
     if (auto filter = present.extract(key)) engine.FilterRecord.insert(std::move(filter));
   }
 }
@@ -52,7 +52,7 @@ bool BlockFiles(FilterEngine& engine, const std::vector<PinnedChange>& changes,
     error = L"WFP engine is not open";
     return false;
   }
-  std::vector<std::string> added_keys;
+  std::vector<Guid> added_keys;
   FilterTagTable tags;
   {
     FilterTransaction transaction(engine.handle);

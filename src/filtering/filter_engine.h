@@ -27,8 +27,9 @@ struct FilterTag {
 // From the id that the engine gave a filter.
 using FilterTagTable = std::unordered_map<std::uint64_t, FilterTag>;
 
-// From a filter's key text to its signature (filter_signature.h), as read back from the engine.
-using FilterRecordTable = std::map<std::string, std::string>;
+// From a filter's key to its signature (filter_signature.h), as read back from the engine. Keys
+// have the order of their texts.
+using FilterRecordTable = std::map<Guid, std::string>;
 
 // A session with the engine. The process has one, TheEngine; the removal of filters opens a second,
 // short-lived one.
@@ -45,7 +46,7 @@ struct FilterEngine {
   // How many boot-time filters the audit is to find; negative while that isn't known.
   int BootExpected GUARDED_BY(EngineGuard) = -1;
   // Keys of the filters added by the running transaction, in order.
-  std::vector<std::string> added_keys GUARDED_BY(EngineGuard);
+  std::vector<Guid> added_keys GUARDED_BY(EngineGuard);
 
   FilterTagTable FilterTags GUARDED_BY(RecordGuard);
 

@@ -34,10 +34,8 @@ bool IsRegularOwnFilter(const platform::Filter& filter) {
 
 }  // namespace
 
-bool ReadFilters(FilterEngine& engine, std::vector<Guid>& keys, std::wstring& error,
-                 FilterRecordTable* signatures) {
-  keys.clear();
-  if (signatures != nullptr) signatures->clear();
+bool VisitFilters(FilterEngine& engine, const std::function<void(const platform::Filter&)>& visit,
+                  std::wstring& error) {
   Enumeration enumeration(engine.handle);
   platform::Code code = platform::OpenFilterEnum(engine.handle, enumeration.handle);
   if (code != platform::kSuccess) {
@@ -45,7 +43,6 @@ bool ReadFilters(FilterEngine& engine, std::vector<Guid>& keys, std::wstring& er
     return false;
   }
   std::vector<platform::Filter> batch;
-  std::string signature;  // reused, so that what is kept has no spare room
   do {
     code = platform::NextFilters(engine.handle, enumeration.handle, kBatch, batch);
     if (code != platform::kSuccess) {
@@ -53,15 +50,25 @@ bool ReadFilters(FilterEngine& engine, std::vector<Guid>& keys, std::wstring& er
       return false;
     }
     for (const platform::Filter& filter : batch) {
-      if (!IsRegularOwnFilter(filter)) continue;
-      keys.push_back(filter.key);
-      if (signatures == nullptr) continue;
-      signature.clear();
-      AppendFilterSignature(filter, signature);
-      signatures->insert_or_assign(GuidText(filter.key), signature);
+      if (IsRegularOwnFilter(filter)) visit(filter);
     }
   } while (batch.size() == kBatch);
   return true;
+}
+
+bool ReadFilters(FilterEngine& engine, std::vector<Guid>& keys, std::wstring& error,
+                 FilterRecordTable* signatures) {
+  keys.clear();
+  if (signatures != nullptr) signatures->clear();
+  std::string signature;  // reused, so that what is kept has no spare room
+  const auto take = [&](const platform::Filter& filter) {
+    keys.push_back(filter.key);
+    if (signatures == nullptr) return;
+    signature.clear();
+    AppendFilterSignature(filter, signature);
+    signatures->insert_or_assign(filter.key, signature);
+  };
+  return VisitFilters(engine, take, error);
 }
 
 }  // namespace kestrelon

@@ -1,6 +1,7 @@
 // What the engine holds of the product's filters.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -9,8 +10,15 @@
 
 namespace kestrelon {
 
-// Enumerates the filters that name the product's provider or sublayer, boot-time ones left out,
-// and fills `keys` and, unless it is null, `signatures` afresh. On failure both hold what was read
+// Gives `visit` each filter that names the product's provider or sublayer, boot-time ones left out,
+// as they stood at the beginning. The records are the visitor's to look at during the call alone.
+// False when the enumeration fails; some filters may have been visited then.
+[[nodiscard]] bool VisitFilters(FilterEngine& engine,
+                                const std::function<void(const platform::Filter&)>& visit,
+                                std::wstring& error) REQUIRES(engine.EngineGuard);
+
+// Fills `keys` and, unless it is null, `signatures` afresh from the same filters. A key that comes
+// twice counts once in `signatures`, with its last signature. On failure both hold what was read
 // before it.
 [[nodiscard]] bool ReadFilters(FilterEngine& engine, std::vector<Guid>& keys, std::wstring& error,
                                FilterRecordTable* signatures = nullptr)

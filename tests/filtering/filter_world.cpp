@@ -121,7 +121,7 @@ void FilterWorld::ExpectRecordFits() {
   FilterRecordTable record;
   std::set<std::uint64_t> ids;
   for (const auto& filter : machine_.engine.Filters()) {
-    record.emplace(GuidText(filter->key), FilterSignature(*filter));
+    record.emplace(filter->key, FilterSignature(*filter));
     ids.insert(filter->id);
   }
   GuardLock lock(TheEngine.EngineGuard);

@@ -15,7 +15,7 @@ class Removal : public FilterWorld {
   void LeaveFilters() {
     platform::EngineHandle engine = 0;
     ASSERT_EQ(platform::OpenEngineSession({}, engine), platform::kSuccess);
-    std::vector<std::string> keys;
+    std::vector<Guid> keys;
     FilterTagTable tags;
     AddContext context{engine, keys, tags, error_};
     FilterGroup group;

@@ -1,0 +1,207 @@
+// What the audit finds of what somebody else did to the engine's objects, and how it tells it.
+
+#include "filtering/filter_audit.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "base/text.h"
+#include "filtering/boot_filters.h"
+#include "filtering/filter_conditions.h"
+#include "filtering/filter_keys.h"
+#include "tests/filtering/filter_world.h"
+
+namespace kestrelon {
+namespace {
+
+using platform::Filter;
+
+std::wstring KeyText(const Filter& filter) {
+  return WideFromUtf8(GuidText(filter.key));
+}
+
+class FilterAudits : public FilterWorld {
+ protected:
+  FilterAudits() { EXPECT_EQ(platform::OpenEngineSession({}, other_), platform::kSuccess); }
+  ~FilterAudits() override { platform::CloseEngineSession(other_); }
+
+  // Both sets as the product has them. `installed_` are the regular filters in key order.
+  void InstallBoth() {
+    ASSERT_TRUE(InstallBootFilters(TheEngine, false, false, error_)) << Utf8FromWide(error_);
+    Install({Rule(true, L"192.0.2.1")}, {AllowedApp(true)});
+    installed_.clear();
+    for (const auto& filter : machine_.engine.Filters()) installed_.push_back(*filter);
+    ASSERT_TRUE(InstallBootFilters(TheEngine, true, false, error_)) << Utf8FromWide(error_);
+  }
+
+  void Delete(const Guid& key) { EXPECT_EQ(platform::DeleteFilter(other_, key), 0u); }
+  void Add(const Filter& filter) {
+    std::uint64_t id = 0;
+    EXPECT_EQ(platform::AddFilter(other_, filter, {}, id), 0u);
+  }
+  void Change(std::size_t i, const std::function<void(Filter&)>& change) {
+    Filter filter = installed_[i];
+    change(filter);
+    Delete(filter.key);
+    Add(filter);
+  }
+  void AddForeign(const std::optional<Guid>& provider, const Guid& sublayer) {
+    Filter filter;
+    EXPECT_EQ(platform::NewGuid(filter.key), 0u);
+    filter.name = L"foreign";
+    filter.provider = provider;
+    filter.layer = platform::kLayerConnectV4;
+    filter.sublayer = sublayer;
+    filter.weight = std::uint8_t{15};
+    Add(filter);
+  }
+
+  void ExpectClean() {
+    std::wstring reason;
+    EXPECT_EQ(FilterAudit(TheEngine, reason), AuditResult::kClean) << Utf8FromWide(reason);
+  }
+  void ExpectDifference(const std::wstring& expected) {
+    std::wstring reason;
+    EXPECT_EQ(FilterAudit(TheEngine, reason), AuditResult::kDiffers);
+    EXPECT_EQ(reason, expected);
+  }
+  void ExpectLost() {
+    std::wstring reason;
+    EXPECT_EQ(FilterAudit(TheEngine, reason), AuditResult::kEngineLost);
+    EXPECT_EQ(reason, L"");
+  }
+
+  platform::EngineHandle other_ = 0;
+  std::vector<Filter> installed_;
+};
+
+TEST_F(FilterAudits, TellsTheFirstDifference) {
+  struct Case {
+    std::function<void()> tamper;
+    std::function<std::wstring()> reason;
+  };
+  const auto present = [this](std::size_t count) {
+    return std::to_wstring(count) + L" filters present, " + std::to_wstring(installed_.size()) +
+           L" expected";
+  };
+  const auto lighter = [](Filter& f) { f.weight = std::uint8_t{14}; };
+  const Case cases[] = {
+      {[&] { Delete(installed_[0].key); }, [&] { return present(installed_.size() - 1); }},
+      {[&] { AddForeign(std::nullopt, SubLayerKey); },
+       [&] { return present(installed_.size() + 1); }},
+      {[&] { AddForeign(ProviderKey, Guid{}); }, [&] { return present(installed_.size() + 1); }},
+      {[&] {
+         Delete(installed_[3].key);
+         AddForeign(std::nullopt, SubLayerKey);
+       },
+       [&] { return L"filter " + KeyText(installed_[3]) + L" is missing"; }},
+      {[&] {
+         Delete(installed_[7].key);
+         Delete(installed_[5].key);
+         Change(6, lighter);
+         AddForeign(std::nullopt, SubLayerKey);
+         AddForeign(std::nullopt, SubLayerKey);
+       },
+       [&] { return L"filter " + KeyText(installed_[5]) + L" is missing"; }},
+      {[&] {
+         Delete(installed_[7].key);
+         Change(6, lighter);
+         AddForeign(std::nullopt, SubLayerKey);
+       },
+       [&] { return L"filter " + KeyText(installed_[6]) + L" was modified"; }},
+      {[&] {
+         Change(installed_.size() - 1, [](Filter& f) { f.conditions.push_back(ProtocolIs(250)); });
+         Delete(BootFilterKeys[0]);
+       },
+       [&] { return L"filter " + KeyText(installed_.back()) + L" was modified"; }},
+      {[&] { Delete(BootFilterKeys[1]); },
+       [] { return L"3 boot-time filters present, 4 expected"; }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    InstallBoth();
+    ExpectClean();
+    c.tamper();
+    ExpectDifference(c.reason());
+  }
+  // What was put right is clean again.
+  InstallBoth();
+  ExpectClean();
+}
+
+TEST_F(FilterAudits, RecordHasTheOrderOfItsKeyTexts) {
+  InstallBoth();
+  std::vector<std::string> texts;
+  GuardLock lock(TheEngine.EngineGuard);
+  for (const auto& [key, signature] : TheEngine.FilterRecord) texts.push_back(GuidText(key));
+  EXPECT_GT(texts.size(), 20u);
+  EXPECT_TRUE(std::is_sorted(texts.begin(), texts.end()));
+}
+
+TEST_F(FilterAudits, WhatIsNobodysBusinessIsNoDifference) {
+  InstallBoth();
+  AddForeign(std::nullopt, Guid{});
+  Change(0, [](Filter& f) { f.name = f.description = L"another name"; });
+  // Who may use a filter is not compared: the engine gives descriptors back in a form of its own.
+  for (std::size_t i = 0; i < installed_.size(); ++i) {
+    if (installed_[i].conditions.empty()) continue;
+    if (installed_[i].conditions.back().field != platform::kFieldUserId) continue;
+    Change(i, [](Filter& f) {
+      platform::SecurityDescriptor other;
+      EXPECT_TRUE(UserDescriptor(L"S-1-5-32-545", other));
+      ASSERT_NE(f.conditions.back(), UserIs(other));
+      f.conditions.back() = UserIs(other);
+    });
+    ExpectClean();
+    return;
+  }
+  ADD_FAILURE() << "no filter for a user";
+}
+
+TEST_F(FilterAudits, SublayerMustStandAtTheTopEvenWithoutFilters) {
+  Config disabled;
+  disabled.enabled = false;
+  ASSERT_TRUE(Apply(disabled, {}));
+  ExpectClean();
+  platform::Sublayer sublayer;
+  ASSERT_EQ(platform::GetSublayer(other_, SubLayerKey, sublayer), platform::kSuccess);
+  ASSERT_EQ(platform::DeleteSublayer(other_, SubLayerKey), platform::kSuccess);
+  ExpectDifference(L"the Kestrelon sublayer is missing");
+  sublayer.weight = 65534;
+  ASSERT_EQ(platform::AddSublayer(other_, sublayer, {}), platform::kSuccess);
+  ExpectDifference(L"sublayer priority changed to 65534");
+}
+
+TEST_F(FilterAudits, BootTimeFiltersCountOnceTheirNumberIsKnown) {
+  ASSERT_TRUE(InstallBootFilters(TheEngine, true, true, error_));
+  Filter leftover;
+  ASSERT_EQ(platform::GetFilter(other_, BootFilterKeys[7], leftover), platform::kSuccess);
+  ExpectClean();
+  ASSERT_TRUE(InstallBootFilters(TheEngine, false, true, error_));
+  ExpectClean();
+  Add(leftover);
+  ExpectDifference(L"1 boot-time filters present, 0 expected");
+  {
+    GuardLock lock(TheEngine.EngineGuard);
+    TheEngine.BootExpected = -1;
+  }
+  ExpectClean();
+}
+
+TEST_F(FilterAudits, AnEnumerationThatFailsIsALostSession) {
+  InstallBoth();
+  Delete(installed_[0].key);
+  for (const char* call : {"OpenFilterEnum", "NextFilters"}) {
+    machine_.faults.FailOnce(call, platform::kSessionAborted);
+    ExpectLost();
+  }
+  machine_.engine.Stop();
+  ExpectLost();
+  machine_.engine.Start();
+  ExpectLost();
+  CloseEngine(TheEngine);
+  ExpectLost();
+}
+
+}  // namespace
+}  // namespace kestrelon

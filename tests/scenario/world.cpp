@@ -186,6 +186,9 @@ std::vector<Guid> World::FilterKeys() {
 void World::ExpectNothingLeft() {
   EXPECT_EQ(machine().files.open_handles(), 0U);
   EXPECT_EQ(machine().services.open_handles(), 0U);
+  EXPECT_EQ(machine().pipes.open_handles(), 0U);
+  EXPECT_EQ(machine().watches.open_watches(), 0U);
+  EXPECT_EQ(machine().network.notifications(), 0U);
   EXPECT_EQ(machine().engine.open_sessions(), 0U);
   EXPECT_FALSE(machine().engine.transaction_open());
   EXPECT_EQ(machine().engine.TiedConflicts(), 0U);

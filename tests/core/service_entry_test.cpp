@@ -86,7 +86,8 @@ TEST(ServiceControls, AreAnsweredByTheirCode) {
     event.Clear();
     return set;
   };
-  for (const std::uint32_t control : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 128}) {
+  constexpr std::uint32_t controls[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 128};
+  for (const std::uint32_t control : controls) {
     SCOPED_TRACE(control);
     const bool stops = control == 1 || control == 5;
     const bool wakes = control == 14;

@@ -95,8 +95,8 @@ TEST_F(ConfigChange, ASaveThatFailsAfterAGoodApplyBringsThePreviousFiltersBack) 
 
 TEST_F(ConfigChange, ADoubleFailureEndsInBlockAll) {
   world.machine().faults.FailNthOf("RenameFile", 2, platform::kAccessDenied);
-  // The change itself, the way back, then block-all.
-  world.machine().faults.FailNthOf("CommitTransaction", 2, platform::kTransactionTimeout);
+  // The change itself with its boot-time filters, the way back, then block-all.
+  world.machine().faults.FailNthOf("CommitTransaction", 3, platform::kTransactionTimeout);
   EXPECT_TRUE(
       ErrorOf(world.Set(after))
           .starts_with(L"The configuration could not be saved, so the change was undone: "));

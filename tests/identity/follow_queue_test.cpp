@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "simulation/machine/machine.h"
 
 namespace kestrelon {
@@ -36,26 +34,6 @@ TEST(FollowQueue, AStopEndsTheTakingWhateverIsQueued) {
   OpenFollowQueue();
   EXPECT_TRUE(TakeFollow(path));
   EXPECT_EQ(path, Numbered(1));
-}
-
-TEST(FollowQueue, WakesTheWorkerForAPathAndForTheEnd) {
-  std::wstring taken;
-  std::thread worker([&] {
-    for (std::wstring path; TakeFollow(path);) {
-      taken = path;
-      StopFollowQueue();
-    }
-  });
-  QueueFollow(Numbered(1));
-  worker.join();
-  EXPECT_EQ(taken, Numbered(1));
-  OpenFollowQueue();
-  std::thread idle([&] {
-    std::wstring path;
-    EXPECT_FALSE(TakeFollow(path));
-  });
-  StopFollowQueue();
-  idle.join();
 }
 
 TEST(SeenPaths, APathIsDueOnceIn30Seconds) {

@@ -1,11 +1,14 @@
 # The service comes onto a machine, is brought up to date, gets out of the way in an emergency, and
 # leaves nothing behind.
+
+# run CODE ARGUMENT...: the executable's run, which is to end with this exit code.
 run() {
-  local code=0
+  local wanted=$1 code=0
+  shift
   kestrelon "$@" >"$machine_dir/out" 2>"$machine_dir/err" || code=$?
   tr -d '\r' <"$machine_dir/out" >"$machine_dir/service.out"
   tr -d '\r' <"$machine_dir/err" >>"$machine_dir/service.out"
-  [ "$code" = "$wanted_code" ] || fail "KestrelonSvc $* ended with $code, expected $wanted_code"
+  [ "$code" = "$wanted" ] || fail "KestrelonSvc $* ended with $code, expected $wanted"
 }
 printed() {
   grep -qF -- "$1" "$machine_dir/service.out" || fail "not printed: $1"
@@ -19,10 +22,10 @@ service_is() {
   wine sc query KestrelonSvc 2>/dev/null | grep -qF "$1"
 }
 
-wanted_code=0 run --help
+run 0 --help
 printed 'Kestrelon service 1.2.2'
 printed '  --install          register and start the service'
-wanted_code=1 run --Install
+run 1 --Install
 printed '  --remove-filters   EMERGENCY: turn protection off and remove all filters'
 
 take_connections <<'END'
@@ -32,7 +35,7 @@ PERMIT --program C:\windows\system32\svchost.exe --protocol udp --remote 203.0.1
 END
 ! verdicts_hold || fail 'the machine was protected before anything was installed'
 
-wanted_code=0 run --install
+run 0 --install
 printed 'Kestrelon service installed and running.'
 expect_same_verdicts
 registered DisplayName 'Kestrelon Firewall'
@@ -44,31 +47,32 @@ ask '{"cmd":"status"}' || fail 'the installed service does not answer'
 expect_reply '"boot_filter": true'
 
 # A second time brings the record up to date, whatever became of it.
-wine sc config KestrelonSvc binPath= 'C:\elsewhere.exe' >/dev/null 2>&1 ||
-  wine reg add 'HKLM\System\CurrentControlSet\Services\KestrelonSvc' /v ImagePath /d 'C:\elsewhere.exe' /f >/dev/null 2>&1
-wanted_code=0 run --install
+wine reg add 'HKLM\System\CurrentControlSet\Services\KestrelonSvc' /v DisplayName /d 'Old name' /f \
+  >/dev/null 2>&1
+registered DisplayName 'Old name'
+run 0 --install
 printed 'Kestrelon service installed and running.'
-registered ImagePath '"C:\Program Files\Kestrelon\KestrelonSvc.exe"'
+registered DisplayName 'Kestrelon Firewall'
 
 # The emergency way out works with a configuration that nobody can read; the service comes back
 # with what it falls back to.
 echo '{ damaged' | put_config
-wanted_code=0 run --remove-filters
+run 0 --remove-filters
 printed 'Warning: could not update config.json: '
 printed 'Protection is OFF: all Kestrelon filters were removed. Turn it back on in the Kestrelon app.'
 
 # And with the service down. (Its manager would notice a death; Wine's doesn't, and is then waited
 # for in vain.)
-wanted_code=0 run --install
+run 0 --install
 wine sc stop KestrelonSvc >/dev/null 2>&1
 wait_for 10 service_is STOPPED
-wanted_code=0 run --remove-filters
+run 0 --remove-filters
 printed 'Protection is OFF'
 expect_filters 0
 config_has '"enabled": false'
 ! verdicts_hold || fail 'filters are in force after their removal'
 
-wanted_code=0 run --uninstall
+run 0 --uninstall
 printed 'Kestrelon service and all of its filters were removed (0 Windows Defender Firewall exception(s)).'
 ! wine sc query KestrelonSvc >/dev/null 2>&1 || fail 'the service is still registered'
 expect_filters 0
@@ -79,4 +83,4 @@ wfpctl add-filter --provider '{6B2A1F30-7C4E-4D8A-9F13-2E5B8C71A0D4}' >/dev/null
   fail 'the provider was left'
 grep -qF 'no such provider' "$machine_dir/wfpctl.err" || fail 'the provider may have been left'
 
-wanted_code=0 run --uninstall
+run 0 --uninstall

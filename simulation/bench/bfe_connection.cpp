@@ -32,6 +32,8 @@ Code BfeConnection::Handle(Operation operation, WireReader& request, WireWriter&
       return Open(request);
     case Operation::kListen:
       return Listen(request);
+    case Operation::kClose:
+      return Close(request);
     case Operation::kClassify:
       return Classify(request, reply);
     case Operation::kBegin:
@@ -94,6 +96,12 @@ Code BfeConnection::Open(WireReader& request) {
   const bool administrator = caller == static_cast<std::uint8_t>(BenchCaller::kAdministrator);
   return bfe_.engine.OpenSession(
       options, administrator ? AdministratorCaller() : LocalSystemCaller(), session_);
+}
+
+Code BfeConnection::Close(WireReader& request) {
+  if (!request.Finished()) return kBadStubData;
+  EndSession();
+  return kSuccess;
 }
 
 Code BfeConnection::Classify(WireReader& request, WireWriter& reply) {
@@ -254,7 +262,7 @@ void BfeConnection::SendChanges() {
 
 void BfeConnection::EndSession() {
   if (session_ == 0) return;
-  (void)bfe_.engine.CloseSession(session_);
+  (void)bfe_.engine.CloseSession(std::exchange(session_, 0));
   for (const SubscriptionId id : subscriptions_) bfe_.changes.Remove(id);
 }
 

@@ -32,6 +32,7 @@ class BfeConnection {
   Code HandleObjects(Operation operation, WireReader& request, WireWriter& reply);
   Code HandleTransaction(Operation operation, WireReader& request);
   Code Open(WireReader& request);
+  Code Close(WireReader& request);
   Code Classify(WireReader& request, WireWriter& reply);
   Code AddFilter(WireReader& request, WireWriter& reply);
   Code OpenEnum(WireReader& request, WireWriter& reply);

@@ -62,6 +62,10 @@ Code EngineClient::Call(Operation operation, const PutArguments& put, const Take
   return reply.Finished() ? code : kBadStubData;
 }
 
+EngineClient::~EngineClient() {
+  (void)Call(Operation::kClose, kNoArguments, kNoResults);
+}
+
 Code EngineClient::Open(const SessionArguments& arguments, std::unique_ptr<EngineClient>& client) {
   std::unique_ptr<EngineClient> opened(new EngineClient);
   PipeChannel channel;

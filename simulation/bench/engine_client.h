@@ -41,6 +41,10 @@ class EngineClient {
  public:
   [[nodiscard]] static Code Open(const SessionArguments& arguments,
                                  std::unique_ptr<EngineClient>& client);
+  // Returns once the session has ended, so that its locks and dynamic objects are gone.
+  ~EngineClient();
+  EngineClient(const EngineClient&) = delete;
+  EngineClient& operator=(const EngineClient&) = delete;
 
   // An empty descriptor stands for none.
   [[nodiscard]] Code AddProvider(const Provider& provider, const Bytes& descriptor);

@@ -49,6 +49,7 @@ enum class Operation : std::uint8_t {
   kSubscribe,        // u32 flags -> u64 subscription
   kUnsubscribe,      // u64 subscription ->
   kClassify,         // u32 n, n connections -> n verdict summaries
+  kClose,            // -> ; by then the session has ended
 };
 
 // Who a session's owner is. A program cannot be LocalSystem under Wine, so it says who it stands

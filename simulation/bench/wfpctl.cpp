@@ -32,6 +32,7 @@ constexpr NamedCommand kCommands[] = {
     {L"set-weight", SetWeight},
     {L"delete-filter", DeleteFilter},
     {L"delete-sublayer", DeleteSublayer},
+    {L"delete-boot-filters", DeleteBootFilters},
     {L"delete-all-of-provider", DeleteAllOfProvider},
 };
 
@@ -40,12 +41,13 @@ constexpr wchar_t kUsage[] =
 
   connect CONNECTION       the verdict on a connection: "PERMIT weight=10 filter=NAME" or "BLOCK ..."
   batch FILE|-             a line for each line CONNECTION of a file, or at once of the input
-  list                     every filter: key, layer, weight, action, flags, conditions, name
+  list                     every filter, boot-time ones too: key, layer, weight, action, flags, conditions, name
   count                    the number of filters
   add-filter FILTER        adds a filter and prints its key
   set-weight KEY N         gives a filter another weight
   delete-filter KEY        deletes a filter
-  delete-sublayer KEY      deletes a sublayer
+  delete-sublayer KEY [--with-filters]   deletes a sublayer, which else must be empty
+  delete-boot-filters      deletes every boot-time filter and prints their number
   delete-all-of-provider KEY   deletes every filter of a provider and prints their number
 
 CONNECTION
@@ -65,7 +67,7 @@ FILTER
   --layer connect-v4|connect-v6|accept-v4|accept-v6|KEY   connect-v4 unless given
   --action permit|block    permit unless given
   --weight N               0 to 15, the ranges; greater ones in full; 15 unless given
-  --name NAME  --key KEY  --provider KEY  --persistent  --clear-action-right
+  --name NAME  --key KEY  --provider KEY  --persistent  --boot-time  --clear-action-right
   --program, --protocol, --remote, --remote-port, --loopback   its conditions
 
 All but connect and batch take --as system|administrator: the account to act for. Without it

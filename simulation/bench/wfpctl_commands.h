@@ -24,6 +24,7 @@ int AddFilter(Arguments& arguments);
 int SetWeight(Arguments& arguments);
 int DeleteFilter(Arguments& arguments);
 int DeleteSublayer(Arguments& arguments);
+int DeleteBootFilters(Arguments& arguments);
 int DeleteAllOfProvider(Arguments& arguments);
 
 // Print a line, in UTF-8, on the output and on the error output.

@@ -50,6 +50,36 @@ Code InTransaction(EngineClient& client, const Change& change) {
   return client.Commit();
 }
 
+// Deletes each filter for which `matches` holds, in the transaction of the caller.
+template <typename Matches>
+Code DeleteFilters(EngineClient& client, const Matches& matches, std::size_t& deleted) {
+  std::vector<Guid> keys;
+  const Code listed = ForEachFilter(client, [&](const Filter& filter) {
+    if (matches(filter)) keys.push_back(filter.key);
+  });
+  if (listed != kSuccess) return listed;
+  for (const Guid& key : keys) {
+    if (const Code refused = client.Delete(TargetKind::kFilter, key)) return refused;
+  }
+  deleted = keys.size();
+  return kSuccess;
+}
+
+// Deletes all of a kind, or none, and prints their number.
+template <typename Matches>
+int DeleteAll(Arguments& arguments, std::wstring_view what, const Matches& matches) {
+  const BenchCaller caller = TakeCaller(arguments);
+  if (!arguments.Finished()) return kExitError;
+  std::unique_ptr<EngineClient> client;
+  if (const Code code = OpenSession(caller, client)) return ReportFailure(what, code);
+  std::size_t deleted = 0;
+  const Code code =
+      InTransaction(*client, [&] { return DeleteFilters(*client, matches, deleted); });
+  if (code != kSuccess) return ReportFailure(what, code);
+  PrintLine(Format(L"%zu", deleted));
+  return kExitDone;
+}
+
 Value WeightOf(std::uint64_t weight) {
   if (weight <= kLastWeightRange) return static_cast<std::uint8_t>(weight);
   return weight;
@@ -73,6 +103,7 @@ void TakeFilterFlags(Arguments& arguments, Filter& filter) {
   if (arguments.Flag(L"--clear-action-right")) {
     filter.flags |= kestrelon::platform::kFilterClearActionRight;
   }
+  if (arguments.Flag(L"--boot-time")) filter.flags |= kestrelon::platform::kFilterBootTime;
 }
 
 Filter TakeNewFilter(Arguments& arguments) {
@@ -96,16 +127,6 @@ Filter TakeNewFilter(Arguments& arguments) {
   TakeFilterFlags(arguments, filter);
   filter.conditions = TakeConditions(arguments);
   return filter;
-}
-
-int DeleteOne(Arguments& arguments, TargetKind kind, std::wstring_view what) {
-  const Guid key = TakeKey(arguments, L"the key");
-  const BenchCaller caller = TakeCaller(arguments);
-  if (!arguments.Finished()) return kExitError;
-  std::unique_ptr<EngineClient> client;
-  if (const Code code = OpenSession(caller, client)) return ReportFailure(what, code);
-  if (const Code code = client->Delete(kind, key)) return ReportFailure(what, code);
-  return kExitDone;
 }
 
 }  // namespace
@@ -169,36 +190,41 @@ int SetWeight(Arguments& arguments) {
 }
 
 int DeleteFilter(Arguments& arguments) {
-  return DeleteOne(arguments, TargetKind::kFilter, L"delete-filter");
+  const Guid key = TakeKey(arguments, L"the key");
+  const BenchCaller caller = TakeCaller(arguments);
+  if (!arguments.Finished()) return kExitError;
+  std::unique_ptr<EngineClient> client;
+  if (const Code code = OpenSession(caller, client)) return ReportFailure(L"delete-filter", code);
+  const Code code = client->Delete(TargetKind::kFilter, key);
+  return code == kSuccess ? kExitDone : ReportFailure(L"delete-filter", code);
 }
 
 int DeleteSublayer(Arguments& arguments) {
-  return DeleteOne(arguments, TargetKind::kSublayer, L"delete-sublayer");
+  const Guid key = TakeKey(arguments, L"the key");
+  const bool with_filters = arguments.Flag(L"--with-filters");
+  const BenchCaller caller = TakeCaller(arguments);
+  if (!arguments.Finished()) return kExitError;
+  std::unique_ptr<EngineClient> client;
+  if (const Code code = OpenSession(caller, client)) return ReportFailure(L"delete-sublayer", code);
+  const Code code = InTransaction(*client, [&]() -> Code {
+    std::size_t deleted = 0;
+    const auto inside = [&](const Filter& filter) { return filter.sublayer == key; };
+    const Code emptied = with_filters ? DeleteFilters(*client, inside, deleted) : kSuccess;
+    return emptied != kSuccess ? emptied : client->Delete(TargetKind::kSublayer, key);
+  });
+  return code == kSuccess ? kExitDone : ReportFailure(L"delete-sublayer", code);
+}
+
+int DeleteBootFilters(Arguments& arguments) {
+  return DeleteAll(arguments, L"delete-boot-filters", [](const Filter& filter) {
+    return (filter.flags & kestrelon::platform::kFilterBootTime) != 0;
+  });
 }
 
 int DeleteAllOfProvider(Arguments& arguments) {
   const Guid provider = TakeKey(arguments, L"the provider's key");
-  const BenchCaller caller = TakeCaller(arguments);
-  if (!arguments.Finished()) return kExitError;
-  std::unique_ptr<EngineClient> client;
-  const std::wstring_view what = L"delete-all-of-provider";
-  if (const Code code = OpenSession(caller, client)) return ReportFailure(what, code);
-  std::size_t deleted = 0;
-  const Code code = InTransaction(*client, [&]() -> Code {
-    std::vector<Guid> keys;
-    const Code listed = ForEachFilter(*client, [&](const Filter& filter) {
-      if (filter.provider == provider) keys.push_back(filter.key);
-    });
-    if (listed != kSuccess) return listed;
-    for (const Guid& key : keys) {
-      if (const Code refused = client->Delete(TargetKind::kFilter, key)) return refused;
-    }
-    deleted = keys.size();
-    return kSuccess;
-  });
-  if (code != kSuccess) return ReportFailure(what, code);
-  PrintLine(Format(L"%zu", deleted));
-  return kExitDone;
+  return DeleteAll(arguments, L"delete-all-of-provider",
+                   [&](const Filter& filter) { return filter.provider == provider; });
 }
 
 }  // namespace simulation

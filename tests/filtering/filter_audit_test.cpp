@@ -84,7 +84,9 @@ TEST_F(FilterAudits, TellsTheFirstDifference) {
     return std::to_wstring(count) + L" filters present, " + std::to_wstring(installed_.size()) +
            L" expected";
   };
-  const auto lighter = [](Filter& f) { f.weight = std::uint8_t{14}; };
+  const auto reweigh = [](Filter& f) {
+    f.weight = static_cast<std::uint8_t>(std::get<std::uint8_t>(f.weight) ^ 1);
+  };
   const Case cases[] = {
       {[&] { Delete(installed_[0].key); }, [&] { return present(installed_.size() - 1); }},
       {[&] { AddForeign(std::nullopt, SubLayerKey); },
@@ -98,19 +100,19 @@ TEST_F(FilterAudits, TellsTheFirstDifference) {
       {[&] {
          Delete(installed_[7].key);
          Delete(installed_[5].key);
-         Change(6, lighter);
+         Change(6, reweigh);
          AddForeign(std::nullopt, SubLayerKey);
          AddForeign(std::nullopt, SubLayerKey);
        },
        [&] { return L"filter " + KeyText(installed_[5]) + L" is missing"; }},
       {[&] {
          Delete(installed_[7].key);
-         Change(6, lighter);
+         Change(6, reweigh);
          AddForeign(std::nullopt, SubLayerKey);
        },
        [&] { return L"filter " + KeyText(installed_[6]) + L" was modified"; }},
       {[&] {
-         Change(installed_.size() - 1, [](Filter& f) { f.conditions.push_back(ProtocolIs(250)); });
+         Change(installed_.size() - 1, [](Filter& f) { f.action ^= 3; });  // permit and block
          Delete(BootFilterKeys[0]);
        },
        [&] { return L"filter " + KeyText(installed_.back()) + L" was modified"; }},

@@ -75,11 +75,10 @@ restored "filter $block is missing"
 
 wfpctl delete-filter "$first_boot_filter"
 restored '7 boot-time filters present, 8 expected'
+wfpctl delete-boot-filters >/dev/null
+restored '0 boot-time filters present, 8 expected'
 
-demolish() {
-  wfpctl delete-all-of-provider "$provider" >/dev/null && wfpctl delete-sublayer "$sublayer"
-}
-in_one_go demolish
+wfpctl delete-sublayer "$sublayer" --with-filters
 restored "0 filters present, $recorded expected"
 
 # Without protection there are no filters, and still the sublayer is to be there: where a new

@@ -71,6 +71,8 @@ void MakeLive(Config config) REQUIRES(ConfigGuard) {
   Core.FallbackKind.clear();
   Core.FallbackCause.clear();
   Core.FallbackFrom.clear();
+  // The loop sleeps by the configuration before, and this one may hold an earlier end of something.
+  Core.WakeEvent.Set();
   const Config& live = Core.CurrentConfig;
   if (live.enabled != was_enabled) {
     LogService(L"Protection turned %s", live.enabled ? L"ON" : L"OFF");

@@ -4,6 +4,7 @@
 #include "config/config_file.h"
 #include "filtering/filter_engine.h"
 #include "platform/codes.h"
+#include "platform/wait.h"
 #include "tests/scenario/world.h"
 
 namespace kestrelon::test {
@@ -54,6 +55,13 @@ TEST_F(ConfigChange, AnAcceptedOneIsInForceSavedBackedUpAndLogged) {
             before);
   EXPECT_TRUE(world.Logged(L"Configuration updated: 1 apps, 0 rules, "));
   EXPECT_FALSE(world.machine().files.Exists(std::wstring(kConfigFile) + L".new"));
+}
+
+// The engine does not tell a session of its own changes.
+TEST_F(ConfigChange, AnAcceptedOneWakesTheLoopThatSleptByTheOther) {
+  Core.WakeEvent.Clear();
+  (void)world.Set(after);
+  EXPECT_EQ(platform::WaitForAny({&Core.WakeEvent}, 0), 0);
 }
 
 TEST_F(ConfigChange, AFullDiskChangesNothingWithoutASingleFilterCall) {

@@ -1,0 +1,185 @@
+// A program overwritten while the service runs, from the notification to the verdict.
+#include <chrono>
+#include <thread>
+
+#include "core/config_change.h"
+#include "core/core_loop.h"
+#include "core/core_state.h"
+#include "tests/scenario/world.h"
+
+namespace kestrelon::test {
+namespace {
+
+constexpr const char* kFirst = "tool, first version";
+
+class FileWatchScenario : public Scenario {
+ protected:
+  // Running, with the directory watched and nothing left to do.
+  void StartAllowing(const std::vector<AppEntry>& apps) {
+    Config config;
+    config.presets_version = 9;
+    config.apps = apps;
+    world.PutConfig(config);
+    ASSERT_TRUE(world.Start());
+    ASSERT_TRUE(world.machine().watches.WaitForOpen(1));
+    LoopPass();
+    (void)Woken();
+  }
+
+  // What the watch threads do about changes so far is done.
+  void Settle() { world.machine().watches.WaitForWatchers(); }
+
+  bool Woken() { return platform::WaitForAny({&Core.WakeEvent}, 0) == 0; }
+
+  bool Passes(const std::wstring& program) {
+    return world.Passes(Out(program, L"203.0.113.5", 443));
+  }
+
+  void Overwrite(const std::wstring& path, const std::string& content) {
+    world.machine().files.Write(path, content);
+  }
+};
+
+TEST_F(FileWatchScenario, AnOverwrittenProgramIsBlockedAtOnceBeforeAnyVerification) {
+  StartAllowing({Allowed(kTool), Allowed(kOther)});
+  world.machine().faults.FailAlways("Sha256::Begin", platform::kAccessDenied);
+  Overwrite(kTool, "replaced behind the rule");
+  Settle();
+  EXPECT_FALSE(Passes(kTool));
+  EXPECT_FALSE(world.Passes(Loopback(In(kTool, L"::1", 80))));
+  EXPECT_TRUE(Passes(kOther));
+  EXPECT_FALSE(world.machine().faults.fired()) << "something was verified";
+  EXPECT_EQ(Core.ChangedFilesBlocked, 1U);
+  EXPECT_TRUE(
+      world.Logged(L"File changed: C:\\Tools\\tool.exe - blocked until it is verified again"));
+  EXPECT_TRUE(Woken());
+}
+
+TEST_F(FileWatchScenario, TheNextPassHoldsTheProgramBackOrPermitsItAgain) {
+  StartAllowing({Allowed(kTool)});
+  const struct {
+    const char* content;
+    bool passes;
+  } cases[] = {{"replaced behind the rule", false},
+               {"replaced once more", false},
+               {kFirst, true},
+               {kFirst, true}};
+  std::uint32_t blocked = 0;
+  for (const auto& c : cases) {
+    const std::uint32_t applies = Core.ApplyCount;
+    const bool permitted = Passes(kTool);
+    Overwrite(kTool, c.content);
+    Settle();
+    EXPECT_FALSE(Passes(kTool)) << c.content;
+    blocked += permitted ? 1U : 0U;  // held back already, it is no pinned file
+    EXPECT_EQ(Core.ChangedFilesBlocked, blocked);
+    EXPECT_TRUE(Woken());
+    LoopPass();
+    EXPECT_EQ(Passes(kTool), c.passes) << c.content;
+    EXPECT_FALSE(Core.ChangedFilePending);
+    LoopPass();
+    EXPECT_LE(Core.ApplyCount, applies + 1) << "the block does not read as tampering";
+  }
+  EXPECT_TRUE(world.Logged(L"Warning: Kept blocked: C:\\Tools\\tool.exe has changed"));
+  EXPECT_EQ(Core.TamperRestores, 0U);
+}
+
+// A signed program is verified first: updates of the same signer must not be cut off.
+TEST_F(FileWatchScenario, ASignedProgramIsLeftToTheNextPassWhichIsWoken) {
+  StartAllowing({Allowed(kBrowser)});
+  Overwrite(kBrowser, "browser, first version, patched");
+  Settle();
+  EXPECT_TRUE(Passes(kBrowser));
+  EXPECT_EQ(Core.ChangedFilesBlocked, 0U);
+  EXPECT_FALSE(Core.ChangedFilePending);
+  EXPECT_TRUE(Woken());
+  LoopPass();
+  EXPECT_FALSE(Passes(kBrowser));
+}
+
+TEST_F(FileWatchScenario, OnTheLoopsOwnThreadAChangeIsServedWithinMoments) {
+  StartAllowing({Allowed(kTool)});
+  world.RunLoop();
+  Overwrite(kTool, "replaced behind the rule");
+  // Well before a pass would come by itself.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  const wchar_t* const held_back = L"Warning: Kept blocked: C:\\Tools\\tool.exe has changed";
+  while (!world.Logged(held_back) && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(world.Logged(held_back));
+  EXPECT_FALSE(Passes(kTool));
+}
+
+TEST_F(FileWatchScenario, ADirectoryThatWentAndCameBackIsWatchedAgain) {
+  StartAllowing({Allowed(kTool)});
+  world.machine().files.Remove(L"C:\\Tools");
+  Settle();
+  EXPECT_TRUE(Core.WatchRebuildPending);
+  EXPECT_EQ(world.machine().watches.open_watches(), 0U);
+  world.Program(kTool, kFirst);
+  LoopPass();
+  ASSERT_TRUE(world.machine().watches.WaitForOpen(1));
+  EXPECT_TRUE(Passes(kTool));
+  Overwrite(kTool, "replaced behind the rule");
+  Settle();
+  EXPECT_FALSE(Passes(kTool));
+}
+
+TEST_F(FileWatchScenario, WithProtectionOffAndAfterAStopNothingIsWatched) {
+  StartAllowing({Allowed(kTool)});
+  Config config = world.ConfigOnDisk();
+  config.enabled = false;
+  (void)world.Set(config);
+  EXPECT_EQ(world.machine().watches.open_watches(), 0U);
+  config.enabled = true;
+  (void)world.Set(config);
+  ASSERT_TRUE(world.machine().watches.WaitForOpen(1));
+  world.Stop();
+  EXPECT_EQ(world.machine().watches.open_watches(), 0U);
+}
+
+// Between the look at a file and the swap of filters its permission is as old as the look. A block
+// that is installed in between goes with the filters that the swap replaces.
+class ReplacedWhileApplied : public FileWatchScenario,
+                             public testing::WithParamInterface<const char*> {
+ protected:
+  void OverwriteBeforeNextCall() {
+    world.machine().faults.RunBefore(GetParam(), [&] {
+      Overwrite(kTool, "replaced meanwhile");
+      // Nobody holds the engine yet, so the block is in place when the swap comes.
+      if (GetParam() == std::string("ListAdapters")) Settle();
+    });
+  }
+};
+
+TEST_P(ReplacedWhileApplied, AProgramIsHeldBackByTheNextPassWhichIsWoken) {
+  StartAllowing({Allowed(kTool)});
+  OverwriteBeforeNextCall();
+  Config config = world.ConfigOnDisk();
+  config.notify_system = !config.notify_system;
+  EXPECT_TRUE(world.Set(config)["ok"].boolean());
+  Settle();
+  EXPECT_TRUE(Woken());
+  LoopPass();
+  EXPECT_FALSE(Passes(kTool));
+}
+
+// While no directory is watched yet, the first pass finds it all the same.
+TEST_P(ReplacedWhileApplied, AtTheStartTheFirstPassFindsIt) {
+  Config config;
+  config.presets_version = 9;
+  config.apps = {Allowed(kTool)};
+  config.apps[0].sha256 = {HashText(kFirst)};
+  world.PutConfig(config);
+  OverwriteBeforeNextCall();
+  ASSERT_TRUE(world.Start());
+  LoopPass();
+  EXPECT_FALSE(Passes(kTool));
+}
+
+INSTANTIATE_TEST_SUITE_P(BetweenLookAndSwap, ReplacedWhileApplied,
+                         testing::Values("ListAdapters", "BeginTransaction", "CommitTransaction"));
+
+}  // namespace
+}  // namespace kestrelon::test

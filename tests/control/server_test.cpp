@@ -64,6 +64,7 @@ TEST_F(PipeServer, DoesNotShareANameThatAnotherProcessHasTaken) {
 TEST_F(PipeServer, AFailureToAwaitAClientDoesNotEndTheAccepting) {
   machine.faults.FailOnce("AwaitPipeClient", kFault);
   StartControlPipe();
+  EXPECT_TRUE(Eventually([this] { return machine.pipes.waiting() == 1; }));
   EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: "));
 }
 

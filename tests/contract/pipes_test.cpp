@@ -27,8 +27,8 @@ constexpr Code kPipeClosing = 232;
 constexpr Code kPipeNotConnected = 233;
 constexpr Code kOperationAborted = 995;
 
-constexpr std::uint32_t kChunk = 0x4000;
-constexpr std::uint32_t kBuffer = 0x10000;
+constexpr std::size_t kChunk = 0x4000;
+constexpr std::size_t kBuffer = 0x10000;
 
 std::wstring FreshName() {
   static int names = 0;
@@ -73,10 +73,10 @@ Code Write(const Pipe& pipe, const std::string& message) {
 }
 
 // One read of at most `size` bytes.
-Code Read(const Pipe& pipe, std::string& bytes, std::uint32_t size = kChunk) {
+Code Read(const Pipe& pipe, std::string& bytes, std::size_t size = kChunk) {
   std::string buffer(size, '?');
   std::uint32_t read = 0;
-  const Code code = ReadPipe(pipe, buffer.data(), size, read);
+  const Code code = ReadPipe(pipe, buffer.data(), static_cast<std::uint32_t>(size), read);
   bytes = buffer.substr(0, read);
   return code;
 }
@@ -198,22 +198,26 @@ TEST(MakePipe, RefusesWhatDoesNotFitTogether) {
   EXPECT_FALSE(pipe.is_open());
 }
 
-TEST(OpenPipe, FindsAFreeInstanceByItsNameInAnyCase) {
+TEST(OpenPipe, NeedsAFreeInstance) {
   const std::wstring name = FreshName();
   Pipe server;
   Pipe client;
   EXPECT_EQ(OpenPipe(name, true, client), kFileNotFound);
   ASSERT_EQ(Make(SettingsOf(name), server), kSuccess);
-  std::wstring other_case = name;
-  for (wchar_t& letter : other_case) {
-    if (letter >= L'a' && letter <= L'z') letter = static_cast<wchar_t>(letter - L'a' + L'A');
-  }
-  ASSERT_EQ(OpenPipe(other_case, true, client), kSuccess);
+  ASSERT_EQ(OpenPipe(name, true, client), kSuccess);
   Pipe second;
   EXPECT_EQ(OpenPipe(name, true, second), kPipeBusy);
   EXPECT_FALSE(second.is_open());
   client.Close();
   EXPECT_EQ(OpenPipe(name, true, second), kPipeBusy) << "the server has not let go of the first";
+}
+
+TEST(OpenPipe, PaysNoRegardToLetterCase) {
+  const std::wstring number = std::to_wstring(TickMilliseconds());
+  Pipe server;
+  Pipe client;
+  ASSERT_EQ(Make(SettingsOf(L"\\\\.\\pipe\\Case " + number), server), kSuccess);
+  EXPECT_EQ(OpenPipe(L"\\\\.\\PIPE\\cASE " + number, true, client), kSuccess);
 }
 
 TEST(OpenPipe, FindsNothingOnceTheServerHasClosedItsEnds) {
@@ -260,7 +264,7 @@ TEST(Messages, ComeInPiecesToAReaderWithLessRoom) {
       std::string piece;
       const std::size_t left = size - whole.size();
       ASSERT_EQ(Read(ends.server, piece), left > kChunk ? kMoreData : kSuccess) << size;
-      ASSERT_EQ(piece.size(), std::min<std::size_t>(left, kChunk)) << size;
+      ASSERT_EQ(piece.size(), std::min(left, kChunk)) << size;
       whole += piece;
     }
     EXPECT_EQ(whole, message);

@@ -104,6 +104,20 @@ TEST(PipeCalls, OnOneHandleTakeTurns) {
   EXPECT_EQ(TheMachine().pipes.open_handles(), 1u);
 }
 
+TEST(PipeCalls, ACancelledWriteTakesBackWhatWasNotRead) {
+  Pipe server;
+  Pipe client;
+  ASSERT_EQ(Make(server), kSuccess);
+  ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
+  std::thread writer([&] { EXPECT_EQ(Write(server, "too much"), 995u); });
+  WaitForWaiting(1);
+  EXPECT_EQ(ReadByte(client), kMoreData);
+  EXPECT_EQ(CancelPipe(server.handle()), kSuccess);
+  writer.join();
+  EXPECT_EQ(Write(server, "x"), kSuccess);
+  EXPECT_EQ(ReadByte(client), kSuccess);
+}
+
 TEST(PipeCalls, EndWithThePowerAndWithARestart) {
   for (const bool power_goes : {true, false}) {
     Pipe servers[4];

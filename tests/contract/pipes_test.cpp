@@ -255,8 +255,8 @@ TEST(Messages, KeepTheirBoundsInBothDirections) {
 
 TEST(Messages, ComeInPiecesToAReaderWithLessRoom) {
   const Ends ends;
-  for (const std::uint32_t size : {kChunk - 1, kChunk, kChunk + 1, 2 * kChunk, 2 * kChunk + 1,
-                                   kBuffer, kBuffer + 1, 3 * kBuffer + 5}) {
+  for (const std::size_t size : {kChunk - 1, kChunk, kChunk + 1, 2 * kChunk, 2 * kChunk + 1,
+                                 kBuffer, kBuffer + 1, 3 * kBuffer + 5}) {
     const std::string message = Pattern(size);
     BackgroundCall write([&] { return Write(ends.client, message); });
     std::string whole;

@@ -111,7 +111,7 @@ TEST(PipeCalls, ACancelledWriteTakesBackWhatWasNotRead) {
   ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
   std::thread writer([&] { EXPECT_EQ(Write(server, "too much"), 995u); });
   WaitForWaiting(1);
-  EXPECT_EQ(ReadByte(client), kMoreData);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(ReadByte(client), kMoreData);
   EXPECT_EQ(CancelPipe(server.handle()), kSuccess);
   writer.join();
   EXPECT_EQ(Write(server, "x"), kSuccess);

@@ -18,7 +18,7 @@ Json RequestFromFrame(const std::string& frame, Json& refusal) {
   std::string error;  // stays empty for a value that is only no object
   if (Json::Parse(frame, request, &error) && request.IsObject()) return request;
   refusal = ErrorReply(L"invalid request: " + WideFromUtf8(error));
-  return Json();
+  return {};
 }
 
 // Reads and answers one request. False when the connection is to end.

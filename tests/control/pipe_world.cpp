@@ -37,8 +37,8 @@ PipeClient::PipeClient() {
       [this] { return platform::OpenPipe(kControlPipeName, true, pipe_) == platform::kSuccess; }));
 }
 
-bool PipeClient::Send(const std::string& text) {
-  return WriteFrame(pipe_, text);
+void PipeClient::Send(const std::string& text) {
+  EXPECT_TRUE(WriteFrame(pipe_, text));
 }
 
 std::string PipeClient::Receive() {
@@ -47,12 +47,12 @@ std::string PipeClient::Receive() {
 }
 
 std::string PipeClient::Ask(const std::string& request) {
-  return Send(request) ? Receive() : kEnded;
+  return WriteFrame(pipe_, request) ? Receive() : kEnded;
 }
 
 void PipeClient::Subscribe() {
   const std::size_t before = SubscriberCount();
-  EXPECT_TRUE(Send(R"({"cmd":"subscribe"})"));
+  Send(R"({"cmd":"subscribe"})");
   EXPECT_TRUE(Eventually([before] { return SubscriberCount() == before + 1; }));
 }
 

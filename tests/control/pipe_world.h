@@ -19,10 +19,11 @@ class PipeClient {
  public:
   PipeClient();
 
-  bool Send(const std::string& text);
+  // Writes one message; fails the test when it can't.
+  void Send(const std::string& text);
   // The next message; "(ended)" when the connection has.
   std::string Receive();
-  // Sends a request and waits for the reply, as above.
+  // Writes a request and waits for the reply, as above; both may fail.
   std::string Ask(const std::string& request);
   // Subscribes and waits until the service has it among its subscribers.
   void Subscribe();

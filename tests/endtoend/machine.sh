@@ -31,7 +31,9 @@ fail() {
 }
 
 close_machine() {
-  [ -z "$service_pid" ] || kill -INT "$service_pid" 2>/dev/null || true
+  local job
+  # Also what a failed expectation left: one who works on, or one who was told to stand still.
+  for job in $(jobs -p); do kill -KILL "$job" 2>/dev/null || true; done
   stop_machine
   rm -rf "$machine_dir"
 }

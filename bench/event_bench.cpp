@@ -5,12 +5,11 @@
 // queues of the same bound, without guard, wake-up or reader. The publisher waits for the readers
 // before any of them could have a thousand texts outstanding: none may then be lost. All times are
 // the processor's: what else the machine does is not this code's.
-#include <ctime>
-
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <deque>
 #include <string>
 #include <thread>

@@ -23,6 +23,7 @@ bool ReplaceFilters(FilterEngine& engine, const std::vector<Guid>& installed, co
     REQUIRES(engine.EngineGuard) {
   FilterTransaction transaction(engine.handle);
   if (!transaction.Begin(error) || !transaction.DeleteFilters(installed, error)) return false;
+  if (!RestoreSublayerWeight(engine, error)) return false;
   engine.added_keys.clear();
   engine.added_keys.reserve(installed.size());  // most applications change little
   tags.reserve(installed.size());

@@ -154,6 +154,20 @@ bool EnsureProviderAndSublayer(FilterEngine& engine, std::wstring& error) {
   return EnsureProvider(engine.handle, error) && EnsureSublayer(engine.handle, error);
 }
 
+bool RestoreSublayerWeight(FilterEngine& engine, std::wstring& error) {
+  platform::Sublayer sublayer;
+  if (platform::GetSublayer(engine.handle, SubLayerKey, sublayer) != platform::kSuccess ||
+      sublayer.weight == kSublayerWeight) {
+    return true;
+  }
+  for (const Guid& key : BootFilterKeys) (void)platform::DeleteFilter(engine.handle, key);
+  if (platform::DeleteSublayer(engine.handle, SubLayerKey) != platform::kSuccess) return true;
+  const platform::Code code = platform::AddSublayer(engine.handle, OwnSublayer(), LockDescriptor());
+  if (code == platform::kSuccess) return true;
+  error = L"FwpmSubLayerAdd0: " + ErrorText(code);
+  return false;
+}
+
 void UnlockForRemoval(FilterEngine& engine, const std::vector<Guid>& keys,
                       bool with_provider_and_sublayer) {
   if (IsLocalSystem()) return;

@@ -72,6 +72,13 @@ void CloseEngine(FilterEngine& engine) EXCLUDES(engine.EngineGuard);
 [[nodiscard]] bool EnsureProviderAndSublayer(FilterEngine& engine, std::wstring& error)
     REQUIRES(engine.EngineGuard);
 
+// Makes a sublayer that somebody gave another weight anew: below others its permits and blocks
+// could be overruled. Inside a transaction that has deleted the regular filters; takes the
+// boot-time ones along, which every application installs again. A sublayer that can't be deleted
+// stays as it is; false only when it then could not be added.
+[[nodiscard]] bool RestoreSublayerWeight(FilterEngine& engine, std::wstring& error)
+    REQUIRES(engine.EngineGuard);
+
 // Reopens filters, and with the flag sublayer and provider, to the administrator who removes them;
 // as LocalSystem there is no need. Not inside a transaction. Results are not checked: a deletion
 // that then fails reports the error.

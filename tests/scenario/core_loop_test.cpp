@@ -161,6 +161,7 @@ TEST_F(CoreLoopTest, EachKindOfTamperingIsFoundToldAndUndone) {
        },
        L" was modified"},
       {[](World& target) { Intruder().DeleteEverything(target); }, L"0 filters present, "},
+      {[](World& target) { Intruder().Demote(target); }, L"0 filters present, "},
       {[](World&) { Intruder().Delete(BootFilterKeys[0]); },
        L"7 boot-time filters present, 8 expected"},
   };

@@ -49,4 +49,15 @@ void Intruder::DeleteEverything(World& world) {
   EXPECT_EQ(platform::DeleteSublayer(session_, SubLayerKey), platform::kSuccess);
 }
 
+void Intruder::Demote(World& world) {
+  DeleteEverything(world);
+  platform::Sublayer sublayer;
+  sublayer.key = SubLayerKey;
+  sublayer.name = L"Kestrelon";
+  sublayer.flags = platform::kSublayerPersistent;
+  sublayer.provider = ProviderKey;
+  sublayer.weight = 1;
+  EXPECT_EQ(platform::AddSublayer(session_, sublayer, {}), platform::kSuccess);
+}
+
 }  // namespace kestrelon::test

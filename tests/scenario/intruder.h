@@ -21,6 +21,8 @@ class Intruder {
   void Delete(const Guid& key);
   void Add(const platform::Filter& filter);
   void DeleteEverything(World& world);
+  // Makes the sublayer anew, below others.
+  void Demote(World& world);
 
  private:
   platform::EngineHandle session_ = 0;

@@ -55,8 +55,10 @@ Code DisconnectPipeClient(const Pipe& pipe) {
 }
 
 Code OpenPipe(const std::wstring& name, bool read_messages, Pipe& pipe) {
+  // Whoever holds the pipe may learn who came, but not act in his name.
   PipeHandle handle(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                OPEN_EXISTING, 0, nullptr));
+                                OPEN_EXISTING, SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION,
+                                nullptr));
   if (!handle) return GetLastError();
   DWORD mode = PIPE_READMODE_MESSAGE;
   if (read_messages && !SetNamedPipeHandleState(handle.get(), &mode, nullptr, nullptr)) {

@@ -3,6 +3,7 @@
 #include "filtering/boot_filters.h"
 
 #include <algorithm>
+#include <tuple>
 
 #include "base/text.h"
 #include "filtering/filter_keys.h"
@@ -37,19 +38,15 @@ class BootFilters : public FilterWorld {
 };
 
 TEST_F(BootFilters, DecideAloneUntilTheEngineHasStarted) {
-  struct Case {
-    bool allow_loopback;
-    bool first_form_refused;
-  };
-  for (const Case& c :
-       {Case{false, false}, Case{true, false}, Case{false, true}, Case{true, true}}) {
-    SCOPED_TRACE(testing::Message() << c.allow_loopback << c.first_form_refused);
-    if (c.first_form_refused) machine_.faults.FailOnce("AddFilter", platform::kAccessDenied);
-    ASSERT_TRUE(InstallBoot(true, c.allow_loopback)) << Utf8FromWide(error_);
-    EXPECT_EQ(Expected(), c.allow_loopback ? 8 : 4);
+  for (const int form : {0, 1, 2, 3}) {
+    SCOPED_TRACE(form);
+    const bool allow_loopback = form % 2 == 1;
+    const bool first_form_refused = form >= 2;
+    if (first_form_refused) machine_.faults.FailOnce("AddFilter", platform::kAccessDenied);
+    ASSERT_TRUE(InstallBoot(true, allow_loopback)) << Utf8FromWide(error_);
     for (const platform::Filter& filter : Present()) {
-      EXPECT_EQ(filter.provider.has_value(), !c.first_form_refused);
-      const bool firm = filter.action == platform::kActionBlock && !c.first_form_refused;
+      EXPECT_EQ(filter.provider.has_value(), !first_form_refused);
+      const bool firm = filter.action == platform::kActionBlock && !first_form_refused;
       EXPECT_EQ(filter.flags, firm ? 10u : 2u);
       EXPECT_EQ(filter.description, L"Kestrelon firewall");
     }
@@ -59,7 +56,7 @@ TEST_F(BootFilters, DecideAloneUntilTheEngineHasStarted) {
       EXPECT_EQ(DecidedBy(connection), L"Kestrelon - Boot-time block");
       EXPECT_FALSE(Passes(connection));
       connection.flags = platform::kConditionFlagLoopback;
-      EXPECT_EQ(Passes(connection), c.allow_loopback);
+      EXPECT_EQ(Passes(connection), allow_loopback);
     }
     machine_.engine.Start();
     EXPECT_TRUE(Passes(AppConnection())) << "the boot-time filters have had their time";
@@ -69,19 +66,15 @@ TEST_F(BootFilters, DecideAloneUntilTheEngineHasStarted) {
 }
 
 TEST_F(BootFilters, EachRunReplacesTheSetWithKeysInTheOrderOfAdding) {
-  struct Case {
-    bool wanted;
-    bool allow_loopback;
-    std::size_t count;
-  };
   EXPECT_EQ(Expected(), -1);
-  for (const Case& c : {Case{true, true, 8}, Case{true, false, 4}, Case{true, true, 8},
-                        Case{false, true, 0}, Case{false, false, 0}}) {
-    ASSERT_TRUE(InstallBoot(c.wanted, c.allow_loopback)) << Utf8FromWide(error_);
+  const std::tuple<bool, bool, std::size_t> cases[] = {
+      {true, true, 8}, {true, false, 4}, {true, true, 8}, {false, true, 0}};
+  for (const auto& [wanted, allow_loopback, count] : cases) {
+    ASSERT_TRUE(InstallBoot(wanted, allow_loopback)) << Utf8FromWide(error_);
     const std::vector<platform::Filter> present = Present();
-    ASSERT_EQ(present.size(), c.count);
-    EXPECT_EQ(Expected(), static_cast<int>(c.count));
-    for (std::size_t i = 0; i < c.count; ++i) {
+    ASSERT_EQ(present.size(), count);
+    EXPECT_EQ(Expected(), static_cast<int>(count));
+    for (std::size_t i = 0; i < count; ++i) {
       EXPECT_EQ(present[i].key, BootFilterKeys[i]);
       EXPECT_EQ(present[i].layer, kFilterLayers[i % 4].key);
       EXPECT_EQ(present[i].name,
@@ -91,12 +84,7 @@ TEST_F(BootFilters, EachRunReplacesTheSetWithKeysInTheOrderOfAdding) {
 }
 
 TEST_F(BootFilters, ARefusalIsToldAndWhatIsThereIsExpected) {
-  struct Case {
-    const char* call;
-    bool wanted;
-    std::wstring sentence;
-  };
-  const Case cases[] = {
+  const std::tuple<const char*, bool, const wchar_t*> cases[] = {
       {"BeginTransaction", true, L"FwpmTransactionBegin0: "},
       {"DeleteFilter", true, L"FwpmFilterDeleteByKey0 (boot): "},
       {"DeleteFilter", false, L"FwpmFilterDeleteByKey0 (boot): "},
@@ -105,11 +93,11 @@ TEST_F(BootFilters, ARefusalIsToldAndWhatIsThereIsExpected) {
       {"CommitTransaction", false, L"FwpmTransactionCommit0 (boot): "},
   };
   ASSERT_TRUE(InstallBoot(true, false));
-  for (const Case& c : cases) {
-    machine_.faults.FailAlways(c.call, platform::kAccessDenied);
-    EXPECT_FALSE(InstallBoot(c.wanted, true)) << c.call;
+  for (const auto& [call, wanted, sentence] : cases) {
+    machine_.faults.FailAlways(call, platform::kAccessDenied);
+    EXPECT_FALSE(InstallBoot(wanted, true)) << call;
     machine_.faults.Clear();
-    EXPECT_EQ(error_, c.sentence + kRefusal);
+    EXPECT_EQ(error_, std::wstring(sentence) + kRefusal);
     EXPECT_EQ(Present().size(), 4u);
     EXPECT_EQ(Expected(), 4);
     EXPECT_FALSE(machine_.engine.transaction_open());
@@ -146,18 +134,12 @@ class BootFilterRetries : public BootFilters {
     RetryBootFilters();
   }
 
-  void ExpectRetry(std::uint64_t step) const {
-    GuardLock lock(ConfigGuard);
-    EXPECT_FALSE(Core.BootInstalled);
-    EXPECT_EQ(Core.BootRetryStep, step);
-    EXPECT_EQ(Core.BootRetryAt, machine_.clock.Tick() + step);
-  }
-
-  void ExpectSettled(bool installed) const {
+  // Without a step no further try is planned.
+  void ExpectState(bool installed, std::uint64_t step) const {
     GuardLock lock(ConfigGuard);
     EXPECT_EQ(Core.BootInstalled, installed);
-    EXPECT_EQ(Core.BootRetryStep, 0u);
-    EXPECT_EQ(Core.BootRetryAt, 0u);
+    EXPECT_EQ(Core.BootRetryStep, step);
+    EXPECT_EQ(Core.BootRetryAt, step == 0 ? 0 : machine_.clock.Tick() + step);
   }
 
   void Refuse() { machine_.faults.FailAlways("CommitTransaction", platform::kAccessDenied); }
@@ -172,17 +154,17 @@ TEST_F(BootFilterRetries, StepsDoubleFromOneMinuteToThirty) {
   Refuse();
   for (const std::uint64_t step : kSteps) {
     ApplyBoot(not_installed_);
-    ExpectRetry(step);
+    ExpectState(false, step);
   }
   machine_.faults.Clear();
   ApplyBoot(L"");
-  ExpectSettled(true);
+  ExpectState(true, 0);
 
   // The loop goes on from the step that the application left.
   Refuse();
   ApplyBoot(not_installed_);
   for (const std::uint64_t step : kSteps) {
-    ExpectRetry(step);
+    ExpectState(false, step);
     machine_.clock.Advance(step - 1);
     Retry();  // not yet
     machine_.clock.Advance(1);
@@ -197,7 +179,7 @@ TEST_F(BootFilterRetries, StepsDoubleFromOneMinuteToThirty) {
   machine_.faults.Clear();
   machine_.clock.Advance(1800000);
   Retry();
-  ExpectSettled(true);
+  ExpectState(true, 0);
   EXPECT_EQ(Present().size(), 8u);
   machine_.clock.Advance(1800000);
   Retry();
@@ -221,10 +203,10 @@ TEST_F(BootFilterRetries, NothingIsTriedAgainThatIsNotWantedAnyMore) {
 
   config_.enabled = false;
   ApplyBoot(L"Boot-time filter could not be removed: " + refused_);
-  ExpectSettled(false);
+  ExpectState(false, 0);
   machine_.faults.Clear();
   ApplyBoot(L"");
-  ExpectSettled(false);
+  ExpectState(false, 0);
 }
 
 }  // namespace

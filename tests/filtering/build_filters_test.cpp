@@ -36,24 +36,15 @@ Built Build(const std::vector<RuleEntry>& rules, const std::vector<PlanEntry>& e
 class BuiltFilters : public FilterWorld {};
 
 TEST_F(BuiltFilters, EachIsPersistentIndexedAndOurs) {
-  Config config;
-  config.rules = {Rule(true), Rule(false)};
-  std::vector<std::wstring> warnings;
-  std::size_t count = 0;
-  ASSERT_TRUE(BuildFilters(config, {AllowedApp(), HeldApp()}, warnings,
-                           [&count](platform::Filter& filter, FilterTag&) {
-                             const bool allow = filter.action == platform::kActionPermit;
-                             EXPECT_EQ(filter.flags, allow ? 65u : 73u);
-                             EXPECT_EQ(filter.provider, ProviderKey);
-                             EXPECT_EQ(filter.sublayer, SubLayerKey);
-                             EXPECT_EQ(filter.description, L"Kestrelon firewall");
-                             EXPECT_TRUE(filter.name.starts_with(L"Kestrelon - "));
-                             EXPECT_TRUE(std::holds_alternative<std::uint8_t>(filter.weight));
-                             ++count;
-                             return true;
-                           }));
-  // Block all, the services of the machine, loopback, two rules, the application, the held file.
-  EXPECT_EQ(count, 4 + 2 * HostedServices().size() + 4 + 8 + 2 + 4);
+  const Built built = Build({Rule(true), Rule(false)}, {AllowedApp(), HeldApp()});
+  EXPECT_EQ(built.filters.size(), 8u + 2u + 4u);  // two rules, the application, the held file
+  for (const platform::Filter& filter : built.filters) {
+    EXPECT_EQ(filter.flags, filter.action == platform::kActionPermit ? 65u : 73u);
+    EXPECT_EQ(filter.provider, ProviderKey);
+    EXPECT_EQ(filter.sublayer, SubLayerKey);
+    EXPECT_EQ(filter.description, L"Kestrelon firewall");
+    EXPECT_TRUE(std::holds_alternative<std::uint8_t>(filter.weight));
+  }
 }
 
 TEST_F(BuiltFilters, ConditionsOfOneFieldStandTogetherInTheirOrder) {
@@ -97,25 +88,20 @@ TEST_F(BuiltFilters, ATagIsTheLabelOrThePath) {
 }
 
 TEST_F(BuiltFilters, WhatMakesNoSenseCostsItselfAndAWarning) {
-  const auto rule_with = [](void (*spoil)(RuleEntry&)) {
-    RuleEntry rule = Rule(true);
-    spoil(rule);
-    return rule;
-  };
-  PlanEntry no_drive = AllowedApp();
-  no_drive.path = L"Q:\\x.exe";
-  PlanEntry package = AllowedApp();
-  package.package_sid = L"x";
-  package.label = L"app package P";
-  PlanEntry service = AllowedApp();
-  service.service_sid = L"x";
-  service.label = L"service S";
-  const Built built =
-      Build({rule_with([](RuleEntry& r) { r.remote = L"1.2.3.4/33", r.remote_ports = L"x"; }),
-             rule_with([](RuleEntry& r) { r.remote_ports = L"90-80"; }),
-             rule_with([](RuleEntry& r) { r.local_ports = L"web"; }),
-             rule_with([](RuleEntry& r) { r.app = L"Q:\\x.exe"; }), Rule(false)},
-            {no_drive, package, service, BlockedApp()});
+  std::vector<RuleEntry> rules(5, Rule(true));
+  rules[0].remote = L"1.2.3.4/33";
+  rules[0].remote_ports = L"x";
+  rules[1].remote_ports = L"90-80";
+  rules[2].local_ports = L"web";
+  rules[3].app = L"Q:\\x.exe";
+  rules[4].allow = false;
+  std::vector<PlanEntry> entries(3, AllowedApp());
+  entries[0].path = L"Q:\\x.exe";
+  entries[1].package_sid = entries[2].service_sid = L"x";
+  entries[1].label = L"app package P";
+  entries[2].label = L"service S";
+  entries.push_back(BlockedApp());
+  const Built built = Build(rules, entries);
   EXPECT_EQ(built.filters.size(), 8u);  // the block rule and the blocked application
   EXPECT_EQ(built.warnings, (std::vector<std::wstring>{
                                 L"Rule 'allow' skipped: invalid network (CIDR): 1.2.3.4/33",
@@ -127,28 +113,8 @@ TEST_F(BuiltFilters, WhatMakesNoSenseCostsItselfAndAWarning) {
                                 L"Service rule skipped (invalid service SID): service S"}));
 }
 
-TEST_F(BuiltFilters, ARefusalOfTheSinkEndsTheBuilding) {
-  Config config;
-  config.rules = {Rule(true)};
-  std::vector<std::wstring> warnings;
-  // Every place at which a refusal can meet it, until none does.
-  for (int refused_at = 1;; ++refused_at) {
-    int calls = 0;
-    if (BuildFilters(config, {AllowedApp()}, warnings,
-                     [&](platform::Filter&, FilterTag&) { return ++calls != refused_at; })) {
-      EXPECT_EQ(calls, refused_at - 1);
-      break;
-    }
-    EXPECT_EQ(calls, refused_at);
-  }
-}
-
 TEST_F(BuiltFilters, AppIdsAreLowerCaseDevicePaths) {
-  struct Case {
-    const wchar_t* path;
-    const wchar_t* id;  // null: there is none
-  };
-  const Case cases[] = {
+  const std::pair<const wchar_t*, const wchar_t*> cases[] = {
       {L"C:\\App\\App.EXE", L"\\device\\harddiskvolume3\\app\\app.exe"},
       {L"%SystemDrive%\\App\\app.exe", L"\\device\\harddiskvolume3\\app\\app.exe"},
       {L"C:\\App\\Missing.exe", L"\\device\\harddiskvolume3\\app\\missing.exe"},
@@ -159,16 +125,13 @@ TEST_F(BuiltFilters, AppIdsAreLowerCaseDevicePaths) {
       {L"Q:\\x.exe", nullptr},
       {L"", nullptr},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(Utf8FromWide(c.path));
+  for (const auto& [path, expected] : cases) {
+    SCOPED_TRACE(Utf8FromWide(path));
     const platform::Bytes untouched = {7};
     platform::Bytes id = untouched;
-    EXPECT_EQ(AppIdFor(c.path, id), c.id != nullptr);
-    EXPECT_EQ(id, c.id != nullptr ? Utf16BytesWithNull(c.id) : untouched);
+    EXPECT_EQ(AppIdFor(path, id), expected != nullptr);
+    EXPECT_EQ(id, expected != nullptr ? Utf16BytesWithNull(expected) : untouched);
   }
-  platform::Bytes kernel;
-  ASSERT_TRUE(AppIdFor(L"System", kernel));
-  EXPECT_EQ(kernel.size(), 14u);
 }
 
 TEST_F(BuiltFilters, HostedServicesAreKeptForTenMinutes) {
@@ -178,12 +141,13 @@ TEST_F(BuiltFilters, HostedServicesAreKeptForTenMinutes) {
     return found;
   };
   const std::wstring svchost = L"%SystemRoot%\\System32\\SVCHOST.EXE -k netsvcs";
-  machine_.services.Add(
-      {.name = L"Shared", .display_name = {}, .binary_path = svchost, .sid_type = 1});
-  machine_.services.Add(
-      {.name = L"NoSid", .display_name = {}, .binary_path = svchost, .sid_type = 0});
-  machine_.services.Add(
-      {.name = L"Own", .display_name = {}, .binary_path = L"C:\\own.exe", .sid_type = 1});
+  const auto add = [this](const wchar_t* name, const std::wstring& path, std::uint32_t sid_type) {
+    machine_.services.Add(
+        {.name = name, .display_name = {}, .binary_path = path, .sid_type = sid_type});
+  };
+  add(L"Shared", svchost, 1);
+  add(L"NoSid", svchost, 0);
+  add(L"Own", L"C:\\own.exe", 1);
   const std::set<std::wstring> first = names();
   EXPECT_TRUE(first.contains(L"Shared"));
   EXPECT_FALSE(first.contains(L"NoSid"));

@@ -33,21 +33,6 @@ class ChangedFiles : public FilterWorld {
   std::size_t installed_ = 0;
 };
 
-TEST_F(ChangedFiles, AChangedFileIsBlockedAtOnceEvenOnLoopback) {
-  ASSERT_TRUE(Passes(AppConnection()));
-  machine_.files.Write(kApp, "changed");
-  BlockChangedFiles(kDirectory);
-  simulation::Connection connection = AppConnection(platform::kLayerRecvAcceptV6);
-  EXPECT_FALSE(Passes(AppConnection()));
-  EXPECT_FALSE(Passes(connection));
-  connection.flags = platform::kConditionFlagLoopback;
-  EXPECT_FALSE(Passes(connection));
-  EXPECT_EQ(DecidedBy(connection), L"Kestrelon - Integrity block (file changed)");
-  connection.app_id = DeviceAppId(L"\\device\\harddiskvolume3\\app\\other.exe");
-  EXPECT_TRUE(Passes(connection));
-  ExpectRecordFits();
-}
-
 TEST_F(ChangedFiles, TwoChangesMakeOneTransactionOfEightFilters) {
   machine_.files.Write(kApp, "changed");
   machine_.files.Touch(kOtherApp);

@@ -59,11 +59,11 @@ void WriteFile(const std::wstring& path, const wchar_t* signer,
   if (*signer) TheMachine().files.Sign(path, signer);
 }
 
+// What comes of an application that is permitted as it is, by its hash, or held back.
 PlanEntry Plain(const std::wstring& path) {
   PlanEntry entry;
   entry.path = path;
-  entry.allow = true;
-  entry.inbound = true;
+  entry.allow = entry.inbound = true;
   return entry;
 }
 
@@ -80,6 +80,12 @@ PlanEntry Held(const std::wstring& path) {
   return entry;
 }
 
+// A service that runs this command line.
+void AddService(const wchar_t* name, const wchar_t* command_line, std::uint32_t sid_type) {
+  TheMachine().services.Add(
+      {.name = name, .display_name = L"", .binary_path = command_line, .sid_type = sid_type});
+}
+
 TEST(FileGate, DecidesBySignerOrHash) {
   const wchar_t* abc = kHashOfAbc;
   const wchar_t* other = kOtherHash;
@@ -88,8 +94,8 @@ TEST(FileGate, DecidesBySignerOrHash) {
   const wchar_t* unsigned_now = L" is no longer signed by \"Con\" (unsigned)";
   struct Row {
     const char* claim;
-    const wchar_t* signer;       // recorded; empty for none
-    const wchar_t* hash;         // recorded; empty for none
+    const wchar_t* signer;  // recorded, as the hash; empty for none
+    const wchar_t* hash;
     const wchar_t* file_signer;  // null when there is no file
     PlanEntry (*entry)(const std::wstring& path);
     const wchar_t* warning;  // behind the path; empty for none
@@ -147,24 +153,13 @@ TEST(FileGate, BlockedAppIsNeverHeldBackButItsSignerIsLearnt) {
 TEST(FileGate, UnreadableFileGetsNoEntry) {
   WriteFile(kFile, L"");
   TheMachine().faults.FailAlways("ReadFileBytes", platform::kAccessDenied);
-  AppEntry pinned = App(kFile);
-  pinned.sha256 = {kHashOfAbc};
-  for (const AppEntry& app : {App(kFile), pinned}) {
-    const Compiled result = Compile({app});
-    EXPECT_TRUE(result.plan.entries.empty());
-    EXPECT_TRUE(result.plan.warnings.empty());
-    EXPECT_EQ(result.config.apps[0], app);
-  }
-  AppEntry signed_app = App(kFile);
-  signed_app.signer = L"Contoso";
-  EXPECT_EQ(Compile({signed_app}).plan.entries, std::vector<PlanEntry>{Held(kFile)});
-}
-
-TEST(FileGate, SystemNeedsNoHash) {
-  TheMachine().files.Write(L"C:\\Windows\\System32\\ntoskrnl.exe", "unsigned kernel");
-  const Compiled result = Compile({App(L"SYSTEM")});
-  EXPECT_EQ(result.plan.entries, std::vector<PlanEntry>{Plain(L"SYSTEM")});
-  EXPECT_EQ(result.config.apps[0], App(L"SYSTEM"));
+  std::vector<AppEntry> apps(3, App(kFile));
+  apps[1].sha256 = {kHashOfAbc};
+  apps[2].signer = L"Contoso";
+  const Compiled result = Compile(apps);
+  EXPECT_EQ(result.plan.entries, std::vector<PlanEntry>{Held(kFile)}) << "for the signer";
+  EXPECT_EQ(result.plan.warnings.size(), 1u);
+  EXPECT_EQ(result.config.apps, apps);
 }
 
 TEST(FileGate, PatternIsLearntWholeAtFirstSight) {
@@ -207,37 +202,9 @@ TEST(FileGate, ProductIsLearntFromTheRecordedSignersFile) {
   }
 }
 
-TEST(TemporaryPermission, EndsWithItsTimeOrTheNextStart) {
-  const std::int64_t now = TheMachine().clock.SystemTime();
-  const std::int64_t boot = now - std::int64_t{600000} * 10000;
-  struct Row {
-    std::int64_t expires;
-    bool until_reboot;
-    std::int64_t added;
-    bool stands;
-  };
-  const Row rows[] = {
-      {now, false, 0, false},     {now + 1, false, 0, true}, {0, true, 0, false},
-      {0, true, boot - 1, false}, {0, true, boot, true},     {0, false, 0, true},
-      {now, true, boot, false},
-  };
-  for (const Row& row : rows) {
-    AppEntry app = App(kFile);
-    app.expires = row.expires;
-    app.until_reboot = row.until_reboot;
-    app.added = row.added;
-    const Compiled result = Compile({app});
-    EXPECT_EQ(result.plan.entries.size(), row.stands ? 1u : 0u) << row.expires << row.added;
-    EXPECT_EQ(result.plan.fingerprint.empty(), !row.stands);
-  }
-}
-
 TEST(ServiceGate, FollowsTheSignerOfTheExecutable) {
   const wchar_t* program = L"C:\\Apps\\svc.exe";
-  TheMachine().services.Add({.name = L"Contoso",
-                             .display_name = L"",
-                             .binary_path = L"C:\\Apps\\svc.exe -k",
-                             .sid_type = 1});
+  AddService(L"Contoso", L"C:\\Apps\\svc.exe -k", 1);
   const std::wstring changed =
       L"Kept blocked: service contoso - C:\\Apps\\svc.exe is no longer "
       L"signed by \"Fabrikam\"";
@@ -251,7 +218,6 @@ TEST(ServiceGate, FollowsTheSignerOfTheExecutable) {
   const Row rows[] = {
       {L"", L"Contoso", true, false, L"Contoso"},
       {L"", L"", true, false, L""},
-      {L"", nullptr, true, false, L""},
       {L"Fabrikam", L"Contoso", true, true, L"Fabrikam"},
       {L"Fabrikam", L"", true, true, L"Fabrikam"},
       {L"Fabrikam", nullptr, true, false, L"Fabrikam"},
@@ -278,10 +244,8 @@ TEST(ServiceGate, FollowsTheSignerOfTheExecutable) {
 }
 
 TEST(ServiceGate, ServiceThatCannotBeFilteredIsInactive) {
-  TheMachine().services.Add(
-      {.name = L"NoSid", .display_name = L"", .binary_path = L"C:\\x.exe", .sid_type = 0});
-  TheMachine().services.Add(
-      {.name = L"NoPath", .display_name = L"", .binary_path = L"", .sid_type = 1});
+  AddService(L"NoSid", L"C:\\x.exe", 0);
+  AddService(L"NoPath", L"", 1);
   const Compiled result =
       Compile({App(L"service:NoSid"), App(L"service:NoPath"), App(L"service:Gone")});
   EXPECT_TRUE(result.plan.entries.empty());
@@ -313,18 +277,21 @@ TEST(PackageGate, PackageIsKnownByItsSid) {
 }
 
 TEST(Fingerprint, HoldsTheIdentityOfEachItemInOrder) {
-  EXPECT_EQ(Compile({}).plan.fingerprint, L"");
   WriteFile(kFile, L"Contoso");
   WriteFile(L"C:\\Apps\\plain.exe", L"");
-  const Compiled result =
-      Compile({App(L"C:\\Apps\\plain.exe"), App(kFile), App(L"C:\\Apps\\none.exe"),
-               App(L"C:\\None\\*.exe"), App(L"service:Dnscache")});
+  TheMachine().files.Write(L"C:\\Windows\\System32\\ntoskrnl.exe", "abc");  // unsigned
+  const std::vector<AppEntry> apps = {
+      App(L"C:\\Apps\\plain.exe"), App(kFile),     App(L"C:\\Apps\\none.exe"),
+      App(L"C:\\None\\*.exe"),     App(L"SYSTEM"), App(L"service:Dnscache")};
+  const Compiled result = Compile(apps);
+  const std::wstring abc = kHashOfAbc;
   EXPECT_EQ(result.plan.fingerprint,
-            std::wstring(L"C:\\Apps\\plain.exe|1||") + kHashOfAbc + L";" +
-                L"C:\\Apps\\app.exe|1|Contoso|" + kHashOfAbc + L";C:\\Apps\\none.exe|0||;" +
-                L"none:C:\\None\\*.exe;" +
-                L"svc:Dnscache|C:\\Windows\\System32\\svchost.exe|Microsoft Windows;");
-  EXPECT_EQ(result.plan.entries.size(), 4u);
+            L"C:\\Apps\\plain.exe|1||" + abc + L";C:\\Apps\\app.exe|1|Contoso|" + abc +
+                L";C:\\Apps\\none.exe|0||;none:C:\\None\\*.exe;SYSTEM|1||" + abc +
+                L";svc:Dnscache|C:\\Windows\\System32\\svchost.exe|Microsoft Windows;");
+  ASSERT_EQ(result.plan.entries.size(), 5u);
+  EXPECT_EQ(result.plan.entries[3], Plain(L"SYSTEM")) << "the kernel needs no hash";
+  EXPECT_EQ(result.config.apps[4], apps[4]);
   EXPECT_TRUE(result.plan.warnings.empty());
 }
 

@@ -49,6 +49,18 @@ simulation::Connection AppConnection(const Guid& layer) {
   return connection;
 }
 
+platform::Filter ForeignFilter(const std::optional<Guid>& provider, const Guid& sublayer) {
+  platform::Filter filter;
+  EXPECT_EQ(platform::NewGuid(filter.key), platform::kSuccess);
+  filter.name = L"foreign";
+  filter.flags = platform::kFilterPersistent;
+  filter.provider = provider;
+  filter.layer = platform::kLayerConnectV4;
+  filter.sublayer = sublayer;
+  filter.weight = std::uint8_t{0};
+  return filter;
+}
+
 platform::Bytes DeviceAppId(const std::wstring& device_path) {
   return Utf16BytesWithNull(device_path);
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,6 +26,10 @@ inline constexpr const wchar_t* kOtherApp = L"C:\\App\\other.exe";
 
 // A connection of kApp to 198.51.100.7 and 2001:db8::7, TCP port 443, from port 50000.
 [[nodiscard]] simulation::Connection AppConnection(const Guid& layer = platform::kLayerConnectV4);
+
+// What somebody else may add: a persistent block that names these, under a key of its own.
+[[nodiscard]] platform::Filter ForeignFilter(const std::optional<Guid>& provider,
+                                             const Guid& sublayer);
 
 [[nodiscard]] platform::Bytes DeviceAppId(const std::wstring& device_path);
 [[nodiscard]] platform::Sid SidOf(const std::wstring& text);

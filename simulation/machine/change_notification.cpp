@@ -6,18 +6,8 @@ namespace kestrelon::platform {
 
 using simulation::TheMachine;
 
-DirectoryWatch& DirectoryWatch::operator=(DirectoryWatch&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = 0;
-  }
-  return *this;
-}
-
-void DirectoryWatch::Close() {
-  if (handle_ != 0) TheMachine().watches.Close(handle_);
-  handle_ = 0;
+void CloseWatch(std::uintptr_t handle) {
+  TheMachine().watches.Close(handle);
 }
 
 Code WatchDirectory(const std::wstring& directory, std::uint32_t filter, DirectoryWatch& watch) {

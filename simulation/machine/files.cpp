@@ -6,18 +6,8 @@ namespace kestrelon::platform {
 
 using simulation::TheMachine;
 
-File& File::operator=(File&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = 0;
-  }
-  return *this;
-}
-
-void File::Close() {
-  if (handle_ != 0) TheMachine().files.Close(handle_);
-  handle_ = 0;
+void CloseFile(std::uintptr_t handle) {
+  TheMachine().files.Close(handle);
 }
 
 Code OpenFile(const std::wstring& path, std::uint32_t access, std::uint32_t share,

@@ -6,18 +6,8 @@ namespace kestrelon::platform {
 
 using simulation::TheMachine;
 
-Pipe& Pipe::operator=(Pipe&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = 0;
-  }
-  return *this;
-}
-
-void Pipe::Close() {
-  if (handle_ != 0) TheMachine().pipes.Close(handle_);
-  handle_ = 0;
+void ClosePipe(std::uintptr_t handle) {
+  TheMachine().pipes.Close(handle);
 }
 
 Code MakePipe(const PipeSettings& settings, const SecurityDescriptor& descriptor, Pipe& pipe) {

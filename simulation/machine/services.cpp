@@ -8,18 +8,8 @@ namespace kestrelon::platform {
 using simulation::Service;
 using simulation::TheMachine;
 
-ServiceHandle& ServiceHandle::operator=(ServiceHandle&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = 0;
-  }
-  return *this;
-}
-
-void ServiceHandle::Close() {
-  if (handle_ != 0) TheMachine().services.Close(handle_);
-  handle_ = 0;
+void CloseService(std::uintptr_t handle) {
+  TheMachine().services.Close(handle);
 }
 
 Code OpenServiceManager(std::uint32_t access, ServiceHandle& manager) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/codes.h"
+#include "platform/handle.h"
 #include "platform/wait.h"
 
 namespace kestrelon::platform {
@@ -20,27 +21,10 @@ enum NotifyFilter : std::uint32_t {
   kNotifySecurity = 0x100,
 };
 
-// A watch on one directory. Closes itself. It is used on one thread: the platform ends a watch with
-// the thread that began or last continued it.
-class DirectoryWatch {
- public:
-  DirectoryWatch() = default;
-  ~DirectoryWatch() { Close(); }
-  DirectoryWatch(DirectoryWatch&& other) noexcept : handle_(other.handle_) { other.handle_ = 0; }
-  DirectoryWatch& operator=(DirectoryWatch&& other) noexcept;
-
-  void Close();
-
-  // The platform's value; 0 while closed. For the implementation of the calls below.
-  std::uintptr_t handle() const { return handle_; }
-  void Adopt(std::uintptr_t handle) {
-    Close();
-    handle_ = handle;
-  }
-
- private:
-  std::uintptr_t handle_ = 0;
-};
+// A watch on one directory. It is used on one thread: the platform ends a watch with the thread
+// that began or last continued it.
+void CloseWatch(std::uintptr_t handle);
+using DirectoryWatch = Handle<&CloseWatch>;
 
 // Begins to watch a directory, without what is below it, for changes of the kinds in `filter`. The
 // watch follows the directory when it is renamed. `watch` is changed on success only.

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/codes.h"
+#include "platform/handle.h"
 
 namespace kestrelon::platform {
 
@@ -43,28 +44,9 @@ enum MoveFlags : std::uint32_t {
   kWriteThrough = 8,
 };
 
-// An open file; closes itself.
-class File {
- public:
-  File() = default;
-  ~File() { Close(); }
-  File(File&& other) noexcept : handle_(other.handle_) { other.handle_ = 0; }
-  File& operator=(File&& other) noexcept;
-
-  bool is_open() const { return handle_ != 0; }
-  // Closes the file now; does nothing when it is not open.
-  void Close();
-
-  // The platform's value; 0 while closed. For the implementation of the calls below.
-  std::uintptr_t handle() const { return handle_; }
-  void Adopt(std::uintptr_t handle) {
-    Close();
-    handle_ = handle;
-  }
-
- private:
-  std::uintptr_t handle_ = 0;
-};
+// An open file.
+void CloseFile(std::uintptr_t handle);
+using File = Handle<&CloseFile>;
 
 // CreateFileW. `file` is changed on success only.
 [[nodiscard]] Code OpenFile(const std::wstring& path, std::uint32_t access, std::uint32_t share,

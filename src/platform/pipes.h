@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/codes.h"
+#include "platform/handle.h"
 #include "platform/security.h"
 
 namespace kestrelon::platform {
@@ -24,29 +25,10 @@ enum PipeMode : std::uint32_t {
 // As the number of instances: as many as the machine has room for.
 inline constexpr std::uint32_t kUnlimitedPipeInstances = 255;
 
-// One end of a connection; closes itself. What it wrote can still be read at the other end, what it
-// has not read is gone.
-class Pipe {
- public:
-  Pipe() = default;
-  ~Pipe() { Close(); }
-  Pipe(Pipe&& other) noexcept : handle_(other.handle_) { other.handle_ = 0; }
-  Pipe& operator=(Pipe&& other) noexcept;
-
-  bool is_open() const { return handle_ != 0; }
-  // Closes the end now; does nothing when it is not open.
-  void Close();
-
-  // The platform's value; 0 while closed. For the calls below, and as a name for CancelPipe.
-  std::uintptr_t handle() const { return handle_; }
-  void Adopt(std::uintptr_t handle) {
-    Close();
-    handle_ = handle;
-  }
-
- private:
-  std::uintptr_t handle_ = 0;
-};
+// One end of a connection. What it wrote before it is closed can still be read at the other end,
+// what it has not read is gone. The value also names it for CancelPipe.
+void ClosePipe(std::uintptr_t handle);
+using Pipe = Handle<&ClosePipe>;
 
 struct PipeSettings {
   std::wstring name;                   // "\\.\pipe\" and a name, without regard to case

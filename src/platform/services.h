@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/codes.h"
+#include "platform/handle.h"
 
 namespace kestrelon::platform {
 
@@ -27,26 +28,9 @@ enum ServiceAccess : std::uint32_t {
 inline constexpr std::uint32_t kServiceTypeWin32 = 48;
 inline constexpr std::uint32_t kServiceStateAll = 3;
 
-// A handle of the service manager: the manager itself or one service. Closes itself.
-class ServiceHandle {
- public:
-  ServiceHandle() = default;
-  ~ServiceHandle() { Close(); }
-  ServiceHandle(ServiceHandle&& other) noexcept : handle_(other.handle_) { other.handle_ = 0; }
-  ServiceHandle& operator=(ServiceHandle&& other) noexcept;
-
-  void Close();
-
-  // The platform's value; 0 while closed. For the implementation of the calls below.
-  std::uintptr_t handle() const { return handle_; }
-  void Adopt(std::uintptr_t handle) {
-    Close();
-    handle_ = handle;
-  }
-
- private:
-  std::uintptr_t handle_ = 0;
-};
+// A handle of the service manager: the manager itself or one service.
+void CloseService(std::uintptr_t handle);
+using ServiceHandle = Handle<&CloseService>;
 
 [[nodiscard]] Code OpenServiceManager(std::uint32_t access, ServiceHandle& manager);
 

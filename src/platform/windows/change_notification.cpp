@@ -15,18 +15,8 @@ HANDLE NativeHandle(const DirectoryWatch& watch) {
 
 }  // namespace
 
-DirectoryWatch& DirectoryWatch::operator=(DirectoryWatch&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = 0;
-  }
-  return *this;
-}
-
-void DirectoryWatch::Close() {
-  if (handle_ != 0) FindCloseChangeNotification(NativeHandle(*this));
-  handle_ = 0;
+void CloseWatch(std::uintptr_t handle) {
+  FindCloseChangeNotification(reinterpret_cast<HANDLE>(handle));
 }
 
 Code WatchDirectory(const std::wstring& directory, std::uint32_t filter, DirectoryWatch& watch) {

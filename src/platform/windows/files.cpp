@@ -31,18 +31,8 @@ bool IsDotName(const wchar_t* name) {
 
 }  // namespace
 
-File& File::operator=(File&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = 0;
-  }
-  return *this;
-}
-
-void File::Close() {
-  if (handle_ != 0) CloseHandle(NativeHandle(*this));
-  handle_ = 0;
+void CloseFile(std::uintptr_t handle) {
+  CloseHandle(reinterpret_cast<HANDLE>(handle));
 }
 
 Code OpenFile(const std::wstring& path, std::uint32_t access, std::uint32_t share,

@@ -17,18 +17,8 @@ void Give(PipeHandle& handle, Pipe& pipe) {
 
 }  // namespace
 
-Pipe& Pipe::operator=(Pipe&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = 0;
-  }
-  return *this;
-}
-
-void Pipe::Close() {
-  if (handle_ != 0) CloseHandle(reinterpret_cast<HANDLE>(handle_));
-  handle_ = 0;
+void ClosePipe(std::uintptr_t handle) {
+  CloseHandle(reinterpret_cast<HANDLE>(handle));
 }
 
 Code MakePipe(const PipeSettings& settings, const SecurityDescriptor& descriptor, Pipe& pipe) {

@@ -9,6 +9,7 @@
 #include "platform/console.h"
 #include "platform/crypto.h"
 #include "platform/files.h"
+#include "platform/handle.h"
 #include "platform/network.h"
 #include "platform/paths.h"
 #include "platform/pipes.h"

@@ -32,18 +32,8 @@ Code SetServiceOption(const ServiceHandle& service, DWORD option, void* value) {
 
 }  // namespace
 
-ServiceHandle& ServiceHandle::operator=(ServiceHandle&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = other.handle_;
-    other.handle_ = 0;
-  }
-  return *this;
-}
-
-void ServiceHandle::Close() {
-  if (handle_ != 0) CloseServiceHandle(NativeHandle(*this));
-  handle_ = 0;
+void CloseService(std::uintptr_t handle) {
+  CloseServiceHandle(reinterpret_cast<SC_HANDLE>(handle));
 }
 
 Code OpenServiceManager(std::uint32_t access, ServiceHandle& manager) {

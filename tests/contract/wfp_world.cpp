@@ -19,20 +19,6 @@ Guid FreshGuid() {
   return guid;
 }
 
-std::vector<Filter> AllFilters(EngineHandle engine) {
-  constexpr std::uint32_t kBatch = 100;
-  std::vector<Filter> all;
-  std::vector<Filter> batch;
-  EnumHandle enumeration = 0;
-  EXPECT_EQ(OpenFilterEnum(engine, enumeration), kSuccess);
-  do {
-    EXPECT_EQ(NextFilters(engine, enumeration, kBatch, batch), kSuccess);
-    all.insert(all.end(), batch.begin(), batch.end());
-  } while (batch.size() == kBatch);
-  EXPECT_EQ(CloseFilterEnum(engine, enumeration), kSuccess);
-  return all;
-}
-
 WfpWorld::WfpWorld() {
   provider = {FreshGuid(), L"Contract", L"Provider of a case", kProviderPersistent, L""};
   sublayer = {FreshGuid(),         L"Contract",  L"Sublayer of a case",
@@ -50,10 +36,6 @@ WfpWorld::~WfpWorld() {
   EXPECT_EQ(DeleteProvider(cleaner, provider.key), kSuccess);
 }
 
-Condition WfpWorld::RemoteAddress(std::uint32_t address) const {
-  return {kFieldRemoteAddress, kMatchEqual, address};
-}
-
 Filter WfpWorld::SomeFilter() const {
   Filter filter;
   filter.key = FreshGuid();
@@ -62,7 +44,7 @@ Filter WfpWorld::SomeFilter() const {
   filter.layer = kLayerConnectV4;
   filter.sublayer = sublayer.key;
   filter.weight = std::uint8_t{3};
-  filter.conditions = {RemoteAddress(0x0A000001)};
+  filter.conditions = {{kFieldRemoteAddress, kMatchEqual, std::uint32_t{0x0A000001}}};
   filter.action = kActionBlock;
   return filter;
 }
@@ -73,18 +55,24 @@ Code WfpWorld::Add(EngineHandle session, const Filter& filter) {
 }
 
 std::vector<Filter> WfpWorld::OwnFilters(EngineHandle session) const {
+  constexpr std::uint32_t kBatch = 100;
   std::vector<Filter> own;
-  for (Filter& filter : AllFilters(session)) {
-    if (filter.sublayer == sublayer.key) own.push_back(std::move(filter));
-  }
+  std::vector<Filter> batch;
+  EnumHandle enumeration = 0;
+  EXPECT_EQ(OpenFilterEnum(session, enumeration), kSuccess);
+  do {
+    EXPECT_EQ(NextFilters(session, enumeration, kBatch, batch), kSuccess);
+    for (const Filter& filter : batch) {
+      if (filter.sublayer == sublayer.key) own.push_back(filter);
+    }
+  } while (batch.size() == kBatch);
+  EXPECT_EQ(CloseFilterEnum(session, enumeration), kSuccess);
   return own;
 }
 
 bool WfpWorld::Has(EngineHandle session, const Guid& key) const {
-  for (const Filter& filter : OwnFilters(session)) {
-    if (filter.key == key) return true;
-  }
-  return false;
+  Filter filter;
+  return GetFilter(session, key, filter) == kSuccess;
 }
 
 }  // namespace contract

@@ -31,9 +31,6 @@ class Session {
 
 Guid FreshGuid();
 
-// All filters that the session sees now.
-std::vector<Filter> AllFilters(EngineHandle engine);
-
 class WfpWorld : public testing::Test {
  protected:
   WfpWorld();
@@ -42,7 +39,6 @@ class WfpWorld : public testing::Test {
 
   // A filter of this world that the engine takes: blocks an address, outbound, IPv4.
   Filter SomeFilter() const;
-  Condition RemoteAddress(std::uint32_t address) const;
 
   // Adds without a descriptor.
   Code Add(EngineHandle session, const Filter& filter);

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <thread>
@@ -23,110 +22,90 @@ constexpr std::uint32_t kNames = kNotifyFileName | kNotifyDirectoryName;
 
 class DirectoryWatchesTest : public testing::Test {
  protected:
-  DirectoryWatchesTest() { machine_.files.Write(kFile, "x"); }
+  using Watches = std::vector<DirectoryWatch>;
 
-  DirectoryWatch Watch(std::uint32_t filter, const std::wstring& directory = kDirectory) {
-    DirectoryWatch watch;
-    EXPECT_EQ(WatchDirectory(directory, filter, watch), kSuccess);
-    return watch;
-  }
+  DirectoryWatchesTest() { files_.Write(kFile, "x"); }
 
-  int Wait(DirectoryWatch& watch) {
-    std::vector<DirectoryWatch> watches;
-    watches.push_back(std::move(watch));
-    const int outcome = WaitForChange(stop_, watches);
-    watch = std::move(watches[0]);
-    return outcome;
+  static void Watch(Watches& watches, std::uint32_t filter,
+                    const std::wstring& directory = kDirectory) {
+    EXPECT_EQ(WatchDirectory(directory, filter, watches.emplace_back()), kSuccess);
   }
 
   Machine& machine_ = TheMachine();
+  FileSystem& files_ = machine_.files;
   Event stop_{Event::Reset::kManual};
 };
 
-TEST_F(DirectoryWatchesTest, WhatTestsAndOtherProgramsDoIsTold) {
+TEST_F(DirectoryWatchesTest, WhatTestsAndOtherProgramsDoIsToldAsItsOwnKindAlone) {
   const std::pair<std::uint32_t, std::function<void()>> changes[] = {
-      {kNotifyLastWrite, [&] { machine_.files.Touch(kFile); }},
-      {kNotifyLastWrite, [&] { machine_.files.SetWriteTime(kFile, 1); }},
-      {kNotifyAttributes, [&] { machine_.files.SetAttributes(kFile, kAttributeReadOnly); }},
-      {kNotifySecurity,
-       [&] {
-         EXPECT_EQ(machine_.files.Protect(kFile, {1, 2}), kSuccess);
-       }},
-      {kNotifyLastWrite | kNotifySize, [&] { machine_.files.Write(kFile, "longer"); }},
-      {kNotifyFileName, [&] { machine_.files.SetLink(L"C:\\App\\link", kFile); }},
-      {kNotifyDirectoryName, [&] { machine_.files.MakeDirectories(L"C:\\App\\a\\b"); }},
-      {kNotifyDirectoryName, [&] { machine_.files.Remove(L"C:\\App\\a"); }},
-      {kNotifyFileName, [&] { machine_.files.Remove(kFile); }},
+      {kNotifyLastWrite, [&] { files_.Touch(kFile); }},
+      {kNotifyLastWrite, [&] { files_.SetWriteTime(kFile, 1); }},
+      {kNotifyAttributes, [&] { files_.SetAttributes(kFile, kAttributeReadOnly); }},
+      {kNotifySecurity, [&] { (void)files_.Protect(kFile, std::vector<std::uint8_t>(2)); }},
+      {kNotifyLastWrite | kNotifySize, [&] { files_.Write(kFile, "longer"); }},
+      {kNotifyFileName, [&] { files_.SetLink(L"C:\\App\\link", kFile); }},
+      {kNotifyDirectoryName, [&] { files_.MakeDirectories(L"C:\\App\\a\\b"); }},
+      {kNotifyDirectoryName, [&] { files_.Remove(L"C:\\App\\a"); }},
+      {kNotifyFileName, [&] { files_.Remove(kFile); }},
   };
-  std::size_t number = 0;
-  for (const auto& [kinds, change] : changes) {
-    DirectoryWatch told = Watch(kinds);
-    DirectoryWatch others = Watch(0x1FF & ~kinds);
-    change();
-    stop_.Clear();
-    EXPECT_EQ(Wait(told), 1) << number;
-    stop_.Set();
-    ASSERT_EQ(ContinueWatch(others), kSuccess);
-    stop_.Clear();
-    std::vector<DirectoryWatch> both;
-    both.push_back(std::move(others));
-    both.push_back(std::move(told));
-    EXPECT_EQ(WaitForChange(stop_, both), 2) << number;
-    ++number;
+  for (const auto& change : changes) {
+    // The one in front, which is for everything else, must stay quiet.
+    Watches watches;
+    Watch(watches, 0x1FF & ~change.first);
+    Watch(watches, change.first);
+    change.second();
+    EXPECT_EQ(WaitForChange(stop_, watches), 2) << &change - changes;
   }
 }
 
 TEST_F(DirectoryWatchesTest, ARemovedDirectoryIsToldAndCantBeContinued) {
-  machine_.files.MakeDirectories(L"C:\\App\\a\\b");
-  DirectoryWatch above = Watch(kNames, L"C:\\");
-  DirectoryWatch removed = Watch(kNames);
-  DirectoryWatch below = Watch(kNames, L"C:\\App\\a\\b");
-  machine_.files.Remove(kDirectory);
-  machine_.files.Write(kFile, "back again");
-  for (DirectoryWatch* watch : {&removed, &below}) {
-    EXPECT_EQ(Wait(*watch), 1);
-    EXPECT_EQ(ContinueWatch(*watch), kAccessDenied);
+  files_.MakeDirectories(L"C:\\App\\a\\b");
+  const std::pair<const wchar_t*, Code> rows[] = {
+      {L"C:\\", kSuccess}, {kDirectory, kAccessDenied}, {L"C:\\App\\a\\b", kAccessDenied}};
+  Watches watches[3];
+  for (int i = 0; i < 3; ++i) Watch(watches[i], kNames, rows[i].first);
+  files_.Remove(kDirectory);
+  files_.Write(kFile, "back again");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(WaitForChange(stop_, watches[i]), 1) << i;
+    EXPECT_EQ(ContinueWatch(watches[i][0]), rows[i].second) << i;
   }
-  EXPECT_EQ(Wait(above), 1);
-  EXPECT_EQ(ContinueWatch(above), kSuccess);
   EXPECT_EQ(machine_.watches.open_watches(), 3u);
 }
 
 TEST_F(DirectoryWatchesTest, ARestartEndsTheWaits) {
-  int outcome = 0;
-  Code continued = kSuccess;
   std::thread watcher([&] {
-    DirectoryWatch watch = Watch(kNames);
-    outcome = Wait(watch);
-    continued = ContinueWatch(watch);
+    Watches watches;
+    Watch(watches, kNames);
+    EXPECT_EQ(WaitForChange(stop_, watches), kWaitFailed);
+    EXPECT_EQ(ContinueWatch(watches[0]), kInvalidHandle);
   });
   ASSERT_TRUE(machine_.watches.WaitForOpen(1));
   machine_.Restart();
   watcher.join();
-  EXPECT_EQ(outcome, kWaitFailed);
-  EXPECT_EQ(continued, kInvalidHandle);
 }
 
 // On a held clock a wait would otherwise be over before another thread has its turn.
 TEST_F(DirectoryWatchesTest, AWaitOnAHeldClockComesAfterTheWorkOnSignals) {
   Event done(Event::Reset::kAutomatic);
   std::thread watcher([&] {
-    DirectoryWatch watch = Watch(kNames);
-    while (Wait(watch) == 1) {
+    Watches watches;
+    Watch(watches, kNames);
+    while (WaitForChange(stop_, watches) == 1) {
       EXPECT_EQ(WaitForAny({&done}, 0), kWaitTimedOut);  // a watcher does not wait for itself
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       done.Set();
-      EXPECT_EQ(ContinueWatch(watch), kSuccess);
+      EXPECT_EQ(ContinueWatch(watches[0]), kSuccess);
     }
     EXPECT_EQ(WaitForAny({&stop_}, 0), 0);
   });
   ASSERT_TRUE(machine_.watches.WaitForOpen(1));
   for (const wchar_t* name : {L"C:\\App\\a", L"C:\\App\\b"}) {
-    machine_.files.Write(name, "");
+    files_.Write(name, "");
     EXPECT_EQ(WaitForAny({&done}, 1000), 0);
   }
   stop_.Set();
-  machine_.files.Write(L"C:\\App\\c", "");
+  files_.Write(L"C:\\App\\c", "");
   watcher.join();
   EXPECT_EQ(WaitForAny({&done}, 1000), kWaitTimedOut);
 }

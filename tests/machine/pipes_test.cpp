@@ -11,7 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include "platform/clock.h"
 #include "platform/files.h"
 #include "simulation/machine/machine.h"
 
@@ -21,18 +20,27 @@ namespace {
 using namespace kestrelon::platform;
 
 constexpr const wchar_t* kName = L"\\\\.\\pipe\\machine test";
+constexpr const wchar_t* kSystemAndAdministrators = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)";
 
-Code Make(Pipe& pipe, const wchar_t* access = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)",
-          std::uint32_t flags = 0) {
+Code Make(Pipe& pipe, const wchar_t* access = kSystemAndAdministrators) {
   SecurityDescriptor descriptor;
   EXPECT_EQ(DescriptorFromText(access, descriptor), kSuccess);
   return MakePipe({.name = kName,
-                   .open_mode = kPipeDuplex | flags,
+                   .open_mode = kPipeDuplex,
                    .pipe_mode = kPipeMessageType | kPipeMessageRead,
                    .instances = kUnlimitedPipeInstances,
                    .out_buffer_bytes = 4},
                   descriptor, pipe);
 }
+
+struct Ends {
+  Pipe server, client;
+
+  Ends() {
+    EXPECT_EQ(Make(server), kSuccess);
+    EXPECT_EQ(OpenPipe(kName, true, client), kSuccess);
+  }
+};
 
 void WaitForWaiting(std::size_t calls) {
   while (TheMachine().pipes.waiting() != calls) {
@@ -41,40 +49,26 @@ void WaitForWaiting(std::size_t calls) {
 }
 
 TEST(PipeAccess, IsGivenByTheFirstInstancesDescriptor) {
-  struct {
+  const struct {
     const wchar_t* descriptor;
     bool local_system, elevated;
-    Code to_open, to_make;
-  } const cases[] = {
-      {L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", true, true, kSuccess, kSuccess},
-      {L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", false, true, kSuccess, kSuccess},
-      {L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", false, false, kAccessDenied, kAccessDenied},
-      {L"D:P(A;;GRGW;;;WD)", false, false, kSuccess, kSuccess},
-      {L"D:P(A;;GR;;;WD)", false, false, kAccessDenied, kAccessDenied},
-      {L"D:P(D;;GW;;;BA)(A;;GA;;;SY)", true, true, kAccessDenied, kAccessDenied},
+    Code code;
+  } cases[] = {
+      {kSystemAndAdministrators, true, true, kSuccess},
+      {kSystemAndAdministrators, false, true, kSuccess},
+      {kSystemAndAdministrators, false, false, kAccessDenied},
+      {L"D:P(A;;GRGW;;;WD)", false, false, kSuccess},
+      {L"D:P(A;;GR;;;WD)", false, false, kAccessDenied},
+      {L"D:P(D;;GW;;;BA)(A;;GA;;;SY)", true, true, kAccessDenied},
   };
   for (const auto& c : cases) {
-    Pipe first;
-    Pipe second;
-    Pipe client;
+    Pipe first, second, client;
     ASSERT_EQ(Make(first, c.descriptor), kSuccess);
     TheMachine().token.local_system = c.local_system;
     TheMachine().token.elevated = c.elevated;
-    EXPECT_EQ(OpenPipe(kName, true, client), c.to_open) << "case " << &c - cases;
-    EXPECT_EQ(Make(second, L"D:P(A;;GA;;;WD)"), c.to_make) << "case " << &c - cases;
+    EXPECT_EQ(OpenPipe(kName, true, client), c.code) << "case " << &c - cases;
+    EXPECT_EQ(Make(second, L"D:P(A;;GA;;;WD)"), c.code) << "case " << &c - cases;
   }
-}
-
-TEST(PipeInstance, LivesUntilItsClientHasGoneToo) {
-  Pipe server;
-  Pipe client;
-  Pipe next;
-  ASSERT_EQ(Make(server), kSuccess);
-  ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
-  server.Close();
-  EXPECT_EQ(Make(next, L"D:P(A;;GA;;;BA)", kPipeFirstInstance), kAccessDenied);
-  client.Close();
-  EXPECT_EQ(Make(next, L"D:P(A;;GA;;;BA)", kPipeFirstInstance), kSuccess);
 }
 
 Code Write(const Pipe& pipe, const std::string& message) {
@@ -89,33 +83,27 @@ Code ReadByte(const Pipe& pipe) {
 }
 
 TEST(PipeCalls, OnOneHandleTakeTurns) {
-  Pipe server;
-  Pipe client;
-  ASSERT_EQ(Make(server), kSuccess);
-  ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
-  std::thread reader([&] { EXPECT_EQ(ReadByte(server), kSuccess); });
+  Ends ends;
+  std::thread reader([&] { EXPECT_EQ(ReadByte(ends.server), kSuccess); });
   WaitForWaiting(1);
-  std::thread closer([&] { server.Close(); });
+  std::thread closer([&] { ends.server.Close(); });
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   EXPECT_EQ(TheMachine().pipes.open_handles(), 2u) << "closed under a call that waits";
-  EXPECT_EQ(Write(client, "x"), kSuccess);
+  EXPECT_EQ(Write(ends.client, "x"), kSuccess);
   reader.join();
   closer.join();
   EXPECT_EQ(TheMachine().pipes.open_handles(), 1u);
 }
 
 TEST(PipeCalls, ACancelledWriteTakesBackWhatWasNotRead) {
-  Pipe server;
-  Pipe client;
-  ASSERT_EQ(Make(server), kSuccess);
-  ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
-  std::thread writer([&] { EXPECT_EQ(Write(server, "too much"), 995u); });
+  const Ends ends;
+  std::thread writer([&] { EXPECT_EQ(Write(ends.server, "too much"), 995u); });
   WaitForWaiting(1);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(ReadByte(client), kMoreData);
-  EXPECT_EQ(CancelPipe(server.handle()), kSuccess);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(ReadByte(ends.client), kMoreData);
+  EXPECT_EQ(CancelPipe(ends.server.handle()), kSuccess);
   writer.join();
-  EXPECT_EQ(Write(server, "x"), kSuccess);
-  EXPECT_EQ(ReadByte(client), kSuccess);
+  EXPECT_EQ(Write(ends.server, "x"), kSuccess);
+  EXPECT_EQ(ReadByte(ends.client), kSuccess);
 }
 
 TEST(PipeCalls, EndWithThePowerAndWithARestart) {
@@ -148,14 +136,6 @@ TEST(PipeCalls, EndWithThePowerAndWithARestart) {
     EXPECT_EQ(ReadByte(clients[0]), kInvalidHandle);
     EXPECT_EQ(OpenPipe(kName, true, clients[0]), kFileNotFound);
   }
-}
-
-// A loop that tries again after each sleep lets others run, though the held clock is moved at once.
-TEST(Sleep, TakesRealTimeWithoutPower) {
-  const auto start = std::chrono::steady_clock::now();
-  TheMachine().faults.SetPower(false);
-  SleepMilliseconds(1000);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1));
 }
 
 }  // namespace

@@ -14,12 +14,10 @@ using namespace kestrelon::platform;
 
 constexpr const wchar_t* kTarget = L"C:\\Data\\settings";
 constexpr const wchar_t* kTemporary = L"C:\\Data\\settings.tmp";
-constexpr CutMode kModes[] = {CutMode::kLoseMetadata, CutMode::kKeepMetadata};
 
 Code WriteFileWhole(const wchar_t* path, const std::string& text, bool flush) {
   File file;
-  if (const Code code =
-          OpenFile(path, kGenericWrite, kShareNone, kCreateAlways, kNormalFile, file)) {
+  if (const Code code = OpenFile(path, kGenericWrite, kShareNone, kCreateAlways, 0, file)) {
     return code;
   }
   std::uint32_t written = 0;
@@ -33,72 +31,75 @@ Code Replace(bool flush) {
   return RenameFile(kTemporary, kTarget, kReplaceExisting | kWriteThrough);
 }
 
-// Runs the steps with the power going at each operation in turn, and what is on the disk then.
-void AtEachCut(CutMode mode, const std::function<Code()>& steps,
-               const std::function<void(std::uint64_t n)>& check) {
-  FileSystem& files = TheMachine().files;
-  for (std::uint64_t n = 1;; ++n) {
-    files.Remove(L"C:\\Data");
-    files.Write(kTarget, "old");
-    files.CutPowerAt(n, mode);
-    const Code code = steps();
-    if (!files.power_lost()) {
-      EXPECT_GT(n, 1u);
-      EXPECT_EQ(code, kSuccess);
-      return;
+class PowerCut : public testing::Test {
+ protected:
+  PowerCut() { files_.Write(kTarget, "old"); }
+
+  // Runs the steps with the power going at each operation in turn, and what is on the disk then.
+  void AtEachCut(CutMode mode, const std::function<Code()>& steps,
+                 const std::function<void(std::uint64_t n)>& check) {
+    for (std::uint64_t n = 1;; ++n) {
+      files_.Remove(L"C:\\Data");
+      files_.Write(kTarget, "old");
+      files_.CutPowerAt(n, mode);
+      const Code code = steps();
+      if (!files_.power_lost()) {
+        EXPECT_GT(n, 1u);
+        EXPECT_EQ(code, kSuccess);
+        return;
+      }
+      EXPECT_EQ(code, kPowerLost);
+      EXPECT_EQ(WriteRegistryDword(L"SOFTWARE\\X", L"Y", 1), kPowerLost);
+      TheMachine().Restart();
+      SCOPED_TRACE(testing::Message() << "cut " << n);
+      check(n);
     }
-    EXPECT_EQ(code, kPowerLost);
-    EXPECT_EQ(WriteRegistryDword(L"SOFTWARE\\X", L"Y", 1), kPowerLost);
+  }
+
+  void CutNow(CutMode mode) {
+    files_.CutPowerAt(1, mode);
+    EXPECT_EQ(MakeDirectory(L"C:\\Data\\next"), kPowerLost);
     TheMachine().Restart();
-    check(n);
+    EXPECT_EQ(files_.Exists(L"C:\\Data\\next"), mode == CutMode::kKeepMetadata);
   }
-}
 
-TEST(PowerCut, FlushedReplacementIsOldOrNewAtEveryCut) {
-  for (const CutMode mode : kModes) {
+  FileSystem& files_ = TheMachine().files;
+};
+
+TEST_F(PowerCut, AReplacementIsOldOrNewAtEveryCutOnlyIfItsBytesAreFlushed) {
+  std::string left;
+  const auto read = [&](std::uint64_t) { left = files_.Read(kTarget).value_or("missing"); };
+  const auto old_or_new = [&](std::uint64_t n) {
+    read(n);
+    EXPECT_TRUE(left == "old" || left == "new text") << left;
+  };
+  for (const CutMode mode : {CutMode::kLoseMetadata, CutMode::kKeepMetadata}) {
     AtEachCut(
-        mode, [] { return Replace(true); },
-        [](std::uint64_t n) {
-          const std::string text = TheMachine().files.Read(kTarget).value_or("missing");
-          EXPECT_TRUE(text == "old" || text == "new text") << "cut " << n << ": " << text;
-        });
+        mode, [] { return Replace(true); }, old_or_new);
   }
-}
-
-TEST(PowerCut, UnflushedReplacementLosesItsBytes) {
-  std::string last;
-  const auto remember = [&](std::uint64_t) { last = *TheMachine().files.Read(kTarget); };
   AtEachCut(
-      CutMode::kKeepMetadata, [] { return Replace(false); }, remember);
-  EXPECT_EQ(last, std::string(8, '\0'));
+      CutMode::kKeepMetadata, [] { return Replace(false); }, read);
+  EXPECT_EQ(left, std::string(8, '\0'));
 }
 
-TEST(PowerCut, WriteThroughRenameMakesNamesDurableButNotBytes) {
-  FileSystem& files = TheMachine().files;
-  files.Write(kTarget, "old");
+TEST_F(PowerCut, WriteThroughRenameMakesNamesDurableButNotBytes) {
   ASSERT_EQ(Replace(false), kSuccess);
-  files.CutPowerAt(1, CutMode::kLoseMetadata);
-  EXPECT_EQ(MakeDirectory(L"C:\\Data\\next"), kPowerLost);
-  TheMachine().Restart();
-  EXPECT_EQ(files.Read(kTarget), "");
-  EXPECT_FALSE(files.Exists(kTemporary));
-  EXPECT_FALSE(files.Exists(L"C:\\Data\\next"));
+  CutNow(CutMode::kLoseMetadata);
+  EXPECT_EQ(files_.Read(kTarget), "");
+  EXPECT_FALSE(files_.Exists(kTemporary));
 }
 
-TEST(PowerCut, OverwrittenFileIsOldOrBlankOrNew) {
-  AtEachCut(
-      CutMode::kLoseMetadata, [] { return WriteFileWhole(kTarget, "new text", true); },
-      [](std::uint64_t) { EXPECT_EQ(TheMachine().files.Read(kTarget), "old"); });
-  AtEachCut(
-      CutMode::kKeepMetadata, [] { return WriteFileWhole(kTarget, "new text", true); },
-      [](std::uint64_t n) {
-        const std::string left[] = {"", std::string(4, '\0'), "new " + std::string(4, '\0')};
-        EXPECT_EQ(TheMachine().files.Read(kTarget), left[n - 1]) << "cut " << n;
-      });
+TEST_F(PowerCut, OverwrittenFileIsOldOrBlankOrNew) {
+  const auto overwrite = [] { return WriteFileWhole(kTarget, "new text", true); };
+  AtEachCut(CutMode::kLoseMetadata, overwrite,
+            [&](std::uint64_t) { EXPECT_EQ(files_.Read(kTarget), "old"); });
+  AtEachCut(CutMode::kKeepMetadata, overwrite, [&](std::uint64_t n) {
+    const std::string left[] = {"", std::string(4, '\0'), "new " + std::string(4, '\0')};
+    EXPECT_EQ(files_.Read(kTarget), left[n - 1]);
+  });
 }
 
-TEST(PowerCut, NamesReachTheDiskInTheirOrder) {
-  FileSystem& files = TheMachine().files;
+TEST_F(PowerCut, NamesReachTheDiskInTheirOrder) {
   const auto steps = [] {
     if (const Code code = MakeDirectory(L"C:\\Data\\first")) return code;
     if (const Code code = RenameFile(kTarget, L"C:\\Data\\first\\moved", 0)) return code;
@@ -108,81 +109,64 @@ TEST(PowerCut, NamesReachTheDiskInTheirOrder) {
   };
   AtEachCut(CutMode::kLoseMetadata, steps, [&](std::uint64_t n) {
     const bool flushed = n == 6;  // directory, rename, create, write, flush, delete
-    EXPECT_EQ(files.Exists(L"C:\\Data\\first\\moved"), flushed) << "cut " << n;
-    EXPECT_EQ(files.Exists(kTarget), !flushed) << "cut " << n;
-    EXPECT_EQ(files.Exists(L"C:\\Data\\other"), flushed) << "cut " << n;
+    EXPECT_EQ(files_.Exists(L"C:\\Data\\first\\moved"), flushed);
+    EXPECT_EQ(files_.Exists(kTarget), !flushed);
+    EXPECT_EQ(files_.Exists(L"C:\\Data\\other"), flushed);
   });
   AtEachCut(CutMode::kKeepMetadata, steps, [&](std::uint64_t n) {
-    EXPECT_EQ(files.Exists(L"C:\\Data\\first"), true) << "cut " << n;
-    EXPECT_EQ(files.Exists(kTarget), n < 2) << "cut " << n;
-    EXPECT_EQ(files.Exists(L"C:\\Data\\first\\moved"), n >= 2 && n < 6) << "cut " << n;
+    EXPECT_TRUE(files_.Exists(L"C:\\Data\\first"));
+    EXPECT_EQ(files_.Exists(kTarget), n < 2);
+    EXPECT_EQ(files_.Exists(L"C:\\Data\\first\\moved"), n >= 2 && n < 6);
   });
 }
 
-TEST(PowerCut, BytesPutOverOrBehindFlushedOnesAreLostAlone) {
-  FileSystem& files = TheMachine().files;
-  const struct {
-    std::uint32_t access;
-    std::string kept;
-  } rows[] = {{kGenericWrite, std::string(3, '\0')}, {kAppendData, "old" + std::string(2, '\0')}};
-  for (const auto& row : rows) {
-    files.Remove(L"C:\\Data");
-    files.Write(kTarget, "old");
+TEST_F(PowerCut, BytesPutOverOrBehindFlushedOnesAreLostAlone) {
+  const std::pair<std::uint32_t, std::string> rows[] = {
+      {kGenericWrite, std::string(3, '\0')}, {kAppendData, "old" + std::string(2, '\0')}};
+  for (const auto& [access, kept] : rows) {
+    files_.Write(kTarget, "old");
     File file;
     std::uint32_t written = 0;
-    ASSERT_EQ(OpenFile(kTarget, row.access, kShareRead, kOpenExisting, 0, file), kSuccess);
+    ASSERT_EQ(OpenFile(kTarget, access, kShareRead, kOpenExisting, 0, file), kSuccess);
     ASSERT_EQ(WriteFileBytes(file, "ne", 2, written), kSuccess);
-    files.CutPowerAt(1, CutMode::kKeepMetadata);
-    EXPECT_EQ(MakeDirectory(L"C:\\Data\\next"), kPowerLost);
-    TheMachine().Restart();
-    EXPECT_EQ(files.Read(kTarget), row.kept);
+    CutNow(CutMode::kKeepMetadata);
+    EXPECT_EQ(files_.Read(kTarget), kept);
+    files_.Remove(L"C:\\Data");
   }
 }
 
 // Emptying a file is a change of metadata like any other, and may be durable before what follows.
-TEST(PowerCut, DurableTruncationLeavesNothingOfTheOldBytes) {
-  FileSystem& files = TheMachine().files;
-  files.Write(kTarget, "old");
-  files.Write(L"C:\\Data\\a", "x");
+TEST_F(PowerCut, DurableTruncationLeavesNothingOfTheOldBytes) {
+  files_.Write(L"C:\\Data\\a", "x");
   ASSERT_EQ(WriteFileWhole(kTarget, "new text", false), kSuccess);
   ASSERT_EQ(RenameFile(L"C:\\Data\\a", L"C:\\Data\\b", kWriteThrough), kSuccess);
-  files.CutPowerAt(1, CutMode::kLoseMetadata);
-  EXPECT_EQ(RemoveFile(L"C:\\Data\\b"), kPowerLost);
-  TheMachine().Restart();
-  EXPECT_EQ(files.Read(kTarget), "");
+  CutNow(CutMode::kLoseMetadata);
+  EXPECT_EQ(files_.Read(kTarget), "");
 }
 
-TEST(PowerCut, NameChangedTwiceComesBackAsItWas) {
-  FileSystem& files = TheMachine().files;
-  files.Write(kTarget, "old");
+TEST_F(PowerCut, NameChangedTwiceComesBackAsItWas) {
   ASSERT_EQ(RenameFile(kTarget, kTemporary, 0), kSuccess);
   ASSERT_EQ(WriteFileWhole(kTarget, "new text", false), kSuccess);
-  files.CutPowerAt(1, CutMode::kLoseMetadata);
-  EXPECT_EQ(RemoveFile(kTemporary), kPowerLost);
-  TheMachine().Restart();
-  EXPECT_EQ(files.Read(kTarget), "old");
-  EXPECT_FALSE(files.Exists(kTemporary));
+  CutNow(CutMode::kLoseMetadata);
+  EXPECT_EQ(files_.Read(kTarget), "old");
+  EXPECT_FALSE(files_.Exists(kTemporary));
 }
 
-TEST(PowerCut, CopyCutInItsMiddleIsNoCopy) {
+TEST_F(PowerCut, CopyCutInItsMiddleIsNoCopy) {
   AtEachCut(
       CutMode::kKeepMetadata, [] { return DuplicateFile(kTarget, kTemporary); },
-      [](std::uint64_t) { EXPECT_NE(TheMachine().files.Read(kTemporary), "old"); });
+      [&](std::uint64_t) { EXPECT_NE(files_.Read(kTemporary), "old"); });
 }
 
-TEST(PowerCut, RestartKillsHandlesAndKeepsTheRegistry) {
-  Machine& machine = TheMachine();
+TEST_F(PowerCut, RestartKillsHandlesAndKeepsTheRegistry) {
   ASSERT_EQ(WriteRegistryDword(L"SOFTWARE\\X", L"Y", 7), kSuccess);
-  machine.files.Write(kTarget, "old");
   File file;
   ASSERT_EQ(OpenFile(kTarget, kGenericRead, kShareAll, kOpenExisting, 0, file), kSuccess);
-  const std::uint64_t before = machine.clock.Tick();
-  machine.Restart();
+  TheMachine().Restart();
   std::uint64_t size = 0;
   EXPECT_EQ(FileSize(file, size), kInvalidHandle);
-  EXPECT_EQ(machine.files.open_handles(), 0u);
-  EXPECT_EQ(machine.registry.Dword(L"software\\x", L"y"), 7u);
-  EXPECT_LT(machine.clock.Tick(), before);
+  EXPECT_EQ(files_.open_handles(), 0u);
+  EXPECT_EQ(TheMachine().registry.Dword(L"software\\x", L"y"), 7u);
 }
 
 }  // namespace

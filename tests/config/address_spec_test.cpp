@@ -58,46 +58,28 @@ TEST(AddressSpec, ItemsAreReadInTheirOrder) {
 }
 
 TEST(AddressSpec, InvalidItemsFailWithTheirText) {
-  struct Row {
-    const wchar_t* text;
-    const wchar_t* error;
-  };
-  const Row rows[] = {
-      {L"1.1.1.1, 1.2.3", L"invalid IP address: 1.2.3"},
-      {L"1.1.1.1, 1.2.3.256", L"invalid IP address: 1.2.3.256"},
-      {L"1.1.1.1, example.com", L"invalid IP address: example.com"},
-      {L"1.1.1.1, $dns6", L"invalid IP address: $dns6"},
-      {L"1.1.1.1, 1::2::3", L"invalid IP address: 1::2::3"},
-      {L"1.1.1.1, 1.2.3.4/33", L"invalid network (CIDR): 1.2.3.4/33"},
-      {L"1.1.1.1, 1.2.3.4/", L"invalid network (CIDR): 1.2.3.4/"},
-      {L"1.1.1.1, 1.2.3.4/x", L"invalid network (CIDR): 1.2.3.4/x"},
-      {L"1.1.1.1, 1.2.3.4/24/24", L"invalid network (CIDR): 1.2.3.4/24/24"},
-      {L"1.1.1.1, 1.2.3.4/00000000024", L"invalid network (CIDR): 1.2.3.4/00000000024"},
-      {L"1.1.1.1, 1.2.3.4/+8", L"invalid network (CIDR): 1.2.3.4/+8"},
-      {L"1.1.1.1, ::/129", L"invalid network (CIDR): ::/129"},
-      {L"1.1.1.1, /8", L"invalid network (CIDR): /8"},
-      {L"1.1.1.1, 10.0.0.9 - 10.0.0.1", L"invalid IPv4 range: 10.0.0.9-10.0.0.1"},
-      {L"1.1.1.1, fe80::1-fe80::2", L"invalid IPv4 range: fe80::1-fe80::2"},
-      {L"1.1.1.1, 1.1.1.1-", L"invalid IPv4 range: 1.1.1.1-"},
-      {L"1.1.1.1, 1.1.1.1-2.2.2.2-3.3.3.3", L"invalid IPv4 range: 1.1.1.1-2.2.2.2-3.3.3.3"},
-      {L"1.1.1.1, 10.0.0.0/8-11.0.0.0", L"invalid IPv4 range: 10.0.0.0/8-11.0.0.0"},
-  };
-  for (const Row& row : rows) {
-    std::vector<AddressEntry> entries;
-    std::wstring error;
-    EXPECT_FALSE(ParseAddressSpec(row.text, entries, error)) << row.text;
-    EXPECT_EQ(error, row.error);
-    EXPECT_EQ(entries.size(), 1u) << row.text;
+  const std::pair<std::wstring, std::vector<std::wstring>> families[] = {
+      {L"invalid IP address: ", {L"1.2.3", L"1.2.3.256", L"example.com", L"$dns6", L"1::2::3"}},
+      {L"invalid network (CIDR): ",
+       {L"1.2.3.4/33", L"1.2.3.4/", L"1.2.3.4/x", L"1.2.3.4/24/24", L"1.2.3.4/00000000024",
+        L"1.2.3.4/+8", L"::/129", L"/8"}},
+      {L"invalid IPv4 range: ",
+       {L"10.0.0.9-10.0.0.1", L"fe80::1-fe80::2", L"1.1.1.1-", L"1.1.1.1-2.2.2.2-3.3.3.3",
+        L"10.0.0.0/8-11.0.0.0"}}};
+  for (const auto& [error_of_item, items] : families) {
+    for (const std::wstring& item : items) {
+      std::vector<AddressEntry> entries;
+      std::wstring error;
+      EXPECT_FALSE(ParseAddressSpec(L"1.1.1.1, " + item, entries, error)) << item;
+      EXPECT_EQ(error, error_of_item + item);
+      EXPECT_EQ(entries.size(), 1u) << item;
+    }
   }
 }
 
 TEST(PortSpec, RangesAndSinglePorts) {
   using Ports = std::vector<PortRange>;
-  struct Row {
-    const wchar_t* text;
-    Ports ports;
-  };
-  const Row rows[] = {
+  const std::pair<const wchar_t*, Ports> rows[] = {
       {L"", {}},
       {L" , ; ", {}},
       {L"80, 443;8000-8100", {{80, 80}, {443, 443}, {8000, 8100}}},
@@ -106,11 +88,11 @@ TEST(PortSpec, RangesAndSinglePorts) {
       {L"080 0000000080", {{80, 80}, {80, 80}}},
       {L"5-5,5", {{5, 5}, {5, 5}}},
   };
-  for (const Row& row : rows) {
+  for (const auto& [text, expected] : rows) {
     Ports ports(1);
     std::wstring error;
-    EXPECT_TRUE(ParsePortSpec(row.text, ports, error)) << row.text << L": " << error;
-    EXPECT_EQ(ports, row.ports) << row.text;
+    EXPECT_TRUE(ParsePortSpec(text, ports, error)) << text << L": " << error;
+    EXPECT_EQ(ports, expected) << text;
   }
   for (const wchar_t* item : {L"80-", L"-80", L"-", L"90-80", L"65536", L"web", L"80-90-100",
                               L"00000000080", L"1-65536", L"+80", L"80/tcp", L"$dns"}) {

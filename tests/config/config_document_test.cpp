@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 
 #include "base/format.h"
 #include "base/text.h"
@@ -50,12 +51,6 @@ const std::string kHash(64, 'a');
 TEST(ConfigFromJson, AnEmptyDocumentTakesTheDefaults) {
   const Config config = Accepted("{}");
   EXPECT_EQ(config, Config{});
-  EXPECT_TRUE(config.enabled && config.allow_loopback && config.boot_time_filter &&
-              config.notifications && config.notify_system && config.blocklists_auto_update &&
-              config.updates_auto_check);
-  EXPECT_FALSE(config.log_allowed);
-  EXPECT_EQ(config.presets_version, 0);
-  EXPECT_TRUE(config.blocklists.empty() && config.rules.empty() && config.apps.empty());
   EXPECT_EQ(Accepted("{'enabled':null,'log_allowed':null,'blocklists':null,'apps':null,"
                      "'custom_blocklist':null,'presets_version':null,'rules':null,'modules':null,"
                      "'log_allowed_apps':null,'version':'any','unknown':[{}]}"),
@@ -99,111 +94,95 @@ TEST(ConfigFromJson, EveryKeyIsTaken) {
   EXPECT_EQ(config, expected);
 }
 
-TEST(ConfigFromJson, TheFirstFaultIsToldInOneSentence) {
-  struct Row {
-    std::string text;
-    std::wstring error;
+TEST(ConfigFromJson, TheFirstKeyOfAnotherTypeIsTold) {
+  struct Section {
+    std::string before;  // the document up to the keys, and behind them
+    std::string behind;
+    std::wstring subject;
+    std::wstring keys;  // in the order in which they are looked at, each behind its type's mark
   };
-  const Row rows[] = {
+  const Section sections[] = {
+      {"{", "}", L"",
+       L"?enabled ?allow_loopback ?boot_time_filter ?notifications ?notify_system ?log_allowed "
+       L"[log_allowed_apps [blocklists ?blocklists_auto_update ?updates_auto_check "
+       L"$custom_blocklist #presets_version [apps [rules [modules"},
+      {"{'apps':[{'path':'a',", "}]}", L"application a: ",
+       L"$action ?inbound #added $signer $product ?trust_updates #expires ?until_reboot [sha256"},
+      {"{'rules':[{", "}]}", L"rule #1: ", L"$name"},
+      {"{'rules':[{'name':'x',", "}]}", L"rule 'x': ",
+       L"?enabled $action $direction #protocol $remote $remote_ports $local_ports $app $user"},
+      {"{'modules':[{", "}]}", L"module #1: ", L"$id ?enabled $version $grant #approved"},
+  };
+  const std::map<wchar_t, const wchar_t*> types = {{L'?', L"true or false"},
+                                                   {L'$', L"a string"},
+                                                   {L'#', L"a whole number"},
+                                                   {L'[', L"an array"}};
+  for (const Section& section : sections) {
+    std::vector<std::wstring_view> keys = SplitAt(section.keys, L" ");
+    std::string wrong;
+    for (; !keys.empty(); keys.pop_back()) {
+      const std::wstring key(keys.back().substr(1));
+      const char* value = keys.back()[0] == L'#' ? "'5'" : "1";
+      wrong = "'" + Utf8FromWide(key) + "':" + value + (wrong.empty() ? "" : ",") + wrong;
+      ExpectRefused(Document(section.before + wrong + section.behind),
+                    section.subject + L"'" + key + L"' must be " + types.at(keys.back()[0]));
+    }
+  }
+}
+
+TEST(ConfigFromJson, TheFirstFaultIsToldInOneSentence) {
+  const std::wstring no_path = L"application #1 has no path";
+  const std::wstring bad_hash = L"application a: invalid 'sha256' value";
+  const std::pair<std::string, std::wstring> whole[] = {
       {"[]", L"configuration is not a JSON object"},
       {"null", L"configuration is not a JSON object"},
-      {"{'enabled':1}", L"'enabled' must be true or false"},
-      {"{'log_allowed_apps':{}}", L"'log_allowed_apps' must be an array"},
       {"{'log_allowed_apps':['a',null]}", L"'log_allowed_apps' must contain paths"},
-      {"{'blocklists':'drop'}", L"'blocklists' must be an array"},
       {"{'blocklists':[1]}", L"'blocklists' must contain list ids"},
-      {"{'custom_blocklist':[]}", L"'custom_blocklist' must be a string"},
       {"{'custom_blocklist':'1.2.3'}", L"your own malicious networks: invalid IP address: 1.2.3"},
       {"{'presets_version':9.5}", L"'presets_version' must be a whole number"},
-      {"{'presets_version':'9'}", L"'presets_version' must be a whole number"},
-      {"{'apps':{}}", L"'apps' must be an array"},
       {"{'apps':[{'path':'a'},[]]}", L"application #2 is not an object"},
-      {"{'apps':[{}]}", L"application #1 has no path"},
-      {"{'apps':[{'path':' '}]}", L"application #1 has no path"},
-      {"{'apps':[{'path':5}]}", L"application #1 has no path"},
-      {"{'apps':[{'path':'a','action':1}]}", L"application a: 'action' must be a string"},
-      {"{'apps':[{'path':'a','action':'Allow'}]}", L"invalid application action: Allow"},
-      {"{'apps':[{'path':'a','action':null}]}", L"invalid application action: "},
-      {"{'apps':[{'path':'a','action':'x','inbound':1}]}", L"invalid application action: x"},
-      {"{'apps':[{'path':'a','inbound':1,'added':''}]}",
-       L"application a: 'inbound' must be true or false"},
-      {"{'apps':[{'path':'a','added':1.5,'signer':1}]}",
-       L"application a: 'added' must be a whole number"},
-      {"{'apps':[{'path':'a','signer':1,'product':1}]}",
-       L"application a: 'signer' must be a string"},
-      {"{'apps':[{'path':'a','product':1,'trust_updates':1}]}",
-       L"application a: 'product' must be a string"},
-      {"{'apps':[{'path':'a','trust_updates':1,'expires':''}]}",
-       L"application a: 'trust_updates' must be true or false"},
-      {"{'apps':[{'path':'a','expires':'','until_reboot':1}]}",
-       L"application a: 'expires' must be a whole number"},
-      {"{'apps':[{'path':'a','until_reboot':1,'sha256':1}]}",
-       L"application a: 'until_reboot' must be true or false"},
-      {"{'apps':[{'path':'a','sha256':'x'}]}", L"application a: 'sha256' must be an array"},
-      {"{'apps':[{'path':'a','sha256':[5]}]}", L"application a: invalid 'sha256' value"},
-      {"{'apps':[{'path':'a','sha256':['" + kHash + "','" + kHash.substr(1) + "']}]}",
-       L"application a: invalid 'sha256' value"},
-      {"{'apps':[{'path':'a','sha256':['" + kHash + "a']}]}",
-       L"application a: invalid 'sha256' value"},
-      {"{'apps':[{'path':'a','sha256':['" + kHash.substr(1) + "g']}]}",
-       L"application a: invalid 'sha256' value"},
-      {"{'apps':[{'path':'a','sha256':[" + Repeated("1", 4097) + "]}]}",
-       L"application a: too many 'sha256' values"},
-      {"{'rules':true}", L"'rules' must be an array"},
       {"{'rules':[1]}", L"rule #1 is not an object"},
-      {"{'rules':[{'name':1}]}", L"rule #1: 'name' must be a string"},
-      {"{'rules':[{'name':'x'}]}", L"rule 'x': missing action (allow or block)"},
-      {"{'rules':[{'name':'x','action':null}]}", L"rule 'x': invalid rule action: "},
-      {"{'rules':[{'name':'x','action':'Block'}]}", L"rule 'x': invalid rule action: Block"},
       {"{'rules':[{'action':'allow'},{'action':'allow'},{'action':'a'}]}",
        L"rule 'Rule 3': invalid rule action: a"},
-      {"{'rules':[{'name':'x','enabled':1,'action':1}]}",
-       L"rule 'x': 'enabled' must be true or false"},
-      {"{'rules':[{'name':'x','action':1,'direction':1}]}", L"rule 'x': 'action' must be a string"},
-      {"{'rules':[{'name':'x','direction':1,'protocol':''}]}",
-       L"rule 'x': 'direction' must be a string"},
-      {"{'rules':[{'name':'x','protocol':'','remote':1}]}",
-       L"rule 'x': 'protocol' must be a whole number"},
-      {"{'rules':[{'name':'x','remote':1,'remote_ports':1}]}",
-       L"rule 'x': 'remote' must be a string"},
-      {"{'rules':[{'name':'x','remote_ports':80,'local_ports':1}]}",
-       L"rule 'x': 'remote_ports' must be a string"},
-      {"{'rules':[{'name':'x','local_ports':80,'app':1}]}",
-       L"rule 'x': 'local_ports' must be a string"},
-      {"{'rules':[{'name':'x','app':1,'user':1}]}", L"rule 'x': 'app' must be a string"},
-      {"{'rules':[{'name':'x','user':1}]}", L"rule 'x': 'user' must be a string"},
-      {"{'rules':[{'name':'x','user':'nobody'}]}", L"rule 'x': invalid user SID: nobody"},
-      {"{'rules':[{'name':'x','action':'allow','direction':'IN','protocol':256}]}",
-       L"rule 'x': invalid rule direction: IN"},
-      {"{'rules':[{'name':'x','action':'allow','direction':null}]}",
-       L"rule 'x': invalid rule direction: "},
-      {"{'rules':[{'name':'x','action':'allow','protocol':256,'remote':'y'}]}",
-       L"rule 'x': invalid protocol number"},
-      {"{'rules':[{'name':'x','action':'allow','protocol':-1}]}",
-       L"rule 'x': invalid protocol number"},
-      {"{'rules':[{'name':'x','action':'allow','remote':'y','remote_ports':'y'}]}",
-       L"rule 'x': invalid IP address: y"},
-      {"{'rules':[{'name':'x','action':'allow','remote_ports':'y','local_ports':'z'}]}",
-       L"rule 'x': invalid port or port range: y"},
-      {"{'rules':[{'name':'x','action':'allow','local_ports':'z'}]}",
-       L"rule 'x': invalid port or port range: z"},
-      {"{'modules':1}", L"'modules' must be an array"},
       {"{'modules':[1]}", L"module #1 is not an object"},
-      {"{'modules':[{'id':1}]}", L"module #1: 'id' must be a string"},
-      {"{'modules':[{'enabled':1}]}", L"module #1: 'enabled' must be true or false"},
-      {"{'modules':[{'version':1}]}", L"module #1: 'version' must be a string"},
-      {"{'modules':[{'grant':1}]}", L"module #1: 'grant' must be a string"},
-      {"{'modules':[{'approved':''}]}", L"module #1: 'approved' must be a whole number"},
       {"{'modules':[{}]}", L"module #1 has no id"},
       {"{'modules':[{'id':'abc'},{'id':'x'},{'id':'ABC'}]}", L"module listed twice: ABC"},
       {"{'modules':[" + Repeated("1", 65) + "]}", L"too many modules"},
   };
-  for (const Row& row : rows) ExpectRefused(Document(row.text), row.error);
-  for (const std::string key :
-       {"allow_loopback", "boot_time_filter", "notifications", "notify_system", "log_allowed",
-        "blocklists_auto_update", "updates_auto_check"}) {
-    ExpectRefused(Document("{'" + key + "':1}"),
-                  L"'" + WideFromUtf8(key) + L"' must be true or false");
+  for (const auto& [text, error] : whole) ExpectRefused(Document(text), error);
+  const std::pair<std::string, std::wstring> apps[] = {
+      {"", no_path},
+      {"'path':' '", no_path},
+      {"'path':5", no_path},
+      {"'path':'a','action':'Allow'", L"invalid application action: Allow"},
+      {"'path':'a','action':null", L"invalid application action: "},
+      {"'path':'a','action':'x','inbound':1", L"invalid application action: x"},
+      {"'path':'a','added':1.5", L"application a: 'added' must be a whole number"},
+      {"'path':'a','sha256':[5]", bad_hash},
+      {"'path':'a','sha256':['" + kHash + "','" + kHash.substr(1) + "']", bad_hash},
+      {"'path':'a','sha256':['" + kHash + "a']", bad_hash},
+      {"'path':'a','sha256':['" + kHash.substr(1) + "g']", bad_hash},
+      {"'path':'a','sha256':[" + Repeated("1", 4097) + "]",
+       L"application a: too many 'sha256' values"},
+  };
+  for (const auto& [text, error] : apps) {
+    ExpectRefused(Document("{'apps':[{" + text + "}]}"), error);
+  }
+  const std::pair<std::string, std::wstring> rules[] = {
+      {"", L"missing action (allow or block)"},
+      {",'action':null", L"invalid rule action: "},
+      {",'action':'Block'", L"invalid rule action: Block"},
+      {",'user':'nobody'", L"invalid user SID: nobody"},
+      {",'action':'allow','direction':'IN','protocol':256", L"invalid rule direction: IN"},
+      {",'action':'allow','direction':null", L"invalid rule direction: "},
+      {",'action':'allow','protocol':256,'remote':'y'", L"invalid protocol number"},
+      {",'action':'allow','protocol':-1", L"invalid protocol number"},
+      {",'action':'allow','remote':'y','remote_ports':'y'", L"invalid IP address: y"},
+      {",'action':'allow','remote_ports':'y','local_ports':'z'", L"invalid port or port range: y"},
+      {",'action':'allow','local_ports':'z'", L"invalid port or port range: z"},
+  };
+  for (const auto& [text, error] : rules) {
+    ExpectRefused(Document("{'rules':[{'name':'x'" + text + "}]}"), L"rule 'x': " + error);
   }
 }
 

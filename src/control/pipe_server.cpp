@@ -26,9 +26,12 @@ constexpr std::chrono::seconds kClientsMayTake(3);
 // into its next wait after the first try to end it.
 constexpr std::chrono::milliseconds kWakeSpacing(50);
 
-// Makes the instance for the next client. Only the first must be the name's first: a process that
-// got there before can then not pose as the service.
-platform::Code MakeInstance(bool first, platform::Pipe& pipe) {
+// Makes the instance for the next client. While no instance of the service's is open, it must be
+// the name's first: another process that has the name by then can neither pose as the service nor
+// lend it a pipe that lets others in. The guard keeps connections from closing in between.
+platform::Code MakeInstance(platform::Pipe& pipe) EXCLUDES(TheControlPipe.SubscriberGuard) {
+  GuardLock lock(TheControlPipe.SubscriberGuard);
+  const bool first = TheControlPipe.clients.empty();
   platform::PipeSettings settings;
   settings.name = kControlPipeName;
   settings.open_mode = platform::kPipeDuplex | (first ? platform::kPipeFirstInstance : 0U);
@@ -57,21 +60,21 @@ void ServeClient(platform::Pipe pipe) {
     thread.detach();
     return;
   }
+  // Without this the instance would stay, and with it the name, for as long as the client does.
+  (void)platform::DisconnectPipeClient(*client);
   GuardLock lock(TheControlPipe.SubscriberGuard);
   TheControlPipe.clients.erase(client);
 }
 
 // Thread routine: accepts clients until the stop.
 void ControlPipeServer() {
-  bool first = true;
   while (!TheControlPipe.PipeStop) {
     platform::Pipe pipe;
-    if (const platform::Code code = MakeInstance(first, pipe)) {
+    if (const platform::Code code = MakeInstance(pipe)) {
       LogService(L"CreateNamedPipe failed: %s", ErrorText(code));
       platform::SleepMilliseconds(kRetrySpacingMs);
       continue;
     }
-    first = false;
     if (AwaitClient(pipe) && !TheControlPipe.PipeStop) ServeClient(std::move(pipe));
   }
   GuardLock lock(TheControlPipe.SubscriberGuard);

@@ -26,6 +26,22 @@ platform::Code TryOpen() {
   return platform::OpenPipe(kControlPipeName, true, pipe);
 }
 
+// The pipe's name as another process takes it, whatever calls of the service's fail.
+platform::Pipe TakeName() {
+  platform::SecurityDescriptor descriptor;
+  EXPECT_EQ(platform::DescriptorFromText(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", descriptor), 0U);
+  platform::PipeSettings settings;
+  settings.name = kControlPipeName;
+  settings.open_mode = platform::kPipeDuplex;
+  settings.pipe_mode = platform::kPipeMessageType | platform::kPipeMessageRead;
+  settings.instances = 255;
+  std::uintptr_t handle = 0;
+  EXPECT_EQ(simulation::TheMachine().pipes.Make(settings, descriptor, handle), 0U);
+  platform::Pipe taken;
+  taken.Adopt(handle);
+  return taken;
+}
+
 // Stops the pipe; fails the test when a client had to be given up, which takes three seconds.
 void ExpectPromptStop() {
   const auto start = std::chrono::steady_clock::now();
@@ -44,18 +60,28 @@ TEST_F(PipeServer, AFailedInstanceIsLoggedAndTriedAgainASecondLater) {
 }
 
 TEST_F(PipeServer, DoesNotShareANameThatAnotherProcessHasTaken) {
-  platform::SecurityDescriptor descriptor;
-  ASSERT_EQ(platform::DescriptorFromText(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", descriptor), 0U);
-  platform::PipeSettings settings;
-  settings.name = kControlPipeName;
-  settings.open_mode = platform::kPipeDuplex;
-  settings.pipe_mode = platform::kPipeMessageType | platform::kPipeMessageRead;
-  settings.instances = 255;
-  platform::Pipe taken;
-  ASSERT_EQ(platform::MakePipe(settings, descriptor, taken), platform::kSuccess);
-
+  platform::Pipe taken = TakeName();
   StartControlPipe();
   EXPECT_TRUE(Eventually([this] { return Logged("CreateNamedPipe failed: ") >= 2; }));
+  EXPECT_EQ(machine.pipes.open_handles(), 1U);
+  taken.Close();
+  EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: "));
+}
+
+TEST_F(PipeServer, LosesItsNameRatherThanShareItOnceNoInstanceIsLeft) {
+  StartControlPipe();
+  ASSERT_TRUE(Eventually([this] { return machine.pipes.waiting() == 1; }));
+  machine.faults.FailAlways("MakePipe", kPipeBusy);
+  {
+    PipeClient only;
+    EXPECT_EQ(only.Ask("{}"), Refusal("unknown command: "));
+  }
+  ASSERT_TRUE(Eventually([this] { return machine.pipes.open_handles() == 0; }));
+  platform::Pipe taken = TakeName();
+  machine.faults.Clear();
+  const std::string refused =
+      "CreateNamedPipe failed: " + Utf8FromWide(ErrorText(platform::kAccessDenied));
+  EXPECT_TRUE(Eventually([&] { return Logged(refused) >= 2; }));
   EXPECT_EQ(machine.pipes.open_handles(), 1U);
   taken.Close();
   EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: "));

@@ -1,6 +1,6 @@
-// The files that are permitted by their hash alone, with the change numbers they had when they
-// were last verified. A changed number means that the file must be blocked until verified again.
-// All functions may be called from any thread and open files.
+// The files that are permitted by their hash alone, with the change numbers they had when the
+// filters were last applied. A changed number means that the file must be blocked until verified
+// again. All functions may be called from any thread and open files.
 #pragma once
 
 #include <cstdint>

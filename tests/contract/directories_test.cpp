@@ -20,12 +20,23 @@ std::vector<std::wstring> Names(const std::wstring& pattern, std::size_t most = 
   return names;
 }
 
-TEST(MakeDirectory, TellsWhyItCanNot) {
+TEST(Names, WhatCanNotBeDoneIsToldAndChangesNothing) {
   const std::wstring directory = FreshDirectory();
-  WriteWhole(directory + L"\\file", "");
+  const std::wstring here = directory + L"\\here";
+  const std::wstring none = directory + L"\\none";
+  const std::wstring below_none = none + L"\\none";
+  WriteWhole(here, "x");
   EXPECT_EQ(MakeDirectory(directory), kAlreadyExists);
-  EXPECT_EQ(MakeDirectory(directory + L"\\FILE"), kAlreadyExists);
-  EXPECT_EQ(MakeDirectory(directory + L"\\none\\none"), kPathNotFound);
+  EXPECT_EQ(MakeDirectory(directory + L"\\HERE"), kAlreadyExists);
+  EXPECT_EQ(MakeDirectory(below_none), kPathNotFound);
+  EXPECT_EQ(RenameFile(none, here, kReplaceExisting), kFileNotFound);
+  EXPECT_EQ(RenameFile(here, below_none, kReplaceExisting), kPathNotFound);
+  EXPECT_EQ(DuplicateFile(none, here), kFileNotFound);
+  EXPECT_EQ(DuplicateFile(here, below_none), kPathNotFound);
+  EXPECT_EQ(RemoveFile(none), kFileNotFound);
+  EXPECT_EQ(RemoveFile(below_none), kPathNotFound);
+  EXPECT_EQ(RemoveFile(directory), kAccessDenied);
+  EXPECT_EQ(ReadWhole(here), "x");
 }
 
 TEST(FindFiles, MatchesPatternsWithoutRegardToCase) {
@@ -50,7 +61,7 @@ TEST(FindFiles, MatchesPatternsWithoutRegardToCase) {
   EXPECT_EQ(Names(directory + L"\\*", 2).size(), 2u);
 }
 
-TEST(FindFiles, TellsNoMatchFromNoDirectory) {
+TEST(FindFiles, TellsNoMatchFromNoDirectoryAndMarksDirectories) {
   const std::wstring directory = FreshDirectory();
   std::vector<FoundFile> found = {{L"kept", 0}};
   EXPECT_EQ(FindFiles(directory + L"\\*", 9, found), kFileNotFound);
@@ -58,13 +69,8 @@ TEST(FindFiles, TellsNoMatchFromNoDirectory) {
   EXPECT_EQ(FindFiles(directory + L"\\none\\*", 9, found), kPathNotFound);
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(found[0].name, L"kept");
-}
-
-TEST(FindFiles, MarksDirectories) {
-  const std::wstring directory = FreshDirectory();
   ASSERT_EQ(MakeDirectory(directory + L"\\sub"), kSuccess);
   WriteWhole(directory + L"\\file", "");
-  std::vector<FoundFile> found;
   ASSERT_EQ(FindFiles(directory + L"\\*", 9, found), kSuccess);
   ASSERT_EQ(found.size(), 2u);
   for (const FoundFile& entry : found) {
@@ -85,16 +91,8 @@ TEST(RenameFile, ReplacesTheTargetInOneStep) {
   EXPECT_FALSE(Exists(from));
 }
 
-TEST(RenameFile, TellsWhyItCanNot) {
-  const std::wstring directory = FreshDirectory();
-  const std::wstring here = directory + L"\\here";
-  WriteWhole(here, "x");
-  EXPECT_EQ(RenameFile(directory + L"\\none", here, kReplaceExisting), kFileNotFound);
-  EXPECT_EQ(RenameFile(here, directory + L"\\none\\x", kReplaceExisting), kPathNotFound);
-  EXPECT_EQ(ReadWhole(here), "x");
-}
-
-TEST(RenameFile, LeavesBothFilesWhenOneIsHeldOpen) {
+// A file that is held open and may not be deleted is neither renamed, replaced nor removed.
+TEST(HeldFile, KeepsItsName) {
   const std::wstring directory = FreshDirectory();
   const std::wstring from = directory + L"\\from";
   const std::wstring to = directory + L"\\to";
@@ -104,11 +102,14 @@ TEST(RenameFile, LeavesBothFilesWhenOneIsHeldOpen) {
   const std::uint32_t share = kShareRead | kShareWrite;
   ASSERT_EQ(OpenFile(to, kGenericRead, share, kOpenExisting, kNormalFile, held), kSuccess);
   EXPECT_EQ(RenameFile(from, to, kReplaceExisting), kAccessDenied);
+  EXPECT_EQ(RemoveFile(to), kSharingViolation);
   ASSERT_EQ(OpenFile(from, kGenericRead, share, kOpenExisting, kNormalFile, held), kSuccess);
   EXPECT_EQ(RenameFile(from, to, kReplaceExisting), kSharingViolation);
   held.Close();
   EXPECT_EQ(ReadWhole(from), "new");
   EXPECT_EQ(ReadWhole(to), "old");
+  EXPECT_EQ(RemoveFile(directory + L"\\TO"), kSuccess);
+  EXPECT_FALSE(Exists(to));
 }
 
 TEST(RenameFile, ChangesTheCaseOfAName) {
@@ -126,23 +127,6 @@ TEST(DuplicateFile, ReplacesTheTargetAndLeavesTheSource) {
   ASSERT_EQ(DuplicateFile(directory + L"\\a", directory + L"\\b"), kSuccess);
   EXPECT_EQ(ReadWhole(directory + L"\\a"), "longer than before");
   EXPECT_EQ(ReadWhole(directory + L"\\b"), "longer than before");
-  EXPECT_EQ(DuplicateFile(directory + L"\\none", directory + L"\\b"), kFileNotFound);
-  EXPECT_EQ(DuplicateFile(directory + L"\\a", directory + L"\\none\\b"), kPathNotFound);
-}
-
-TEST(RemoveFile, TellsWhyItCanNot) {
-  const std::wstring directory = FreshDirectory();
-  EXPECT_EQ(RemoveFile(directory + L"\\none"), kFileNotFound);
-  EXPECT_EQ(RemoveFile(directory + L"\\none\\none"), kPathNotFound);
-  EXPECT_EQ(RemoveFile(directory), kAccessDenied);
-  WriteWhole(directory + L"\\a", "a");
-  File held;
-  ASSERT_EQ(OpenFile(directory + L"\\a", kGenericRead, kShareRead, kOpenExisting, 0, held),
-            kSuccess);
-  EXPECT_EQ(RemoveFile(directory + L"\\a"), kSharingViolation);
-  held.Close();
-  EXPECT_EQ(RemoveFile(directory + L"\\A"), kSuccess);
-  EXPECT_FALSE(Exists(directory + L"\\a"));
 }
 
 }  // namespace

@@ -11,69 +11,54 @@ namespace {
 using namespace kestrelon::platform;
 using namespace contract;
 
-Code Open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
-          FileDisposition disposition, File& file) {
-  return OpenFile(path, access, share, disposition, kNormalFile, file);
-}
+class Files : public testing::Test {
+ protected:
+  static Code Open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                   FileDisposition disposition, File& file) {
+    return OpenFile(path, access, share, disposition, kNormalFile, file);
+  }
+  static void Write(const File& file, const std::string& bytes) {
+    std::uint32_t written = 0;
+    const auto size = static_cast<std::uint32_t>(bytes.size());
+    ASSERT_EQ(WriteFileBytes(file, bytes.data(), size, written), kSuccess);
+    ASSERT_EQ(written, size);
+  }
 
-void Write(const File& file, const std::string& bytes) {
-  std::uint32_t written = 0;
-  const auto size = static_cast<std::uint32_t>(bytes.size());
-  ASSERT_EQ(WriteFileBytes(file, bytes.data(), size, written), kSuccess);
-  ASSERT_EQ(written, size);
-}
+  const std::wstring directory_ = FreshDirectory();
+  const std::wstring path_ = directory_ + L"\\a";
+  File file_;
+};
+using OpenedFile = Files;
+using FileBytes = Files;
+using FileNames = Files;
+using UsnRecord = Files;
 
-TEST(OpenFile, TellsAMissingFileFromAMissingParent) {
-  const std::wstring directory = FreshDirectory();
-  File file;
-  EXPECT_EQ(OpenToRead(directory + L"\\none", file), kFileNotFound);
-  EXPECT_EQ(OpenToRead(directory + L"\\none\\none", file), kPathNotFound);
-  EXPECT_EQ(Open(directory + L"\\none\\x", kGenericWrite, kShareNone, kOpenAlways, file),
+TEST_F(OpenedFile, IsLeftAloneByAFailureThatTellsWhatIsMissing) {
+  WriteWhole(path_, "a");
+  ASSERT_EQ(OpenToRead(path_, file_), kSuccess);
+  EXPECT_EQ(OpenToRead(directory_ + L"\\none", file_), kFileNotFound);
+  EXPECT_EQ(OpenToRead(directory_ + L"\\none\\none", file_), kPathNotFound);
+  EXPECT_EQ(Open(directory_ + L"\\none\\x", kGenericWrite, kShareNone, kOpenAlways, file_),
             kPathNotFound);
-  EXPECT_FALSE(file.is_open());
-}
-
-TEST(OpenFile, LeavesAnOpenFileAloneWhenItFails) {
-  const std::wstring directory = FreshDirectory();
-  WriteWhole(directory + L"\\a", "a");
-  File file;
-  ASSERT_EQ(OpenToRead(directory + L"\\a", file), kSuccess);
-  ASSERT_EQ(OpenToRead(directory + L"\\none", file), kFileNotFound);
+  EXPECT_EQ(OpenToRead(directory_, file_), kAccessDenied) << "a directory";
   std::uint64_t size = 0;
-  EXPECT_EQ(FileSize(file, size), kSuccess);
+  EXPECT_EQ(FileSize(file_, size), kSuccess);
   EXPECT_EQ(size, 1u);
 }
 
-TEST(OpenFile, CreatesKeepsOrEmptiesByDisposition) {
-  const std::wstring path = FreshDirectory() + L"\\a";
-  File file;
-  ASSERT_EQ(Open(path, kGenericWrite, kShareNone, kOpenAlways, file), kSuccess);
-  Write(file, "first");
-  file.Close();
-  ASSERT_EQ(Open(path, kGenericWrite, kShareNone, kOpenAlways, file), kSuccess);
-  file.Close();
-  EXPECT_EQ(ReadWhole(path), "first");
-  ASSERT_EQ(Open(path, kGenericWrite, kShareNone, kCreateAlways, file), kSuccess);
-  file.Close();
-  EXPECT_EQ(ReadWhole(path), "");
-}
-
-TEST(OpenFile, NeedsBackupSemanticsForADirectory) {
-  const std::wstring directory = FreshDirectory();
-  File file;
-  EXPECT_EQ(OpenToRead(directory, file), kAccessDenied);
-  EXPECT_EQ(OpenFile(directory, kReadAttributes, kShareAll, kOpenExisting, kBackupSemantics, file),
-            kSuccess);
-}
-
-TEST(OpenFile, PaysNoRegardToLetterCase) {
-  const std::wstring directory = FreshDirectory();
-  WriteWhole(directory + L"\\Config \u00c9.json", "x");
-  EXPECT_EQ(ReadWhole(directory + L"\\CONFIG \u00e9.JSON"), "x");
+TEST_F(OpenedFile, IsCreatedKeptOrEmptiedByDisposition) {
+  const std::pair<FileDisposition, const char*> opens[] = {
+      {kOpenAlways, ""}, {kOpenAlways, "first"}, {kCreateAlways, ""}};
+  for (const auto& [disposition, left] : opens) {
+    ASSERT_EQ(Open(path_, kGenericWrite, kShareNone, disposition, file_), kSuccess);
+    file_.Close();
+    EXPECT_EQ(ReadWhole(path_), left);
+    WriteWhole(path_, "first");
+  }
 }
 
 // What two opens of one file may ask for at once: each must share what the other accesses.
-TEST(OpenFile, KeepsToTheSharingOfThoseWhoHaveItOpen) {
+TEST_F(OpenedFile, KeepsToTheSharingOfThoseWhoHaveItOpen) {
   struct {
     std::uint32_t access, share, second_access, second_share;
     bool together;
@@ -89,106 +74,92 @@ TEST(OpenFile, KeepsToTheSharingOfThoseWhoHaveItOpen) {
       {kGenericWrite, kShareNone, kReadAttributes, kShareNone, true},
       {kReadAttributes, kShareNone, kGenericWrite, kShareNone, true},
   };
-  const std::wstring path = FreshDirectory() + L"\\a";
-  WriteWhole(path, "a");
+  WriteWhole(path_, "a");
   for (const auto& c : cases) {
-    File first;
     File second;
-    ASSERT_EQ(Open(path, c.access, c.share, kOpenExisting, first), kSuccess);
-    EXPECT_EQ(Open(path, c.second_access, c.second_share, kOpenExisting, second),
+    ASSERT_EQ(Open(path_, c.access, c.share, kOpenExisting, file_), kSuccess);
+    EXPECT_EQ(Open(path_, c.second_access, c.second_share, kOpenExisting, second),
               c.together ? kSuccess : kSharingViolation)
         << "case " << &c - cases;
-    first.Close();
+    file_.Close();
     second.Close();
-    EXPECT_EQ(Open(path, kGenericWrite, kShareNone, kOpenExisting, second), kSuccess)
+    EXPECT_EQ(Open(path_, kGenericWrite, kShareNone, kOpenExisting, second), kSuccess)
         << "a closed file is still held, case " << &c - cases;
   }
 }
 
-TEST(FileBytes, AreReadOnFromThePositionToTheEnd) {
-  const std::wstring path = FreshDirectory() + L"\\a";
-  WriteWhole(path, "abcde");
-  File file;
-  ASSERT_EQ(OpenToRead(path, file), kSuccess);
-  char bytes[3] = {};
-  std::uint32_t read = 0;
-  ASSERT_EQ(ReadFileBytes(file, bytes, 3, read), kSuccess);
-  EXPECT_EQ(std::string(bytes, read), "abc");
-  ASSERT_EQ(ReadFileBytes(file, bytes, 3, read), kSuccess);
-  EXPECT_EQ(std::string(bytes, read), "de");
-  ASSERT_EQ(ReadFileBytes(file, bytes, 3, read), kSuccess);
-  EXPECT_EQ(read, 0u);
+TEST_F(FileBytes, AreReadOnFromThePositionToTheEnd) {
+  WriteWhole(path_, "abcde");
+  ASSERT_EQ(OpenToRead(path_, file_), kSuccess);
+  for (const char* piece : {"abc", "de", ""}) {
+    char bytes[3] = {};
+    std::uint32_t read = 0;
+    ASSERT_EQ(ReadFileBytes(file_, bytes, 3, read), kSuccess);
+    EXPECT_EQ(std::string(bytes, read), piece);
+  }
 }
 
-TEST(FileBytes, AreAppendedAtTheEndAsItIsAtEachWrite) {
-  const std::wstring path = FreshDirectory() + L"\\a";
-  WriteWhole(path, "1");
-  File first;
+TEST_F(FileBytes, AreAppendedAtTheEndAsItIsAtEachWrite) {
+  WriteWhole(path_, "1");
   File second;
   const std::uint32_t share = kShareRead | kShareWrite;
-  ASSERT_EQ(Open(path, kAppendData, share, kOpenAlways, first), kSuccess);
-  ASSERT_EQ(Open(path, kAppendData, share, kOpenAlways, second), kSuccess);
-  Write(first, "2");
+  ASSERT_EQ(Open(path_, kAppendData, share, kOpenAlways, file_), kSuccess);
+  ASSERT_EQ(Open(path_, kAppendData, share, kOpenAlways, second), kSuccess);
+  Write(file_, "2");
   Write(second, "3");
-  Write(first, "4");
-  EXPECT_EQ(ReadWhole(path), "1234");
+  Write(file_, "4");
+  EXPECT_EQ(ReadWhole(path_), "1234");
 }
 
-TEST(FileBytes, AreRefusedWithoutTheAccess) {
-  const std::wstring path = FreshDirectory() + L"\\a";
-  WriteWhole(path, "a");
-  File file;
+TEST_F(FileBytes, AreRefusedWithoutTheAccess) {
+  WriteWhole(path_, "a");
   char byte = 'x';
   std::uint32_t count = 7;
-  ASSERT_EQ(OpenToRead(path, file), kSuccess);
-  EXPECT_EQ(WriteFileBytes(file, &byte, 1, count), kAccessDenied);
-  EXPECT_EQ(FlushFile(file), kAccessDenied);
-  ASSERT_EQ(Open(path, kGenericWrite, kShareAll, kOpenExisting, file), kSuccess);
-  EXPECT_EQ(ReadFileBytes(file, &byte, 1, count), kAccessDenied);
-  EXPECT_EQ(FlushFile(file), kSuccess);
+  ASSERT_EQ(OpenToRead(path_, file_), kSuccess);
+  EXPECT_EQ(WriteFileBytes(file_, &byte, 1, count), kAccessDenied);
+  EXPECT_EQ(FlushFile(file_), kAccessDenied);
+  ASSERT_EQ(Open(path_, kGenericWrite, kShareAll, kOpenExisting, file_), kSuccess);
+  EXPECT_EQ(ReadFileBytes(file_, &byte, 1, count), kAccessDenied);
+  EXPECT_EQ(FlushFile(file_), kSuccess);
   EXPECT_EQ(count, 7u);
 }
 
-TEST(FileInformation, TellsSizeKindAndWriteTime) {
-  const std::wstring directory = FreshDirectory();
+TEST_F(Files, InformationTellsSizeKindAndWriteTime) {
   const auto before = static_cast<std::uint64_t>(SystemTime());
-  WriteWhole(directory + L"\\a", "12345");
+  WriteWhole(path_, "12345");
   const auto after = static_cast<std::uint64_t>(SystemTime());
   FileInformation information;
-  ASSERT_EQ(QueryFileInformation(directory + L"\\A", information), kSuccess);
+  ASSERT_EQ(QueryFileInformation(directory_ + L"\\A", information), kSuccess);
   EXPECT_EQ(information.size, 5u);
   EXPECT_EQ(information.attributes & kAttributeDirectory, 0u);
   // File systems keep times more coarsely than the clock.
   constexpr std::uint64_t kTwoSeconds = 20'000'000;
   EXPECT_GE(information.write_time, before - kTwoSeconds);
   EXPECT_LE(information.write_time, after + kTwoSeconds);
-  ASSERT_EQ(QueryFileInformation(directory, information), kSuccess);
-  EXPECT_NE(information.attributes & kAttributeDirectory, 0u);
-  EXPECT_EQ(QueryFileInformation(directory + L"\\none", information), kFileNotFound);
-  EXPECT_EQ(QueryFileInformation(directory + L"\\none\\none", information), kPathNotFound);
+  ASSERT_EQ(QueryFileInformation(directory_, information), kSuccess);
+  EXPECT_EQ(QueryFileInformation(directory_ + L"\\none", information), kFileNotFound);
+  EXPECT_EQ(QueryFileInformation(directory_ + L"\\none\\none", information), kPathNotFound);
   EXPECT_NE(information.attributes & kAttributeDirectory, 0u) << "changed by a failure";
 }
 
-TEST(FinalPathName, HasTheLetterCaseOfTheDisk) {
-  const std::wstring directory = FreshDirectory();
-  ASSERT_EQ(MakeDirectory(directory + L"\\Sub"), kSuccess);
-  WriteWhole(directory + L"\\Sub\\File.Txt", "x");
-  File file;
-  std::wstring path;
-  ASSERT_EQ(OpenToRead(directory + L"\\SUB\\file.TXT", file), kSuccess);
-  ASSERT_EQ(FinalPathName(file, path), kSuccess);
-  EXPECT_EQ(path, L"\\\\?\\" + directory + L"\\Sub\\File.Txt");
-  ASSERT_EQ(OpenFile(directory + L"\\sub", kReadAttributes, kShareAll, kOpenExisting,
-                     kBackupSemantics, file),
-            kSuccess);
-  ASSERT_EQ(FinalPathName(file, path), kSuccess);
-  EXPECT_EQ(path, L"\\\\?\\" + directory + L"\\Sub");
+TEST_F(FileNames, HaveTheLetterCaseOfTheDiskInTheirFinalFormWhateverTheyAreOpenedBy) {
+  ASSERT_EQ(MakeDirectory(directory_ + L"\\Sub \u00c9"), kSuccess);
+  WriteWhole(directory_ + L"\\Sub \u00c9\\File.Txt", "x");
+  const std::pair<const wchar_t*, const wchar_t*> cases[] = {
+      {L"\\SUB \u00e9\\file.TXT", L"\\Sub \u00c9\\File.Txt"}, {L"\\sub \u00e9", L"\\Sub \u00c9"}};
+  for (const auto& [opened, final] : cases) {
+    std::wstring path;
+    ASSERT_EQ(OpenFile(directory_ + opened, kReadAttributes, kShareAll, kOpenExisting,
+                       kBackupSemantics, file_),
+              kSuccess);
+    ASSERT_EQ(FinalPathName(file_, path), kSuccess);
+    EXPECT_EQ(path, L"\\\\?\\" + directory_ + final);
+  }
 }
 
-TEST(LongNames, WorkToTheLimitOfAComponentAndBeyondThatOfAPath) {
-  const std::wstring directory = FreshDirectory();
+TEST_F(FileNames, MayBeLongToTheLimitOfAComponentAndBeyondThatOfAPath) {
   const std::wstring name(255, L'n');
-  const std::wstring deep = L"\\\\?\\" + directory + L"\\" + std::wstring(200, L'd');
+  const std::wstring deep = L"\\\\?\\" + directory_ + L"\\" + std::wstring(200, L'd');
   ASSERT_EQ(MakeDirectory(deep), kSuccess);
   WriteWhole(deep + L"\\" + name, "x");
   std::vector<FoundFile> found;
@@ -210,14 +181,13 @@ std::int64_t JournalNumber(const std::wstring& path) {
   return number;
 }
 
-TEST(UsnRecord, CarriesANumberThatRisesWithEachWrite) {
-  const std::wstring path = FreshDirectory() + L"\\program.exe";
-  WriteWhole(path, "one");
-  const std::int64_t first = JournalNumber(path);
+TEST_F(UsnRecord, CarriesANumberThatRisesWithEachWrite) {
+  WriteWhole(path_, "one");
+  const std::int64_t first = JournalNumber(path_);
   EXPECT_GE(first, 0);
-  EXPECT_EQ(JournalNumber(path), first);
-  WriteWhole(path, "two");
-  EXPECT_GT(JournalNumber(path), first);
+  EXPECT_EQ(JournalNumber(path_), first);
+  WriteWhole(path_, "two");
+  EXPECT_GT(JournalNumber(path_), first);
 }
 
 }  // namespace

@@ -59,6 +59,8 @@ void RestoreFilters(Config snapshot) REQUIRES(ConfigGuard) {
   bool config_changed = false;
   if (ApplyConfig(snapshot, error, config_changed)) return;
   LogService(L"Restoring the previous filters failed: %s", error);
+  // The loop is to retry the live configuration: whatever is in force now, it is not that.
+  Core.LastError = error;
   BlockAllFallback();
 }
 

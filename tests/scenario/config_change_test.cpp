@@ -2,6 +2,7 @@
 #include "core/config_change.h"
 #include "base/text.h"
 #include "config/config_file.h"
+#include "core/core_loop.h"
 #include "filtering/filter_engine.h"
 #include "platform/codes.h"
 #include "platform/wait.h"
@@ -114,6 +115,24 @@ TEST_F(ConfigChange, ADoubleFailureEndsInBlockAll) {
   EXPECT_FALSE(world.Passes(Out(kOther, L"203.0.113.5", 443)));
   EXPECT_TRUE(world.Passes(Loopback(Out(kTool, L"127.0.0.1", 80))));
   EXPECT_EQ(world.ConfigOnDisk(), before);
+}
+
+// Without applications nothing on the machine would ever look as if it had drifted.
+TEST_F(ConfigChange, WhatADoubleFailureLeavesIsRetriedUntilTheLiveOneIsBack) {
+  Config live;
+  live.presets_version = 9;
+  live.rules = {AllowRule(L"live")};
+  ASSERT_TRUE(world.Set(live)["ok"].boolean());
+  Config rejected = live;
+  rejected.rules = {BlockRule(L"rejected")};
+  world.machine().faults.FailNthOf("RenameFile", 2, platform::kAccessDenied);
+  world.machine().faults.FailNthOf("CommitTransaction", 3, platform::kTransactionTimeout);
+  (void)world.Set(rejected);
+  EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+  EXPECT_EQ(world.LastError().substr(0, 34), L"FwpmTransactionCommit0: 0x80320012");
+  LoopPass();
+  EXPECT_TRUE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+  EXPECT_EQ(world.LastError(), L"");
 }
 
 TEST_F(ConfigChange, TheSameContentAgainStillBacksUpSavesAndLogs) {

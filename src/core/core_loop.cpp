@@ -21,7 +21,6 @@
 namespace kestrelon {
 namespace {
 
-constexpr std::int64_t kStepsPerMillisecond = 10000;
 constexpr std::int64_t kLongestDelayMs = 15000;
 // An expiry is served so long after it falls due, so that it is never served early.
 constexpr std::int64_t kExpirySlackMs = 50;
@@ -140,7 +139,9 @@ bool AwaitPass() EXCLUDES(ConfigGuard) {
 std::uint32_t NextPassDelayMs() {
   const auto expiry = NextExpiry(Core.CurrentConfig);
   if (!expiry) return kLongestDelayMs;
-  const std::int64_t left_ms = (*expiry - platform::SystemTime()) / kStepsPerMillisecond;
+  const std::int64_t now = platform::SystemTime();
+  // A configuration may name any time: one long past would overflow the difference.
+  const std::int64_t left_ms = *expiry <= now ? 0 : (*expiry - now) / platform::kTimeStepsPerMs;
   return static_cast<std::uint32_t>(
       std::clamp(left_ms + kExpirySlackMs, kExpirySlackMs, kLongestDelayMs));
 }

@@ -7,21 +7,16 @@
 #include "platform/clock.h"
 
 namespace kestrelon {
-namespace {
 
-constexpr std::int64_t kStepsPerMillisecond = 10000;
+std::int64_t BootTime() {
+  const auto since_boot_ms = static_cast<std::int64_t>(platform::TickMilliseconds());
+  return platform::SystemTime() - since_boot_ms * platform::kTimeStepsPerMs;
+}
 
 bool HasEnded(const AppEntry& app, std::int64_t now, std::int64_t boot_time) {
   if (app.expires != 0 && now >= app.expires) return true;
   // An entry of unknown age may be older than the machine's start: it ends.
   return app.until_reboot && (app.added == 0 || app.added < boot_time);
-}
-
-}  // namespace
-
-std::int64_t BootTime() {
-  const auto since_boot_ms = static_cast<std::int64_t>(platform::TickMilliseconds());
-  return platform::SystemTime() - since_boot_ms * kStepsPerMillisecond;
 }
 
 std::vector<AppEntry> ExpireTemporaryApps(Config& config, std::int64_t now,

@@ -1,4 +1,5 @@
-// Permissions that end by themselves: at a time, or with the machine's next start.
+// Permissions that end by themselves: at a time, or with the machine's next start. Times are 100 ns
+// steps since 1601-01-01 UTC.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,10 @@ namespace kestrelon {
 // When the machine started, by the wall clock and the tick of now.
 [[nodiscard]] std::int64_t BootTime();
 
-// Takes out of `config` the entries that have ended and gives them, in list order. Times are 100 ns
-// steps since 1601-01-01 UTC.
+// Whether an entry is over, although nobody may have taken it out yet.
+[[nodiscard]] bool HasEnded(const AppEntry& app, std::int64_t now, std::int64_t boot_time);
+
+// Takes out of `config` the entries that have ended and gives them, in list order.
 [[nodiscard]] std::vector<AppEntry> ExpireTemporaryApps(Config& config, std::int64_t now,
                                                         std::int64_t boot_time);
 

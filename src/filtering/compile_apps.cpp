@@ -8,6 +8,7 @@
 
 #include "base/format.h"
 #include "config/app_reference.h"
+#include "core/temporary_apps.h"
 #include "identity/app_pattern.h"
 #include "identity/file_identity.h"
 #include "identity/product_label.h"
@@ -18,7 +19,6 @@
 namespace kestrelon {
 namespace {
 
-constexpr std::int64_t kTimeStepsPerMs = 10000;  // of 100 ns
 // A path, a signer and a hash: what the piece of a usual file takes.
 constexpr std::size_t kUsualPieceLength = 192;
 
@@ -198,12 +198,6 @@ void GatePackage(const AppEntry& app, const std::wstring& name, FilterPlan& plan
   plan.entries.push_back(std::move(entry));
 }
 
-// Whether a temporary permission is over, although nobody has taken the entry out yet.
-bool HasEnded(const AppEntry& app, std::int64_t now, std::int64_t boot_time) {
-  if (app.expires != 0 && now >= app.expires) return true;
-  return app.until_reboot && (app.added == 0 || app.added < boot_time);
-}
-
 }  // namespace
 
 void CompileApps(Config& config, FilterPlan& plan) {
@@ -214,9 +208,7 @@ void CompileApps(Config& config, FilterPlan& plan) {
   plan.config_changed = false;
 
   const std::int64_t now = platform::SystemTime();
-  const std::int64_t boot_time =
-      platform::SystemTime() -
-      static_cast<std::int64_t>(platform::TickMilliseconds()) * kTimeStepsPerMs;
+  const std::int64_t boot_time = BootTime();
   plan.fingerprint.reserve(config.apps.size() * kUsualPieceLength);
   for (AppEntry& app : config.apps) {
     if (HasEnded(app, now, boot_time)) continue;

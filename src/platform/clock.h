@@ -11,6 +11,7 @@ std::uint64_t TickMilliseconds();
 
 // The wall clock: 100 ns steps since 1601-01-01 UTC.
 std::int64_t SystemTime();
+inline constexpr std::int64_t kTimeStepsPerMs = 10000;
 
 struct CalendarTime {
   unsigned year = 0;

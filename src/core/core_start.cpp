@@ -90,8 +90,9 @@ void CoreStop() {
   StopControlPipe();
   StopFollowWorker();
   StopListeningToMachine();
-  SyncFileWatch({}, &Core.WakeEvent);
+  // Under the guard: an application still running for a client that hangs would start watches anew.
   GuardLock lock(ConfigGuard);
+  SyncFileWatch({}, &Core.WakeEvent);
   CloseEngine(TheEngine);
 }
 

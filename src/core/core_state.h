@@ -19,7 +19,8 @@ inline constexpr const wchar_t* kBuild = L"48";
 extern RecursiveGuard ConfigGuard;
 
 struct CoreState {
-  // The one live configuration; replaced only as a whole by SetConfig.
+  // The one live configuration. A client replaces it as a whole; expiry, following, pruning and
+  // what compiling learns edit it in place.
   Config CurrentConfig GUARDED_BY(ConfigGuard);
   // Text of the last failed apply; empty when the last apply worked.
   std::wstring LastError GUARDED_BY(ConfigGuard);

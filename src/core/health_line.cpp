@@ -41,8 +41,7 @@ void HealthLine() {
   LogService(
       L"Health: up %.1f h, memory %.1f MB (private %.1f MB), %lu handles, protection %s, "
       L"%zu filters, net events %llu (Kestrelon drops %llu), applies %u (failed %u), restored "
-      L"after "
-      L"tampering %u, changed files blocked %u, modules running %d%s%s",
+      L"after tampering %u, changed files blocked %u, modules running %d%s%s",
       static_cast<double>(now - Core.StartTick) / kMsInAnHour, Mebibytes(memory.working_set_bytes),
       Mebibytes(memory.private_bytes), handles, Core.CurrentConfig.enabled ? L"on" : L"OFF",
       FilterCount(TheEngine), Core.NetEvents.load(), Core.NetDrops.load(), Core.ApplyCount.load(),

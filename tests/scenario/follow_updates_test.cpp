@@ -2,8 +2,6 @@
 // else gets it.
 #include "identity/follow_updates.h"
 
-#include <chrono>
-#include <functional>
 #include <thread>
 
 #include "base/text.h"
@@ -23,14 +21,6 @@ AppEntry Published(const std::wstring& path, const wchar_t* signer = kPublisher)
   AppEntry app = Allowed(path);
   app.signer = signer;
   return app;
-}
-
-std::size_t Count(const std::wstring& text, const std::wstring& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::wstring::npos; at = text.find(part, at + 1)) {
-    ++count;
-  }
-  return count;
 }
 
 class FollowUpdates : public Scenario {
@@ -73,12 +63,12 @@ class FollowUpdates : public Scenario {
     files.SetVersion(path, L"\\StringFileInfo\\040904b0\\OriginalFilename", L"tool.exe");
   }
 
-  // Waits for what the worker does.
-  bool Eventually(const std::function<bool()>& holds) {
-    for (int i = 0; i < 10000 && !holds(); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return holds();
+  // How often service.log says so.
+  std::size_t LogCount(const std::wstring& part) {
+    std::size_t count = 0;
+    const std::wstring log = world.Log();
+    for (std::size_t at = log.find(part); at != log.npos; at = log.find(part, at + 1)) ++count;
+    return count;
   }
 
   Config before;
@@ -121,29 +111,29 @@ TEST_F(FollowUpdates, TheEntryMovesWhenTheOldFileIsGone) {
 
 TEST_F(FollowUpdates, OnlyPublisherAndProductTogetherAreFollowed) {
   SetProduct(kOld, L"Contoso Tool");
-  SetProduct(kNew, L"CONTOSO TOOL");
   Start({Published(kOld)});
   EXPECT_EQ(before.apps[0].product, L"contoso tool|tool.exe") << "learnt from the listed file";
-
-  const std::wstring refused = std::wstring(L"Not following update ") + kNew + L": ";
-  world.Signed(kNew, "tool 1.3, of another", L"Somebody Else");
-  FollowUpdate(kNew);
-  EXPECT_TRUE(world.Logged(
-      refused + L"publisher \"Somebody Else\" does not match \"Example Publisher\"\r\n"));
-  ExpectNotFollowed();
-
-  world.machine().files.Write(kNew, "not what was signed");
-  FollowUpdate(kNew);
-  EXPECT_TRUE(world.Logged(refused + L"publisher \"\" does not match \"Example Publisher\"\r\n"));
-  ExpectNotFollowed();
-
-  world.Signed(kNew, "shell 1.3", kPublisher);
-  SetProduct(kNew, L"Contoso Shell");
-  FollowUpdate(kNew);
-  EXPECT_TRUE(world.Logged(refused + L"product \"contoso shell|tool.exe\" does not match "
-                                     L"\"contoso tool|tool.exe\"\r\n"));
-  ExpectNotFollowed();
-
+  const struct {
+    const wchar_t* signer;
+    const char* content;  // put in place of what was signed
+    const wchar_t* product;
+    const wchar_t* reason;
+  } cases[] = {
+      {L"Somebody Else", nullptr, L"CONTOSO TOOL",
+       L"publisher \"Somebody Else\" does not match \"Example Publisher\"\r\n"},
+      {kPublisher, "not what was signed", L"CONTOSO TOOL",
+       L"publisher \"\" does not match \"Example Publisher\"\r\n"},
+      {kPublisher, nullptr, L"Contoso Shell",
+       L"product \"contoso shell|tool.exe\" does not match \"contoso tool|tool.exe\"\r\n"},
+  };
+  for (const auto& c : cases) {
+    world.Signed(kNew, "tool 1.3, for " + Utf8FromWide(c.reason), c.signer);
+    if (c.content != nullptr) world.machine().files.Write(kNew, c.content);
+    SetProduct(kNew, c.product);
+    FollowUpdate(kNew);
+    EXPECT_TRUE(world.Logged(std::wstring(L"Not following update ") + kNew + L": " + c.reason));
+    ExpectNotFollowed();
+  }
   SetProduct(kNew, L"CONTOSO TOOL");
   FollowUpdate(kNew);
   EXPECT_TRUE(Reaches(kNew));
@@ -270,36 +260,37 @@ TEST_F(FollowUpdates, TheWorkerLooksAtAKnockingProgramOnceIn30Seconds) {
   const std::wstring line = std::wstring(L"Not following update ") + kNew;
   for (int i = 0; i < 10; ++i) QueueFollow(kNew);
   // Paths are handled in their order: behind this one, all before it are.
-  world.Signed(kNext, "tool 1.4", kPublisher);
-  QueueFollow(kNext);
-  EXPECT_TRUE(Eventually([&] { return Reaches(kNext); }));
-  EXPECT_EQ(Count(world.Log(), line), 1U);
+  auto handle_all = [&, updates = std::size_t{0}](const wchar_t* path) mutable {
+    world.Signed(path, "another", kPublisher);
+    QueueFollow(path);
+    for (++updates; LogCount(L"Update detected: ") != updates;) std::this_thread::yield();
+  };
+  handle_all(kNext);
+  EXPECT_EQ(LogCount(line), 1U);
   world.machine().clock.Advance(30000);
   QueueFollow(kNew);
-  EXPECT_TRUE(Eventually([&] { return Count(world.Log(), line) == 2; }));
+  handle_all(L"C:\\Apps\\Tool-1.5\\tool.exe");
+  EXPECT_EQ(LogCount(line), 2U);
   EXPECT_FALSE(Reaches(kNew));
 }
 
-// Entries of which pruning takes out the first ones, or none.
-struct PruneCase {
-  const char* name;
-  std::vector<AppEntry> apps;
-  std::size_t removed;
-};
-
-std::vector<PruneCase> PruneCases() {
+TEST_F(FollowUpdates, EntriesOfVersionsThatAreGoneArePruned) {
+  Start({});
+  world.machine().files.SetLink(L"C:\\Apps\\current", L"C:\\Apps\\Tool-1.3");
   const AppEntry gone = Published(L"C:\\Apps\\Tool-1.0\\tool.exe");
   const AppEntry also_gone = Published(L"%SystemDrive%\\Apps\\Tool-1.1\\tool.exe");
   const AppEntry there = Published(kNew);
-  AppEntry gone_and_fixed = gone;
-  gone_and_fixed.trust_updates = false;
+  AppEntry gone_and_fixed = gone, there_and_fixed = there;
+  gone_and_fixed.trust_updates = there_and_fixed.trust_updates = false;
   AppEntry gone_and_unsigned = gone;
   gone_and_unsigned.signer.clear();
-  AppEntry there_and_fixed = there;
-  there_and_fixed.trust_updates = false;
   AppEntry there_and_blocking = there;
   there_and_blocking.allow = false;
-  return {
+  const struct {
+    const char* claim;
+    std::vector<AppEntry> apps;
+    std::size_t removed;  // so many of the first
+  } cases[] = {
       {"old version gone", {gone, there}, 1},
       {"two old versions gone", {gone, also_gone, there}, 2},
       {"successor behind a link", {gone, Published(L"C:\\Apps\\current\\tool.exe")}, 1},
@@ -312,23 +303,18 @@ std::vector<PruneCase> PruneCases() {
       {"the other blocks", {gone, there_and_blocking}, 0},
       {"another publisher", {gone, Published(kNew, L"Somebody Else")}, 0},
   };
-}
-
-TEST_F(FollowUpdates, EntriesOfVersionsThatAreGoneArePruned) {
-  Start({});
-  world.machine().files.SetLink(L"C:\\Apps\\current", L"C:\\Apps\\Tool-1.3");
   std::size_t removed = 0;
-  for (const PruneCase& row : PruneCases()) {
-    SCOPED_TRACE(row.name);
-    GuardLock lock(ConfigGuard);
-    Core.CurrentConfig.apps = row.apps;
-    EXPECT_EQ(PruneOldVersions(), row.removed != 0);
-    const auto left = row.apps.begin() + static_cast<std::ptrdiff_t>(row.removed);
-    EXPECT_EQ(Core.CurrentConfig.apps, std::vector<AppEntry>(left, row.apps.end()));
-    removed += row.removed;
+  GuardLock lock(ConfigGuard);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.claim);
+    Core.CurrentConfig.apps = c.apps;
+    EXPECT_EQ(PruneOldVersions(), c.removed != 0);
+    const auto left = c.apps.begin() + static_cast<std::ptrdiff_t>(c.removed);
+    EXPECT_EQ(Core.CurrentConfig.apps, std::vector<AppEntry>(left, c.apps.end()));
+    removed += c.removed;
   }
   const std::wstring line = L"Removing rule of old version (file gone): ";
-  EXPECT_EQ(Count(world.Log(), line), removed);
+  EXPECT_EQ(LogCount(line), removed);
   EXPECT_TRUE(world.Logged(line + L"%SystemDrive%\\Apps\\Tool-1.1\\tool.exe\r\n"));
 }
 

@@ -182,12 +182,13 @@ std::int64_t JournalNumber(const std::wstring& path) {
 }
 
 TEST_F(UsnRecord, CarriesANumberThatRisesWithEachWrite) {
-  WriteWhole(path_, "one");
-  const std::int64_t first = JournalNumber(path_);
+  const std::wstring path = directory_ + L"\\program.exe";
+  WriteWhole(path, "one");
+  const std::int64_t first = JournalNumber(path);
   EXPECT_GE(first, 0);
-  EXPECT_EQ(JournalNumber(path_), first);
-  WriteWhole(path_, "two");
-  EXPECT_GT(JournalNumber(path_), first);
+  EXPECT_EQ(JournalNumber(path), first);
+  WriteWhole(path, "two");
+  EXPECT_GT(JournalNumber(path), first);
 }
 
 }  // namespace

@@ -10,18 +10,12 @@ namespace {
 using namespace kestrelon::platform;
 
 TEST(Ipv4FromText, TakesFourDecimalPartsAlone) {
-  const struct {
-    const wchar_t* text;
-    std::uint32_t address;
-  } good[] = {
-      {L"0.0.0.0", 0},
-      {L"10.1.2.3", 0x0A010203},
-      {L"255.255.255.255", 0xFFFFFFFF},
-  };
-  for (const auto& c : good) {
+  const std::pair<const wchar_t*, std::uint32_t> good[] = {
+      {L"0.0.0.0", 0}, {L"10.1.2.3", 0x0A010203}, {L"255.255.255.255", 0xFFFFFFFF}};
+  for (const auto& [text, expected] : good) {
     std::uint32_t address = 1;
-    EXPECT_TRUE(Ipv4FromText(c.text, address)) << testing::PrintToString(c.text);
-    EXPECT_EQ(address, c.address);
+    EXPECT_TRUE(Ipv4FromText(text, address)) << testing::PrintToString(text);
+    EXPECT_EQ(address, expected);
   }
   const std::wstring with_a_null(L"1.2.3.4\0x", 9);
   const std::wstring bad[] = {L"",          L"1",          L"1.2.3",    L"1.2.3.4.5",
@@ -37,10 +31,7 @@ TEST(Ipv4FromText, TakesFourDecimalPartsAlone) {
 }
 
 TEST(Ipv6FromText, TakesTheTextFormsWithoutAZone) {
-  const struct {
-    const wchar_t* text;
-    Ipv6Address address;
-  } good[] = {
+  const std::pair<const wchar_t*, Ipv6Address> good[] = {
       {L"::", {}},
       {L"::1", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}},
       {L"fe80::", {0xFE, 0x80}},
@@ -50,10 +41,10 @@ TEST(Ipv6FromText, TakesTheTextFormsWithoutAZone) {
        {0x20, 0x01, 0x0D, 0xB8, 0, 0, 0, 0, 0, 8, 8, 0, 0x20, 0x0C, 0x41, 0x7A}},
       {L"::ffff:1.2.3.4", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 1, 2, 3, 4}},
   };
-  for (const auto& c : good) {
+  for (const auto& [text, expected] : good) {
     Ipv6Address address = {9};
-    EXPECT_TRUE(Ipv6FromText(c.text, address)) << testing::PrintToString(c.text);
-    EXPECT_EQ(address, c.address) << testing::PrintToString(c.text);
+    EXPECT_TRUE(Ipv6FromText(text, address)) << testing::PrintToString(text);
+    EXPECT_EQ(address, expected) << testing::PrintToString(text);
   }
   const std::wstring bad[] = {
       L"",        L":",       L":::",  L"1::2::3",    L"12345::", L"1:2:3:4:5:6:7",
@@ -90,10 +81,10 @@ TEST(InterfaceNotification, TellsOfNoChangeAtItsRegistration) {
   ASSERT_EQ(NotifyInterfaceChanges(count, &calls, first), kSuccess);
   ASSERT_EQ(NotifyInterfaceChanges(count, &calls, second), kSuccess);
   EXPECT_TRUE(first != 0 && second != 0 && first != second);
-  EXPECT_EQ(CancelInterfaceNotification(first), kSuccess);
-  EXPECT_EQ(CancelInterfaceNotification(second), kSuccess);
+  for (const InterfaceNotification one : {first, second, InterfaceNotification{0}}) {
+    EXPECT_EQ(CancelInterfaceNotification(one), kSuccess);
+  }
   EXPECT_EQ(calls, 0);
-  EXPECT_EQ(CancelInterfaceNotification(0), kSuccess) << "none";
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "platform/resources.h"
 #include "platform/service_host.h"
 #include "tests/contract/scratch.h"
@@ -14,39 +16,38 @@ using namespace contract;
 
 constexpr std::uint32_t kQuery = kServiceQueryConfig | kServiceQueryStatus;
 
-std::vector<std::wstring> AllServices(const ServiceHandle& manager) {
+void ForAllServices(const std::function<void(const ServiceHandle& service)>& check) {
+  ServiceHandle manager;
   std::vector<std::wstring> names;
+  ASSERT_EQ(OpenServiceManager(kManagerConnect | kManagerEnumerate, manager), kSuccess);
   EXPECT_EQ(EnumerateServices(manager, kServiceTypeWin32, kServiceStateAll, names), kSuccess);
   EXPECT_FALSE(names.empty());
-  return names;
+  for (const std::wstring& name : names) {
+    SCOPED_TRACE(testing::PrintToString(name));
+    ServiceHandle service;
+    ASSERT_EQ(OpenServiceByName(manager, name, kQuery, service), kSuccess);
+    check(service);
+  }
 }
 
 TEST(Services, AreListedAndEachCanBeAsked) {
-  ServiceHandle manager;
-  ASSERT_EQ(OpenServiceManager(kManagerConnect | kManagerEnumerate, manager), kSuccess);
-  for (const std::wstring& name : AllServices(manager)) {
-    ServiceHandle service;
-    ASSERT_EQ(OpenServiceByName(manager, name, kQuery, service), kSuccess);
+  ForAllServices([](const ServiceHandle& service) {
     ServiceSettings settings;
     EXPECT_EQ(QueryServiceSettings(service, settings), kSuccess);
-    EXPECT_FALSE(settings.binary_path.empty()) << testing::PrintToString(name);
-    EXPECT_FALSE(settings.display_name.empty()) << testing::PrintToString(name);
+    EXPECT_FALSE(settings.binary_path.empty());
+    EXPECT_FALSE(settings.display_name.empty());
     std::uint32_t state = 0;
     EXPECT_EQ(QueryServiceState(service, state), kSuccess);
     EXPECT_TRUE(state >= 1 && state <= 7) << state;
-  }
+  });
 }
 
 TEST(Services, TellTheTypeOfTheirSid) {
-  ServiceHandle manager;
-  ASSERT_EQ(OpenServiceManager(kManagerConnect | kManagerEnumerate, manager), kSuccess);
-  for (const std::wstring& name : AllServices(manager)) {
-    ServiceHandle service;
-    ASSERT_EQ(OpenServiceByName(manager, name, kQuery, service), kSuccess);
+  ForAllServices([](const ServiceHandle& service) {
     std::uint32_t type = 99;
-    ASSERT_EQ(QueryServiceSidType(service, type), kSuccess);
+    EXPECT_EQ(QueryServiceSidType(service, type), kSuccess);
     EXPECT_TRUE(type == 0 || type == 1 || type == 3) << type;
-  }
+  });
 }
 
 TEST(Services, AreRefusedWhenMissingOrNotAskedFor) {
@@ -58,28 +59,16 @@ TEST(Services, AreRefusedWhenMissingOrNotAskedFor) {
   std::vector<std::wstring> names = {L"kept"};
   EXPECT_EQ(EnumerateServices(manager, kServiceTypeWin32, kServiceStateAll, names), kAccessDenied);
   EXPECT_EQ(names, std::vector<std::wstring>{L"kept"});
-
-  ServiceHandle lister;
-  ASSERT_EQ(OpenServiceManager(kManagerConnect | kManagerEnumerate, lister), kSuccess);
-  const std::wstring some = AllServices(lister).front();
-  ASSERT_EQ(OpenServiceByName(manager, some, kServiceQueryStatus, service), kSuccess);
-  ServiceSettings settings;
-  EXPECT_EQ(QueryServiceSettings(service, settings), kAccessDenied);
-  service.Close();
-  EXPECT_EQ(QueryServiceSettings(service, settings), kInvalidHandle);
 }
 
 // A service of this machine's, gone again at the end of the case. Its program is not there.
 class OwnService : public testing::Test {
  protected:
-  OwnService() {
+  void SetUp() override {
     record_.name = L"KestrelonContract";
     record_.display_name = L"Kestrelon contract";
     record_.start = 3;  // on demand
     record_.binary_path = L"\"C:\\No Such Directory\\service.exe\"";
-  }
-
-  void SetUp() override {
     ASSERT_EQ(OpenServiceManager(kManagerAllAccess, manager_), kSuccess);
     ASSERT_EQ(RegisterService(manager_, record_, service_), kSuccess);
   }
@@ -88,40 +77,30 @@ class OwnService : public testing::Test {
     if (service_.handle() != 0) (void)UnregisterService(service_);
   }
 
-  Code Open(std::uint32_t access, ServiceHandle& service) {
-    return OpenServiceByName(manager_, record_.name, access, service);
-  }
-
   ServiceRecord record_;
   ServiceHandle manager_;
   ServiceHandle service_;
 };
 
 TEST_F(OwnService, HoldsItsRecordUntilUpdated) {
-  ServiceSettings settings;
-  ASSERT_EQ(QueryServiceSettings(service_, settings), kSuccess);
-  EXPECT_EQ(settings.display_name, record_.display_name);
-  EXPECT_EQ(settings.binary_path, record_.binary_path);
-
-  record_.display_name = L"Kestrelon contract, updated";
-  record_.binary_path = L"C:\\elsewhere.exe";
-  record_.dependencies = {L"EventLog"};
-  EXPECT_EQ(UpdateService(service_, record_), kSuccess);
-  ASSERT_EQ(QueryServiceSettings(service_, settings), kSuccess);
-  EXPECT_EQ(settings.display_name, record_.display_name);
-  EXPECT_EQ(settings.binary_path, record_.binary_path);
+  for (const bool updated : {false, true}) {
+    if (updated) {
+      record_.display_name = L"Kestrelon contract, updated";
+      record_.binary_path = L"C:\\elsewhere.exe";
+      record_.dependencies = {L"EventLog"};
+      EXPECT_EQ(UpdateService(service_, record_), kSuccess);
+    }
+    ServiceSettings settings;
+    ASSERT_EQ(QueryServiceSettings(service_, settings), kSuccess);
+    EXPECT_EQ(settings.display_name, record_.display_name);
+    EXPECT_EQ(settings.binary_path, record_.binary_path);
+  }
   EXPECT_EQ(DescribeService(service_, L"What it is for"), kSuccess);
   EXPECT_EQ(SetServiceFailureActions(service_, {86400, {1000, 2000}}), kSuccess);
 }
 
 TEST_F(OwnService, TakesTheFlagOfItsFailureActions) {
   EXPECT_EQ(SetServiceFailureFlag(service_, true), kSuccess);
-}
-
-TEST_F(OwnService, CannotBeRegisteredTwice) {
-  ServiceHandle second;
-  EXPECT_EQ(RegisterService(manager_, record_, second), kServiceExists);
-  EXPECT_EQ(second.handle(), 0u);
 }
 
 TEST_F(OwnService, IsStoppedUntilItStarts) {
@@ -134,22 +113,29 @@ TEST_F(OwnService, IsStoppedUntilItStarts) {
   EXPECT_EQ(state, kServiceStopped);
 }
 
-TEST_F(OwnService, GoesOnceItIsDeletedAndClosed) {
+TEST_F(OwnService, IsRegisteredOnceAndGoesOnceItIsDeletedAndClosed) {
+  ServiceHandle second;
+  EXPECT_EQ(RegisterService(manager_, record_, second), kServiceExists);
+  EXPECT_EQ(second.handle(), 0u);
   EXPECT_EQ(UnregisterService(service_), kSuccess);
   EXPECT_EQ(UnregisterService(service_), kServiceMarkedForDelete);
   service_.Close();
-  EXPECT_EQ(Open(kQuery, service_), kServiceNotFound);
+  EXPECT_EQ(OpenServiceByName(manager_, record_.name, kQuery, service_), kServiceNotFound);
   EXPECT_EQ(RegisterService(manager_, record_, service_), kSuccess);
 }
 
 TEST_F(OwnService, IsChangedOnlyWithTheRightToIt) {
   ServiceHandle reader;
-  ASSERT_EQ(Open(kQuery, reader), kSuccess);
+  ASSERT_EQ(OpenServiceByName(manager_, record_.name, kServiceQueryStatus, reader), kSuccess);
+  ServiceSettings settings;
+  EXPECT_EQ(QueryServiceSettings(reader, settings), kAccessDenied);
   EXPECT_EQ(UpdateService(reader, record_), kAccessDenied);
   EXPECT_EQ(DescribeService(reader, L"none"), kAccessDenied);
   EXPECT_EQ(LaunchService(reader), kAccessDenied);
   EXPECT_EQ(RequestServiceStop(reader), kAccessDenied);
   EXPECT_EQ(UnregisterService(reader), kAccessDenied);
+  reader.Close();
+  EXPECT_EQ(QueryServiceSettings(reader, settings), kInvalidHandle);
 
   ServiceHandle connected;
   ASSERT_EQ(OpenServiceManager(kManagerConnect, connected), kSuccess);

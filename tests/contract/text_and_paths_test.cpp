@@ -13,8 +13,7 @@ using namespace kestrelon::platform;
 
 TEST(EqualIgnoringCase, ComparesLetterByLetter) {
   const struct {
-    const wchar_t* a;
-    const wchar_t* b;
+    const wchar_t *a, *b;
     bool equal;
   } cases[] = {
       {L"", L"", true},         {L"Abc", L"aBC", true},
@@ -22,6 +21,7 @@ TEST(EqualIgnoringCase, ComparesLetterByLetter) {
       {L"", L"a", false},       {L"\u00c4\u00c9\u0416\u03a9", L"\u00e4\u00e9\u0436\u03c9", true},
       {L"\u00e9", L"e", false}, {L"stra\u00dfe", L"STRASSE", false},
       {L"[", L"{", false},      {L"@", L"`", false},
+      {L"\u212a", L"k", false},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(EqualIgnoringCase(c.a, c.b), c.equal) << testing::PrintToString(c.a);
@@ -44,15 +44,12 @@ TEST(LowerCase, ChangesLettersAlone) {
   EXPECT_EQ(LowerCase(L""), L"");
 }
 
-TEST(SystemMessage, IsThereForCommonCodesAndEmptyForUnknownOnes) {
+TEST(SystemMessage, IsThereForCommonCodesAndEmptyForUnknownOnesAndModules) {
   for (const Code code : {kFileNotFound, kAccessDenied, kSharingViolation, kDiskFull}) {
     EXPECT_FALSE(SystemMessage(code).empty()) << code;
   }
   EXPECT_NE(SystemMessage(kFileNotFound), SystemMessage(kAccessDenied));
   EXPECT_EQ(SystemMessage(0x20000001), L"");
-}
-
-TEST(ModuleMessage, IsEmptyForAModuleThatIsNotLoaded) {
   EXPECT_EQ(ModuleMessage(L"no such module.dll", kAccessDenied), L"");
 }
 
@@ -77,10 +74,7 @@ TEST(ExpandEnvironment, ReplacesKnownNamesAlone) {
   std::wstring root;
   ASSERT_EQ(ExpandEnvironment(L"%SystemRoot%", root), kSuccess);
   EXPECT_TRUE(EqualIgnoringCase(root, L"C:\\Windows"));
-  const struct {
-    std::wstring text;
-    std::wstring expanded;
-  } cases[] = {
+  const std::pair<std::wstring, std::wstring> cases[] = {
       {L"", L""},
       {L"no variable", L"no variable"},
       {L"%systemROOT%\\System32\\x.exe", root + L"\\System32\\x.exe"},
@@ -88,10 +82,10 @@ TEST(ExpandEnvironment, ReplacesKnownNamesAlone) {
       {L"%NO_SUCH_VARIABLE%\\x", L"%NO_SUCH_VARIABLE%\\x"},
       {L"100%", L"100%"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [text, expected] : cases) {
     std::wstring expanded = L"unchanged";
-    ASSERT_EQ(ExpandEnvironment(c.text, expanded), kSuccess);
-    EXPECT_EQ(expanded, c.expanded);
+    ASSERT_EQ(ExpandEnvironment(text, expanded), kSuccess);
+    EXPECT_EQ(expanded, expected);
   }
 }
 

@@ -11,32 +11,27 @@ using platform::kSuccess;
 using Arbitration = EngineWorld;
 
 TEST_F(Arbitration, HigherWeightDecidesInASublayer) {
-  struct Case {
-    Value permit;
-    Value block;
+  const struct {
+    Value permit, block;
     bool permits;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {std::uint8_t{1}, std::uint8_t{0}, true},
       {std::uint8_t{14}, std::uint8_t{15}, false},
       {std::uint64_t{1} << 63, std::uint8_t{7}, true},
       {std::uint64_t{0x7FFFFFFFFFFFFFFF}, std::uint8_t{8}, false},
       {std::monostate{}, std::uint8_t{1}, false},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     for (const bool block_first : {false, true}) {
-      Filter permit = SomeFilter(kActionPermit, c.permit);
-      Filter block = SomeFilter(kActionBlock, c.block);
-      permit.key = Key(1);
-      block.key = Key(2);
+      const Filter permit = SomeFilter(kActionPermit, c.permit);
+      const Filter block = SomeFilter(kActionBlock, c.block);
       ASSERT_EQ(Add(block_first ? block : permit), kSuccess);
       ASSERT_EQ(Add(block_first ? permit : block), kSuccess);
       const Verdict verdict = engine.Classify({});
       EXPECT_EQ(verdict.permit, c.permits) << "case " << &c - cases;
       ASSERT_NE(verdict.filter, nullptr);
-      EXPECT_EQ(verdict.filter->key, c.permits ? Key(1) : Key(2));
-      ASSERT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
-      ASSERT_EQ(engine.DeleteFilter(session, Key(2)), kSuccess);
+      EXPECT_EQ(verdict.filter->action, c.permits ? kActionPermit : kActionBlock);
+      Clear();
     }
   }
 }
@@ -48,75 +43,59 @@ TEST_F(Arbitration, AutomaticWeightReflectsTheConditions) {
                       platform::Ipv4Mask{0, 0}};
   const Condition port{platform::kFieldRemotePort, platform::kMatchEqual, std::uint16_t{443}};
   const std::vector<Condition> rising[] = {{}, {port}, {net}, {net, port}, {host}, {host, port}};
-  const Connection connection{.remote_v4 = 7, .remote_port = 443};
   for (std::size_t i = 0; i + 1 < std::size(rising); ++i) {
     for (const Value& weight : {Value{}, Value{std::uint8_t{3}}}) {
-      Filter low = SomeFilter(kActionBlock, weight, rising[i]);
-      Filter high = SomeFilter(kActionPermit, weight, rising[i + 1]);
-      low.key = Key(1);
-      high.key = Key(2);
-      ASSERT_EQ(Add(low), kSuccess);
-      ASSERT_EQ(Add(high), kSuccess);
-      EXPECT_TRUE(Permits(connection)) << "step " << i;
-      ASSERT_EQ(engine.DeleteFilter(session, Key(1)), kSuccess);
-      ASSERT_EQ(engine.DeleteFilter(session, Key(2)), kSuccess);
+      ASSERT_EQ(Add(SomeFilter(kActionBlock, weight, rising[i])), kSuccess);
+      ASSERT_EQ(Add(SomeFilter(kActionPermit, weight, rising[i + 1])), kSuccess);
+      EXPECT_TRUE(Permits({.remote_v4 = 7, .remote_port = 443})) << "step " << i;
+      EXPECT_EQ(engine.TiedConflicts(), 0u);
+      Clear();
     }
   }
-  EXPECT_EQ(engine.TiedConflicts(), 0u);
 }
 
 TEST_F(Arbitration, SublayersOverruleEachOtherByActionRight) {
-  enum class Says { kNothing, kPermit, kHardPermit, kBlock, kHardBlock };
-  struct Case {
-    Says high;
-    Says low;
-    bool permits;
-    bool high_decides;
+  enum Says { kNothing, kPermit, kHardPermit, kBlock, kHardBlock };
+  const struct {
+    Says high, low;
+    bool permits, high_decides;
+  } cases[] = {
+      {kPermit, kNothing, true, true},       {kPermit, kPermit, true, true},
+      {kPermit, kBlock, false, false},       {kHardPermit, kBlock, true, true},
+      {kHardPermit, kHardBlock, true, true}, {kBlock, kPermit, false, true},
+      {kBlock, kHardPermit, false, true},    {kHardBlock, kHardPermit, false, true},
+      {kNothing, kHardPermit, true, false},  {kNothing, kBlock, false, false},
   };
-  const Case cases[] = {
-      {Says::kPermit, Says::kNothing, true, true},
-      {Says::kPermit, Says::kPermit, true, true},
-      {Says::kPermit, Says::kBlock, false, false},
-      {Says::kHardPermit, Says::kBlock, true, true},
-      {Says::kHardPermit, Says::kHardBlock, true, true},
-      {Says::kBlock, Says::kPermit, false, true},
-      {Says::kBlock, Says::kHardPermit, false, true},
-      {Says::kHardBlock, Says::kHardPermit, false, true},
-      {Says::kNothing, Says::kHardPermit, true, false},
-      {Says::kNothing, Says::kBlock, false, false},
-  };
-  const Guid high = AddSublayer(11, 200);
-  const Guid low = AddSublayer(12, 50);
-  const auto say = [&](const Guid& sublayer, Says says) {
-    if (says == Says::kNothing) return;
-    const bool permits = says == Says::kPermit || says == Says::kHardPermit;
+  ASSERT_EQ(AddSublayer(session, 11, 0, kProvider, 200), kSuccess);
+  ASSERT_EQ(AddSublayer(session, 12, 0, kProvider, 50), kSuccess);
+  const auto say = [&](std::uint8_t sublayer, Says says) {
+    if (says == kNothing) return;
+    const bool permits = says == kPermit || says == kHardPermit;
     Filter filter = SomeFilter(permits ? kActionPermit : kActionBlock);
-    filter.key = filter.sublayer = sublayer;
-    if (says == Says::kHardPermit || says == Says::kHardBlock) {
-      filter.flags = platform::kFilterClearActionRight;
-    }
+    filter.key = filter.sublayer = Key(sublayer);
+    const bool hard = says == kHardPermit || says == kHardBlock;
+    if (hard) filter.flags = platform::kFilterClearActionRight;
     ASSERT_EQ(Add(filter), kSuccess);
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(&c - cases);
-    say(high, c.high);
-    say(low, c.low);
+    say(11, c.high);
+    say(12, c.low);
     const Verdict verdict = engine.Classify({});
     EXPECT_EQ(verdict.permit, c.permits);
-    EXPECT_EQ(verdict.filter->key, c.high_decides ? high : low);
-    EXPECT_EQ(verdict.sublayers.size(),
-              c.high == Says::kNothing || c.low == Says::kNothing ? 1 : 2);
-    for (const auto& filter : engine.Filters()) {
-      ASSERT_EQ(engine.DeleteFilter(session, filter->key), kSuccess);
-    }
+    EXPECT_EQ(verdict.filter->key, Key(c.high_decides ? 11 : 12));
+    EXPECT_EQ(verdict.sublayers.size(), c.high == kNothing || c.low == kNothing ? 1 : 2);
+    Clear();
   }
 }
 
 // A soft permit above and a hard one in the middle leave nothing to the lowest sublayer.
 TEST_F(Arbitration, HardPermitAfterSoftOneIsFinal) {
   for (std::uint8_t number = 11; number <= 13; ++number) {
+    const auto weight = static_cast<std::uint16_t>(500 - number);
+    ASSERT_EQ(AddSublayer(session, number, 0, kProvider, weight), kSuccess);
     Filter filter = SomeFilter(number == 13 ? kActionBlock : kActionPermit);
-    filter.sublayer = AddSublayer(number, static_cast<std::uint16_t>(500 - number));
+    filter.sublayer = Key(number);
     if (number == 12) filter.flags = platform::kFilterClearActionRight;
     ASSERT_EQ(Add(filter), kSuccess);
   }
@@ -144,7 +123,9 @@ TEST_F(Arbitration, TieOfAPermitAndABlockIsFoundAndBlocks) {
 }
 
 TEST_F(Arbitration, TakenSublayerWeightGoesToTheNearestFreeOne) {
-  for (std::uint8_t number = 11; number <= 13; ++number) AddSublayer(number, UINT16_MAX);
+  for (std::uint8_t number = 11; number <= 13; ++number) {
+    ASSERT_EQ(AddSublayer(session, number, 0, kProvider, UINT16_MAX), kSuccess);
+  }
   platform::Sublayer third;
   ASSERT_EQ(engine.GetSublayer(session, Key(13), third), kSuccess);
   EXPECT_EQ(third.weight, UINT16_MAX - 2);

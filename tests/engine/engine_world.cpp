@@ -96,14 +96,30 @@ Code EngineWorld::AddAs(SessionId as, const Filter& filter, const Bytes& descrip
   return engine.AddFilter(as, filter, descriptor, id);
 }
 
-Guid EngineWorld::AddSublayer(std::uint8_t key, std::uint16_t weight) {
+Code EngineWorld::AddProvider(std::uint8_t key, const std::wstring& service_name) {
+  platform::Provider provider;
+  provider.key = Key(key);
+  provider.name = L"Another";
+  provider.flags = platform::kProviderPersistent;
+  provider.service_name = service_name;
+  return engine.AddProvider(session, provider, {});
+}
+
+Code EngineWorld::AddSublayer(SessionId as, std::uint8_t key, std::uint32_t flags,
+                              const Guid& provider, std::uint16_t weight) {
   platform::Sublayer sublayer;
   sublayer.key = Key(key);
   sublayer.name = L"Another";
-  sublayer.provider = kProvider;
+  sublayer.flags = flags;
+  sublayer.provider = provider;
   sublayer.weight = weight;
-  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), platform::kSuccess);
-  return sublayer.key;
+  return engine.AddSublayer(as, sublayer, {});
+}
+
+void EngineWorld::Clear() {
+  for (const auto& filter : engine.Filters()) {
+    EXPECT_EQ(engine.DeleteFilter(session, filter->key), platform::kSuccess);
+  }
 }
 
 bool EngineWorld::Has(const Guid& key) {

@@ -43,10 +43,14 @@ class EngineWorld : public testing::Test {
                     std::vector<Condition> conditions = {}) const;
   // The same with Key(key).
   Filter WithKey(std::uint8_t key, std::uint32_t flags = 0) const;
+  // A persistent provider; a sublayer.
+  Code AddProvider(std::uint8_t key, const std::wstring& service_name = L"");
+  Code AddSublayer(SessionId as, std::uint8_t key, std::uint32_t flags, const Guid& provider,
+                   std::uint16_t weight = 0);
   Code Add(const Filter& filter) { return AddAs(session, filter); }
   Code AddAs(SessionId as, const Filter& filter, const Bytes& descriptor = {});
-  // Another sublayer of the same provider.
-  Guid AddSublayer(std::uint8_t key, std::uint16_t weight);
+  // Deletes all filters.
+  void Clear();
 
   bool Has(const Guid& key);
   bool Permits(const Connection& connection = {}) { return engine.Classify(connection).permit; }

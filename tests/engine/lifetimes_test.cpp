@@ -6,51 +6,21 @@ namespace {
 
 using namespace kestrelon::platform;
 
-class Lifetimes : public EngineWorld {
- protected:
-  Code AddSublayerWith(SessionId as, std::uint8_t key, std::uint32_t flags,
-                       std::optional<Guid> provider) {
-    Sublayer sublayer;
-    sublayer.key = Key(key);
-    sublayer.name = L"Sublayer";
-    sublayer.flags = flags;
-    sublayer.provider = provider;
-    return engine.AddSublayer(as, sublayer, {});
-  }
-};
-
-TEST_F(Lifetimes, DynamicObjectsEndWithTheirSession) {
-  const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
-  ASSERT_EQ(AddSublayerWith(dynamic, 5, 0, kProvider), kSuccess);
-  Filter filter = WithKey(1);
-  filter.sublayer = Key(5);
-  ASSERT_EQ(AddAs(dynamic, filter), kSuccess);
-  EXPECT_FALSE(Permits());
-  ASSERT_EQ(engine.CloseSession(dynamic), kSuccess);
-  EXPECT_TRUE(Permits());
-  EXPECT_FALSE(Has(Key(1)));
-  Sublayer gone;
-  EXPECT_EQ(engine.GetSublayer(session, Key(5), gone), kSublayerNotFound);
-}
+using Lifetimes = EngineWorld;
 
 TEST_F(Lifetimes, NothingRefersToWhatPassesBeforeIt) {
   const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
   const SessionId other = Open(LocalSystemCaller(), kSessionDynamic);
-  Provider foreign;
-  foreign.key = Key(9);
-  foreign.name = L"Foreign";
-  foreign.flags = kProviderPersistent;
-  ASSERT_EQ(engine.AddProvider(session, foreign, {}), kSuccess);
-  ASSERT_EQ(AddSublayerWith(dynamic, 5, 0, kProvider), kSuccess);
-  ASSERT_EQ(AddSublayerWith(session, 6, 0, kProvider), kSuccess);
-  ASSERT_EQ(AddSublayerWith(session, 7, kSublayerPersistent, Key(9)), kSuccess);
-  struct Case {
+  ASSERT_EQ(AddProvider(9), kSuccess);
+  ASSERT_EQ(AddSublayer(dynamic, 5, 0, kProvider), kSuccess);
+  ASSERT_EQ(AddSublayer(session, 6, 0, kProvider), kSuccess);
+  ASSERT_EQ(AddSublayer(session, 7, kSublayerPersistent, Key(9)), kSuccess);
+  const struct {
     SessionId as;
     std::uint32_t flags;
     Guid sublayer;
     Code code;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {dynamic, 0, Key(5), kSuccess},
       {other, 0, Key(5), kLifetimeMismatch},
       {session, 0, Key(5), kLifetimeMismatch},
@@ -66,13 +36,16 @@ TEST_F(Lifetimes, NothingRefersToWhatPassesBeforeIt) {
       {dynamic, kFilterPersistent, kSublayer, kDynamicSessionInProgress},
       {dynamic, kFilterBootTime, kSublayer, kDynamicSessionInProgress},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Filter filter = SomeFilter();
     filter.flags = c.flags;
     filter.sublayer = c.sublayer;
     EXPECT_EQ(AddAs(c.as, filter), c.code) << "case " << &c - cases;
   }
-  EXPECT_EQ(AddSublayerWith(dynamic, 8, kSublayerPersistent, kProvider), kDynamicSessionInProgress);
+  EXPECT_EQ(AddSublayer(dynamic, 8, kSublayerPersistent, kProvider), kDynamicSessionInProgress);
+  ASSERT_EQ(engine.CloseSession(dynamic), kSuccess);
+  Sublayer gone;
+  EXPECT_EQ(engine.GetSublayer(session, Key(5), gone), kSublayerNotFound);
 }
 
 TEST_F(Lifetimes, SessionsDeleteOnlyWhatIsTheirsToDelete) {
@@ -88,10 +61,10 @@ TEST_F(Lifetimes, SessionsDeleteOnlyWhatIsTheirsToDelete) {
 
 // Which of the filters of each lifetime block, by the port that each of them is about.
 TEST_F(Lifetimes, EachStateOfTheServiceEnforcesItsOwn) {
-  const auto port_filter = [&](std::uint16_t port, std::uint32_t flags) {
+  const auto add = [&](SessionId as, std::uint16_t port, std::uint32_t flags) {
     Filter filter = WithKey(static_cast<std::uint8_t>(port), flags);
     filter.conditions = {{kFieldRemotePort, kMatchEqual, port}};
-    return filter;
+    ASSERT_EQ(AddAs(as, filter), kSuccess);
   };
   const auto blocked = [&] {
     std::string ports;
@@ -101,11 +74,13 @@ TEST_F(Lifetimes, EachStateOfTheServiceEnforcesItsOwn) {
     return ports;
   };
   const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
-  ASSERT_EQ(AddAs(dynamic, port_filter(1, 0)), kSuccess);
-  ASSERT_EQ(Add(port_filter(2, 0)), kSuccess);
-  ASSERT_EQ(Add(port_filter(3, kFilterPersistent)), kSuccess);
-  ASSERT_EQ(Add(port_filter(4, kFilterBootTime)), kSuccess);
+  add(dynamic, 1, 0);
+  add(session, 2, 0);
+  add(session, 3, kFilterPersistent);
+  add(session, 4, kFilterBootTime);
   EXPECT_EQ(blocked(), "123");
+  ASSERT_EQ(engine.CloseSession(dynamic), kSuccess);
+  EXPECT_EQ(blocked(), "23");
   Filter before;
   ASSERT_EQ(engine.GetFilter(session, Key(3), before), kSuccess);
 
@@ -144,12 +119,7 @@ TEST_F(Lifetimes, StopEndsSessionsAndTheirTransactions) {
 }
 
 TEST_F(Lifetimes, FiltersOfAServiceThatDoesNotStartItselfAreDisabled) {
-  Provider served;
-  served.key = Key(20);
-  served.name = L"Served";
-  served.flags = kProviderPersistent;
-  served.service_name = L"Guard";
-  ASSERT_EQ(engine.AddProvider(session, served, {}), kSuccess);
+  ASSERT_EQ(AddProvider(20, L"Guard"), kSuccess);
   Filter filter = WithKey(1, kFilterPersistent);
   filter.provider = Key(20);
   filter.sublayer = kUniversalSublayer;

@@ -10,12 +10,11 @@ using Validation = EngineWorld;
 
 // What the contract of src/platform doesn't say already.
 TEST_F(Validation, FilterIsRefusedByTheCodeOfItsMistake) {
-  struct Case {
+  const struct {
     const char* what;
     Code code;
     void (*spoil)(Filter&);
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"disabled", kInvalidFlags, [](Filter& f) { f.flags = kFilterDisabled; }},
       {"reserved flag", kInvalidFlags, [](Filter& f) { f.flags = 0x1000; }},
       {"callout's flag", kInvalidFlags, [](Filter& f) { f.flags = 0x10; }},
@@ -24,7 +23,7 @@ TEST_F(Validation, FilterIsRefusedByTheCodeOfItsMistake) {
       {"no such action", kInvalidActionType, [](Filter& f) { f.action = 0x2006; }},
       {"no such callout", kCalloutNotFound, [](Filter& f) { f.action = 0x5003; }},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Filter filter = SomeFilter();
     c.spoil(filter);
     std::uint64_t id = 7;
@@ -38,23 +37,19 @@ TEST_F(Validation, FilterIsRefusedByTheCodeOfItsMistake) {
 TEST_F(Validation, ConditionIsRefusedByTheCodeOfItsMistake) {
   const Guid destination_type = kestrelon::MakeGuid("1ec1b7c9-4eea-4f5e-b9ef-76beaaaf17ee");
   const ByteArray16 v6{};
-  struct Case {
+  const struct {
     Code code;
     Condition condition;
     Guid layer = kLayerConnectV4;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {kConditionNotFound, {destination_type, kMatchEqual, std::uint8_t{1}}, kLayerRecvAcceptV4},
       {kSuccess, {destination_type, kMatchEqual, std::uint8_t{1}}},
       // No type is widened to another.
       {kTypeMismatch, {kFieldProtocol, kMatchEqual, std::uint16_t{6}}},
-      {kTypeMismatch, {kFieldRemotePort, kMatchEqual, std::uint8_t{6}}},
       {kTypeMismatch, {kFieldRemotePort, kMatchEqual, std::uint32_t{6}}},
-      {kTypeMismatch, {kFieldFlags, kMatchFlagsAllSet, std::uint16_t{1}}},
       {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, v6}},
       {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, std::uint32_t{1}}, kLayerConnectV6},
       {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, Ipv4Mask{}}, kLayerRecvAcceptV6},
-      {kTypeMismatch, {kFieldAppId, kMatchEqual, SidValue{EveryoneSid()}}},
       {kTypeMismatch, {kFieldUserId, kMatchEqual, SidValue{EveryoneSid()}}},
       {kTypeMismatch, {kFieldPackageId, kMatchEqual, ByteBlob{{1}}}},
       {kTypeMismatch, {kFieldProtocol, kMatchEqual, OtherValue{17}}},
@@ -63,7 +58,6 @@ TEST_F(Validation, ConditionIsRefusedByTheCodeOfItsMistake) {
       {kMatchTypeMismatch, {kFieldProtocol, kMatchRange, std::uint8_t{1}}},
       {kMatchTypeMismatch, {kFieldProtocol, kMatchEqualIgnoringCase, std::uint8_t{1}}},
       {kMatchTypeMismatch, {kFieldRemoteAddress, kMatchGreater, Ipv4Mask{}}},
-      {kMatchTypeMismatch, {kFieldPackageId, kMatchFlagsAllSet, SidValue{EveryoneSid()}}},
       {kMatchTypeMismatch, {kFieldUserId, kMatchNotEqual, UserCondition({})}},
       {kMatchTypeMismatch, {kFieldRemoteAddress, kMatchFlagsAnySet, v6}, kLayerConnectV6},
       {kMatchTypeMismatch,
@@ -80,7 +74,7 @@ TEST_F(Validation, ConditionIsRefusedByTheCodeOfItsMistake) {
       {0x80320035, {kFieldPackageId, kMatchEqual, SidValue{{1, 2, 0, 0, 0, 0, 0, 5}}}},
       {kInvalidSecurityDescriptor, {kFieldUserId, kMatchEqual, DescriptorValue{{1, 0, 4}}}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Filter filter = SomeFilter(kActionBlock, {}, {c.condition});
     filter.layer = c.layer;
     EXPECT_EQ(Add(filter), c.code) << "case " << &c - cases;
@@ -100,9 +94,9 @@ TEST_F(Validation, DamagedDescriptorIsNeverReadBeyondItsEnd) {
   long_entry[20 + 8 + 2] = 0xFF;  // the first entry would reach beyond its list
   EXPECT_FALSE(ParseDescriptor(long_entry, security));
   for (std::size_t at = 0; at < whole.size(); ++at) {
-    for (const std::uint8_t value : std::initializer_list<std::uint8_t>{0x00, 0x01, 0x7F, 0xFF}) {
+    for (const int value : {0x00, 0x01, 0x7F, 0xFF}) {
       Bytes changed = whole;
-      changed[at] = value;
+      changed[at] = static_cast<std::uint8_t>(value);
       if (ParseDescriptor(changed, security) && security.dacl) {
         EXPECT_LE(security.dacl->size(), 2u) << at;
       }
@@ -112,7 +106,6 @@ TEST_F(Validation, DamagedDescriptorIsNeverReadBeyondItsEnd) {
 
 TEST_F(Validation, ProviderAndSublayerAreRefusedByTheCodeOfTheirMistake) {
   Provider provider;
-  provider.key = kProvider;
   EXPECT_EQ(engine.AddProvider(session, provider, {}), kNullDisplayName);
   provider.name = L"Again";
   provider.flags = 0x10;
@@ -121,11 +114,8 @@ TEST_F(Validation, ProviderAndSublayerAreRefusedByTheCodeOfTheirMistake) {
   sublayer.key = kUniversalSublayer;
   sublayer.name = L"Again";
   EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), kObjectExists);
-  sublayer.key = Key(1);
-  sublayer.provider = Key(9);
-  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), kProviderNotFound);
-  sublayer.flags = 2;
-  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), kInvalidFlags);
+  EXPECT_EQ(AddSublayer(session, 1, 0, Key(9)), kProviderNotFound);
+  EXPECT_EQ(AddSublayer(session, 1, 2, kProvider), kInvalidFlags);
 }
 
 TEST_F(Validation, FilterOfNoSublayerStandsInTheUniversalOne) {
@@ -136,12 +126,7 @@ TEST_F(Validation, FilterOfNoSublayerStandsInTheUniversalOne) {
   ASSERT_EQ(engine.GetFilter(session, Key(2), read), kSuccess);
   EXPECT_EQ(read.sublayer, kUniversalSublayer);
   EXPECT_EQ(engine.DeleteSublayer(session, kUniversalSublayer), kBuiltinObject);
-}
-
-TEST_F(Validation, SublayerKeepsItsProviderFromDeletion) {
-  EXPECT_EQ(engine.DeleteProvider(session, kProvider), kInUse);
-  ASSERT_EQ(engine.DeleteSublayer(session, kSublayer), kSuccess);
-  EXPECT_EQ(engine.DeleteProvider(session, kProvider), kSuccess);
+  EXPECT_EQ(engine.DeleteProvider(session, kProvider), kInUse) << "by the other sublayer";
 }
 
 }  // namespace

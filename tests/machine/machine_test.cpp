@@ -1,10 +1,7 @@
-// Faults, the wall clock and threads of the machine.
+// Faults and clocks of the machine.
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "platform/clock.h"
-#include "platform/console.h"
 #include "platform/files.h"
 #include "platform/registry.h"
 #include "simulation/machine/machine.h"
@@ -59,31 +56,6 @@ TEST(Clock, WallClockIsSetApartFromTheTick) {
   SleepMilliseconds(1000);
   EXPECT_EQ(TickMilliseconds(), kFirstTick + 1000);
   EXPECT_EQ(SystemTime(), kFirstSystemTime);
-}
-
-TEST(Machine, PartsMayBeUsedByManyThreads) {
-  const auto work = [](int number) {
-    const std::wstring path = L"C:\\ProgramData\\" + std::to_wstring(number);
-    for (int i = 0; i < 50; ++i) {
-      File file;
-      std::uint32_t written = 0;
-      EXPECT_EQ(OpenFile(path, kGenericWrite, kShareAll, kCreateAlways, kNormalFile, file),
-                kSuccess);
-      EXPECT_EQ(WriteFileBytes(file, "text", 4, written), kSuccess);
-      file.Close();
-      EXPECT_EQ(RenameFile(path, path + L".moved", kReplaceExisting | kWriteThrough), kSuccess);
-      EXPECT_EQ(WriteRegistryDword(L"SOFTWARE\\X", path, 1), kSuccess);
-      SleepMilliseconds(1);
-      WriteStandardOutput(L".");
-    }
-  };
-  std::thread first(work, 1);
-  std::thread second(work, 2);
-  first.join();
-  second.join();
-  EXPECT_EQ(TheMachine().files.open_handles(), 0u);
-  EXPECT_EQ(TheMachine().console.output.text().size(), 100u);
-  EXPECT_EQ(TheMachine().clock.Tick(), kFirstTick + 100);
 }
 
 }  // namespace

@@ -100,24 +100,6 @@ TEST(StoreUnderPowerCuts, AStartEndsInTheSameConfigurationWhereverItIsCutOff) {
   }
 }
 
-TEST(StoreUnderPowerCuts, ABackupNeverHarmsWhatItCopies) {
-  const auto prepare = [](StoreWorld& world) {
-    world.Put(kConfigFile, kOld);
-    for (int i = 0; i < 10; ++i) {
-      world.Put(kBackups + L"config-2025010" + std::to_wstring(i) + L"-000000.json", kOld);
-    }
-  };
-  const auto work = [](StoreWorld&) { BackupConfig(); };
-  const auto check = [](StoreWorld& world) {
-    EXPECT_EQ(world.Loaded(kConfigFile), kOld);
-    Config config;
-    std::wstring source;
-    EXPECT_TRUE(RestoreConfig(config, source));
-    EXPECT_EQ(config, kOld);
-  };
-  EXPECT_GE(SweepPowerCuts(prepare, work, check), 2u);
-}
-
 // Each way to begin with every platform call failing once in turn.
 TEST(ObtainStartConfigUnderFaults, NothingOpensThatTheUserDidNotHave) {
   for (const StartCase& start : StartCases()) {

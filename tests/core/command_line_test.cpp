@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <future>
-
 #include "base/text.h"
 #include "simulation/machine/machine.h"
 
@@ -63,24 +60,6 @@ TEST(CommandLine, AServiceThatCannotReachItsManagerSaysNothing) {
   machine.faults.FailOnce("RunAsService", platform::kAccessDenied);
   EXPECT_EQ(RunCommandLine({}), 1);
   EXPECT_TRUE(machine.console.output.empty());
-}
-
-TEST(CommandLine, TheForegroundRunPrintsItsLogAndStopsOnRequest) {
-  simulation::Machine& machine = simulation::TheMachine();
-  machine.clock.Run();
-  std::future<int> run =
-      std::async(std::launch::async, [] { return RunCommandLine({L"--console"}); });
-  while (!machine.console.output.Contains(L"Running. Press Ctrl+C to stop") &&
-         run.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
-  }
-  EXPECT_TRUE(machine.console.RequestStop());
-  EXPECT_EQ(run.get(), 0);
-  EXPECT_TRUE(machine.console.output.Contains(L"Kestrelon service 1.2.2 (48) starting\r\n"));
-  EXPECT_TRUE(
-      machine.console.output.Contains(L"Running. Press Ctrl+C to stop (filters stay active).\n"));
-  EXPECT_TRUE(machine.console.output.Contains(L"Kestrelon service stopping (filters stay active)"));
-  EXPECT_EQ(machine.engine.open_sessions(), 0U);
-  EXPECT_FALSE(machine.engine.Filters().empty());
 }
 
 TEST(CommandLine, AForegroundRunWithoutAnEngineFails) {

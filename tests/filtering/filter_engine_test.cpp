@@ -26,13 +26,6 @@ class EngineSession : public FilterWorld {
   platform::Event changed_{platform::Event::Reset::kAutomatic};
 };
 
-TEST_F(EngineSession, ASecondOpenDoesNothing) {
-  machine_.faults.Clear();
-  EXPECT_TRUE(OpenEngine(TheEngine, error_));
-  EXPECT_EQ(machine_.faults.calls(), 0u);
-  EXPECT_TRUE(EngineIsOpen(TheEngine));
-}
-
 TEST_F(EngineSession, AFailedOpenLeavesItClosed) {
   CloseEngine(TheEngine);
   const std::pair<const char*, const wchar_t*> cases[] = {

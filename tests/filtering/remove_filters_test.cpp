@@ -46,16 +46,6 @@ class Removal : public FilterWorld {
   }
 };
 
-TEST_F(Removal, ProviderAndSublayerGoWhenAskedForAlone) {
-  for (const bool with_provider : {false, true}) {
-    LeaveFilters();
-    EXPECT_TRUE(RemoveAllFilters(with_provider, error_)) << Utf8FromWide(error_);
-    EXPECT_TRUE(machine_.engine.Filters().empty());
-    EXPECT_EQ(machine_.engine.open_sessions(), 0u);
-    EXPECT_EQ(AddOwnProvider(), with_provider ? platform::kSuccess : platform::kObjectExists);
-  }
-}
-
 TEST_F(Removal, AnAdministratorOpensTheLocksAndRemovesEverything) {
   LeaveFilters();
   machine_.token.local_system = false;

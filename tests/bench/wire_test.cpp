@@ -11,14 +11,9 @@
 namespace simulation {
 namespace {
 
-using kestrelon::platform::ByteArray16;
-using kestrelon::platform::ByteBlob;
-using kestrelon::platform::DescriptorValue;
-using kestrelon::platform::Ipv4Mask;
-using kestrelon::platform::Ipv6Mask;
-using kestrelon::platform::OtherValue;
-using kestrelon::platform::SidValue;
-using kestrelon::platform::ValueRange;
+using namespace kestrelon::platform;
+using kestrelon::Guid;
+using simulation::Bytes;
 
 constexpr Guid kOneKey = kestrelon::MakeGuid("01234567-89ab-cdef-0123-456789abcdef");
 constexpr Guid kOtherKey = kestrelon::MakeGuid("fedcba98-7654-3210-fedc-ba9876543210");
@@ -50,8 +45,8 @@ Filter FilterWithEverything() {
                 .description = L"description",
                 .flags = 0x49,
                 .provider = kOtherKey,
-                .layer = kestrelon::platform::kLayerConnectV6,
-                .sublayer = kestrelon::platform::kFieldAppId,
+                .layer = kLayerConnectV6,
+                .sublayer = kFieldAppId,
                 .weight = std::uint8_t{12},
                 .conditions = {},
                 .action = 0x1002,
@@ -60,7 +55,7 @@ Filter FilterWithEverything() {
   return filter;
 }
 
-const Connection kConnection = {.layer = kestrelon::platform::kLayerRecvAcceptV6,
+const Connection kConnection = {.layer = kLayerRecvAcceptV6,
                                 .app_id = {'a', 0, 0, 0},
                                 .user_sids = {{1, 2, 3}, {}, {4}},
                                 .package_sid = Bytes{5, 6},

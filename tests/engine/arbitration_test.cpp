@@ -36,24 +36,6 @@ TEST_F(Arbitration, HigherWeightDecidesInASublayer) {
   }
 }
 
-// Automatic weights rank more conditions and single addresses higher.
-TEST_F(Arbitration, AutomaticWeightReflectsTheConditions) {
-  const Condition host{platform::kFieldRemoteAddress, platform::kMatchEqual, std::uint32_t{7}};
-  const Condition net{platform::kFieldRemoteAddress, platform::kMatchEqual,
-                      platform::Ipv4Mask{0, 0}};
-  const Condition port{platform::kFieldRemotePort, platform::kMatchEqual, std::uint16_t{443}};
-  const std::vector<Condition> rising[] = {{}, {port}, {net}, {net, port}, {host}, {host, port}};
-  for (std::size_t i = 0; i + 1 < std::size(rising); ++i) {
-    for (const Value& weight : {Value{}, Value{std::uint8_t{3}}}) {
-      ASSERT_EQ(Add(SomeFilter(kActionBlock, weight, rising[i])), kSuccess);
-      ASSERT_EQ(Add(SomeFilter(kActionPermit, weight, rising[i + 1])), kSuccess);
-      EXPECT_TRUE(Permits({.remote_v4 = 7, .remote_port = 443})) << "step " << i;
-      EXPECT_EQ(engine.TiedConflicts(), 0u);
-      Clear();
-    }
-  }
-}
-
 TEST_F(Arbitration, SublayersOverruleEachOtherByActionRight) {
   enum Says { kNothing, kPermit, kHardPermit, kBlock, kHardBlock };
   const struct {
@@ -66,8 +48,8 @@ TEST_F(Arbitration, SublayersOverruleEachOtherByActionRight) {
       {kBlock, kHardPermit, false, true},    {kHardBlock, kHardPermit, false, true},
       {kNothing, kHardPermit, true, false},  {kNothing, kBlock, false, false},
   };
-  ASSERT_EQ(AddSublayer(session, 11, 0, kProvider, 200), kSuccess);
-  ASSERT_EQ(AddSublayer(session, 12, 0, kProvider, 50), kSuccess);
+  ASSERT_EQ(AddSublayer(session, Key(11), 0, kProvider, 200), kSuccess);
+  ASSERT_EQ(AddSublayer(session, Key(12), 0, kProvider, 50), kSuccess);
   const auto say = [&](std::uint8_t sublayer, Says says) {
     if (says == kNothing) return;
     const bool permits = says == kPermit || says == kHardPermit;
@@ -93,7 +75,7 @@ TEST_F(Arbitration, SublayersOverruleEachOtherByActionRight) {
 TEST_F(Arbitration, HardPermitAfterSoftOneIsFinal) {
   for (std::uint8_t number = 11; number <= 13; ++number) {
     const auto weight = static_cast<std::uint16_t>(500 - number);
-    ASSERT_EQ(AddSublayer(session, number, 0, kProvider, weight), kSuccess);
+    ASSERT_EQ(AddSublayer(session, Key(number), 0, kProvider, weight), kSuccess);
     Filter filter = SomeFilter(number == 13 ? kActionBlock : kActionPermit);
     filter.sublayer = Key(number);
     if (number == 12) filter.flags = platform::kFilterClearActionRight;
@@ -124,29 +106,11 @@ TEST_F(Arbitration, TieOfAPermitAndABlockIsFoundAndBlocks) {
 
 TEST_F(Arbitration, TakenSublayerWeightGoesToTheNearestFreeOne) {
   for (std::uint8_t number = 11; number <= 13; ++number) {
-    ASSERT_EQ(AddSublayer(session, number, 0, kProvider, UINT16_MAX), kSuccess);
+    ASSERT_EQ(AddSublayer(session, Key(number), 0, kProvider, UINT16_MAX), kSuccess);
   }
   platform::Sublayer third;
   ASSERT_EQ(engine.GetSublayer(session, Key(13), third), kSuccess);
   EXPECT_EQ(third.weight, UINT16_MAX - 2);
-}
-
-TEST_F(Arbitration, EventsNameTheDecidingFilterAndTheLayer) {
-  std::uint64_t id = 0;
-  ASSERT_EQ(engine.AddFilter(session, SomeFilter(), {}, id), kSuccess);
-  EXPECT_FALSE(Permits({.remote_port = 5}));
-  EXPECT_TRUE(Permits({.layer = platform::kLayerRecvAcceptV6})) << "another layer's filters";
-  const std::vector<NetEvent> events = engine.NetEvents();
-  ASSERT_EQ(events.size(), 2u);
-  EXPECT_EQ(events[0].type, NetEventType::kDrop);
-  EXPECT_EQ(events[0].filter_id, id);
-  EXPECT_EQ(events[0].layer_id, 48);
-  EXPECT_EQ(events[0].connection.remote_port, 5);
-  EXPECT_EQ(events[1].type, NetEventType::kAllow);
-  EXPECT_EQ(events[1].filter_id, 0u);
-  EXPECT_EQ(events[1].layer_id, 46);
-  for (int i = 0; i < 1000; ++i) Permits();
-  EXPECT_EQ(engine.NetEvents().size(), 128u);
 }
 
 }  // namespace

@@ -49,18 +49,9 @@ Bytes AppId(const std::wstring& path) {
 }
 
 EngineWorld::EngineWorld() : session(Open(LocalSystemCaller())) {
-  platform::Provider provider;
-  provider.key = kProvider;
-  provider.name = L"Provider";
-  provider.flags = platform::kProviderPersistent;
-  EXPECT_EQ(engine.AddProvider(session, provider, {}), platform::kSuccess);
-  platform::Sublayer sublayer;
-  sublayer.key = kSublayer;
-  sublayer.name = L"Sublayer";
-  sublayer.flags = platform::kSublayerPersistent;
-  sublayer.provider = kProvider;
-  sublayer.weight = 100;
-  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), platform::kSuccess);
+  EXPECT_EQ(AddProvider(kProvider), platform::kSuccess);
+  EXPECT_EQ(AddSublayer(session, kSublayer, platform::kSublayerPersistent, kProvider, 100),
+            platform::kSuccess);
 }
 
 SessionId EngineWorld::Open(const Caller& caller, std::uint32_t flags, std::uint32_t wait_ms) {
@@ -96,19 +87,18 @@ Code EngineWorld::AddAs(SessionId as, const Filter& filter, const Bytes& descrip
   return engine.AddFilter(as, filter, descriptor, id);
 }
 
-Code EngineWorld::AddProvider(std::uint8_t key, const std::wstring& service_name) {
+Code EngineWorld::AddProvider(const Guid& key) {
   platform::Provider provider;
-  provider.key = Key(key);
+  provider.key = key;
   provider.name = L"Another";
   provider.flags = platform::kProviderPersistent;
-  provider.service_name = service_name;
   return engine.AddProvider(session, provider, {});
 }
 
-Code EngineWorld::AddSublayer(SessionId as, std::uint8_t key, std::uint32_t flags,
+Code EngineWorld::AddSublayer(SessionId as, const Guid& key, std::uint32_t flags,
                               const Guid& provider, std::uint16_t weight) {
   platform::Sublayer sublayer;
-  sublayer.key = Key(key);
+  sublayer.key = key;
   sublayer.name = L"Another";
   sublayer.flags = flags;
   sublayer.provider = provider;

@@ -44,8 +44,8 @@ class EngineWorld : public testing::Test {
   // The same with Key(key).
   Filter WithKey(std::uint8_t key, std::uint32_t flags = 0) const;
   // A persistent provider; a sublayer.
-  Code AddProvider(std::uint8_t key, const std::wstring& service_name = L"");
-  Code AddSublayer(SessionId as, std::uint8_t key, std::uint32_t flags, const Guid& provider,
+  Code AddProvider(const Guid& key);
+  Code AddSublayer(SessionId as, const Guid& key, std::uint32_t flags, const Guid& provider,
                    std::uint16_t weight = 0);
   Code Add(const Filter& filter) { return AddAs(session, filter); }
   Code AddAs(SessionId as, const Filter& filter, const Bytes& descriptor = {});

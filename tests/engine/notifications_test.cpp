@@ -104,21 +104,5 @@ TEST_F(Notifications, UnsubscribingWaitsForARunningCallback) {
   EXPECT_TRUE(finished);
 }
 
-TEST_F(Notifications, CallbackMayEndItsOwnSubscription) {
-  SubscriptionId subscription = 0;
-  std::atomic<int> calls = 0;
-  const auto once = [&](const FilterChange&) {
-    ++calls;
-    EXPECT_EQ(engine.UnsubscribeFilterChanges(listener, subscription), kSuccess);
-  };
-  ASSERT_EQ(engine.SubscribeFilterChanges(listener, kNotifyOnAdd, once, subscription), kSuccess);
-  ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  ASSERT_EQ(Add(WithKey(1)), kSuccess);
-  ASSERT_EQ(Add(WithKey(2)), kSuccess);
-  ASSERT_EQ(engine.Commit(session), kSuccess);
-  engine.WaitForNotifications();
-  EXPECT_EQ(calls, 1);
-}
-
 }  // namespace
 }  // namespace simulation

@@ -68,9 +68,9 @@ TEST_F(Security, LockedObjectsRefuseAdministratorsByRight) {
 }
 
 TEST_F(Security, KeyOfALockedObjectIsStillToldToBeTaken) {
-  ASSERT_EQ(AddSublayer(session, 5, 0, kProvider), kSuccess);
+  ASSERT_EQ(AddSublayer(session, Key(5), 0, kProvider), kSuccess);
   ASSERT_EQ(engine.SetProviderDacl(session, kProvider, Lock(kRightRead)), kSuccess);
-  EXPECT_EQ(AddSublayer(administrator, 5, 0, kProvider), kObjectExists);
+  EXPECT_EQ(AddSublayer(administrator, Key(5), 0, kProvider), kObjectExists);
 }
 
 TEST_F(Security, EmptyDescriptorInheritsAndTheNullListGrantsAll) {
@@ -96,14 +96,6 @@ TEST_F(Security, EnumerationLeavesOutWhatMayNotBeRead) {
     ASSERT_EQ(engine.NextFilters(as, enumeration, 10, filters), kSuccess);
     EXPECT_EQ(filters.size(), as == session ? 3u : 2u);
   }
-}
-
-TEST_F(Security, ContainerMayBeLockedByTheZeroKey) {
-  ASSERT_EQ(engine.SetFilterDacl(session, Guid{}, Lock(kRightRead)), kSuccess);
-  EnumId enumeration = 0;
-  EXPECT_EQ(AddAs(administrator, SomeFilter()), kAccessDenied);
-  EXPECT_EQ(engine.OpenFilterEnum(administrator, enumeration), kAccessDenied);
-  EXPECT_EQ(Add(SomeFilter()), kSuccess);
 }
 
 }  // namespace

@@ -3,9 +3,7 @@
 
 #include "base/text.h"
 #include "platform/files.h"
-#include "platform/trust.h"
 #include "simulation/machine/machine.h"
-#include "simulation/machine/name_pattern.h"
 
 namespace simulation {
 namespace {
@@ -24,17 +22,6 @@ class FileSystemTest : public testing::Test {
 
   FileSystem& files_ = TheMachine().files;
 };
-
-TEST_F(FileSystemTest, ReadOnlyFileStays) {
-  files_.Write(L"C:\\Data\\new", "y");
-  files_.SetAttributes(kFile, kAttributeReadOnly);
-  File file;
-  EXPECT_EQ(Open(kFile, kAppendData, file), kAccessDenied);
-  EXPECT_EQ(RemoveFile(kFile), kAccessDenied);
-  EXPECT_EQ(RenameFile(L"C:\\Data\\new", kFile, kReplaceExisting), kAccessDenied);
-  EXPECT_EQ(DuplicateFile(L"C:\\Data\\new", kFile), kAccessDenied);
-  EXPECT_EQ(Open(kFile, kGenericRead, file), kSuccess);
-}
 
 TEST_F(FileSystemTest, DirectoryMovesWithWhatItHoldsButNotIntoItself) {
   EXPECT_EQ(RenameFile(L"C:\\Data", L"C:\\Data\\Inner", 0), kSharingViolation);
@@ -69,43 +56,6 @@ TEST_F(FileSystemTest, PathsAreReadAsThePlatformReadsThem) {
     File file;
     EXPECT_EQ(Open(row.path, kReadAttributes, file), row.code) << kestrelon::Utf8FromWide(row.path);
   }
-}
-
-TEST(NamePattern, MatchesAsThePlatformDoes) {
-  const struct {
-    const wchar_t* pattern;
-    const wchar_t* name;
-    bool matches;
-  } rows[] = {
-      {L"*.", L"README", true},
-      {L"*.", L"a.txt", false},
-      {L"name.*", L"name", true},
-      {L"config-*.json", L"config-1.json.bak", false},
-      {L"a??", L"a", true},
-      {L"a??", L"abcd", false},
-      {L"*1*", L"app-1.2", true},
-      {L"a?b", L"a.b", false},
-      {L"\u00c4*", L"\u00e4pfel", true},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(NameMatches(row.pattern, row.name), row.matches)
-        << kestrelon::Utf8FromWide(row.pattern);
-  }
-}
-
-TEST_F(FileSystemTest, CatalogHoldsTheHashWhateverTheName) {
-  files_.Write(L"C:\\Data\\copy", "x");
-  files_.SignInCatalog(kFile, L"Contoso", L"SHA1");
-  {
-    CatalogMember member;
-    EXPECT_EQ(FindCatalogMember(L"C:\\Data\\copy", L"SHA256", member), 1168u);
-    ASSERT_EQ(FindCatalogMember(L"C:\\Data\\copy", L"SHA1", member), kSuccess);
-    EXPECT_EQ(files_.open_handles(), 1u);
-  }
-  EXPECT_EQ(files_.open_handles(), 0u);
-  files_.Write(kFile, "tampered");
-  CatalogMember member;
-  EXPECT_EQ(FindCatalogMember(kFile, L"SHA1", member), 1168u);
 }
 
 }  // namespace

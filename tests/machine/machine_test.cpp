@@ -1,7 +1,6 @@
-// Faults and clocks of the machine.
+// Faults strike the calls they are meant for; every sweep relies on it.
 #include <gtest/gtest.h>
 
-#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/registry.h"
 #include "simulation/machine/machine.h"
@@ -47,15 +46,6 @@ TEST(Faults, NamedFaultsStrikeTheirOwnCalls) {
   faults.Clear();
   EXPECT_FALSE(faults.fired());
   EXPECT_EQ(Make(), kAlreadyExists);
-}
-
-TEST(Clock, WallClockIsSetApartFromTheTick) {
-  TheMachine().clock.SetTime(kFirstSystemTime - 10'000'000);
-  EXPECT_EQ(TickMilliseconds(), kFirstTick);
-  EXPECT_EQ(LocalTime()->hour, 11u);
-  SleepMilliseconds(1000);
-  EXPECT_EQ(TickMilliseconds(), kFirstTick + 1000);
-  EXPECT_EQ(SystemTime(), kFirstSystemTime);
 }
 
 }  // namespace

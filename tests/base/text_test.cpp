@@ -23,11 +23,7 @@ TEST(Text, EveryCodePointSurvivesBothConversions) {
 
 TEST(Text, MalformedUtf8BecomesReplacements) {
   const std::wstring bad(1, L'\xFFFD');
-  struct Row {
-    std::string bytes;
-    std::wstring text;
-  };
-  const Row rows[] = {
+  const std::pair<std::string, std::wstring> rows[] = {
       {"\x80", bad},
       {"a\xC3", L"a" + bad},                        // cut short
       {"\xC3(", bad + L"("},                        // the byte that broke it stands
@@ -42,7 +38,7 @@ TEST(Text, MalformedUtf8BecomesReplacements) {
        "a\0b"s,
        bad + L"a\0b"s},
   };
-  for (const Row& row : rows) EXPECT_EQ(WideFromUtf8(row.bytes), row.text) << row.bytes;
+  for (const auto& [bytes, text] : rows) EXPECT_EQ(WideFromUtf8(bytes), text) << bytes;
 }
 
 TEST(Text, UnpairedSurrogatesBecomeReplacements) {

@@ -44,10 +44,7 @@ TEST(FindFiles, MatchesPatternsWithoutRegardToCase) {
   for (const wchar_t* name : {L"config-1.json", L"Config-22.JSON", L"config.json", L"a", L"b.c"}) {
     WriteWhole(directory + L"\\" + name, "");
   }
-  const struct {
-    const wchar_t* pattern;
-    std::vector<std::wstring> names;
-  } cases[] = {
+  const std::pair<const wchar_t*, std::vector<std::wstring>> cases[] = {
       {L"config-*.json", {L"Config-22.JSON", L"config-1.json"}},
       {L"CONFIG-?.json", {L"config-1.json"}},
       {L"*", {L"Config-22.JSON", L"a", L"b.c", L"config-1.json", L"config.json"}},
@@ -55,8 +52,8 @@ TEST(FindFiles, MatchesPatternsWithoutRegardToCase) {
       {L"?.c", {L"b.c"}},
       {L"B.C", {L"b.c"}},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(Names(directory + L"\\" + c.pattern), c.names) << testing::PrintToString(c.pattern);
+  for (const auto& [pattern, names] : cases) {
+    EXPECT_EQ(Names(directory + L"\\" + pattern), names) << testing::PrintToString(pattern);
   }
   EXPECT_EQ(Names(directory + L"\\*", 2).size(), 2u);
 }

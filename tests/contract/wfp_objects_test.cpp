@@ -99,14 +99,6 @@ TEST_F(WfpObjects, SublayerComesBackAsItWasWritten) {
   EXPECT_EQ(DeleteSublayer(engine, bare.key), kSuccess);
 }
 
-TEST_F(WfpObjects, FilterWithoutAKeyGetsOne) {
-  Filter filter = SomeFilter();
-  filter.key = Guid();
-  ASSERT_EQ(Add(engine, filter), kSuccess);
-  ASSERT_EQ(OwnFilters(engine).size(), 1u);
-  EXPECT_NE(OwnFilters(engine)[0].key, Guid());
-}
-
 // One mistake each in a filter that would be taken otherwise.
 TEST_F(WfpObjects, FilterIsRefusedByTheCodeOfItsMistake) {
   const std::pair<Code, void (*)(Filter&)> cases[] = {

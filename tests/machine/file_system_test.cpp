@@ -36,10 +36,7 @@ TEST_F(FileSystemTest, DirectoryMovesWithWhatItHoldsButNotIntoItself) {
 
 TEST_F(FileSystemTest, PathsAreReadAsThePlatformReadsThem) {
   files_.SetLink(L"C:\\loop", L"C:\\loop");
-  const struct {
-    const wchar_t* path;
-    Code code;
-  } rows[] = {
+  const std::pair<const wchar_t*, Code> rows[] = {
       {L"c:/DATA/file.BIN", kSuccess},
       {L"C:\\Data\\.\\x\\..\\File.bin. ", kSuccess},
       {L"\\\\?\\C:\\Data\\File.bin", kSuccess},
@@ -52,9 +49,9 @@ TEST_F(FileSystemTest, PathsAreReadAsThePlatformReadsThem) {
       {L"C:\\Data\\a?c", 123},
       {L"C:\\loop", 1921},
   };
-  for (const auto& row : rows) {
+  for (const auto& [path, code] : rows) {
     File file;
-    EXPECT_EQ(Open(row.path, kReadAttributes, file), row.code) << kestrelon::Utf8FromWide(row.path);
+    EXPECT_EQ(Open(path, kReadAttributes, file), code) << kestrelon::Utf8FromWide(path);
   }
 }
 

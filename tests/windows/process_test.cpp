@@ -20,20 +20,16 @@ TEST(VersionResource, NamesTheProductAndItsVersion) {
   std::vector<std::uint8_t> translation;
   ASSERT_TRUE(VersionBytes(block, L"\\VarFileInfo\\Translation", translation));
   EXPECT_EQ(translation, (std::vector<std::uint8_t>{0x09, 0x04, 0xB0, 0x04}));
-  const struct {
-    const wchar_t* name;
-    const wchar_t* text;
-  } values[] = {
+  const std::pair<std::wstring, const wchar_t*> values[] = {
       {L"ProductName", L"Kestrelon"},
       {L"OriginalFilename", L"KestrelonSvc.exe"},
       {L"ProductVersion", L"1.2.2"},
       {L"FileVersion", L"1.2.2.48"},
   };
-  for (const auto& value : values) {
+  for (const auto& [name, expected] : values) {
     std::wstring text;
-    EXPECT_TRUE(
-        VersionText(block, std::wstring(L"\\StringFileInfo\\040904b0\\") + value.name, text));
-    EXPECT_EQ(text, value.text);
+    EXPECT_TRUE(VersionText(block, L"\\StringFileInfo\\040904b0\\" + name, text));
+    EXPECT_EQ(text, expected);
   }
   std::wstring text = L"unchanged";
   EXPECT_FALSE(VersionText(block, L"\\StringFileInfo\\040904b0\\None", text));

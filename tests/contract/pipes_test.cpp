@@ -60,8 +60,8 @@ struct Listening {
 struct Ends : Listening {
   Pipe client;
 
-  explicit Ends(bool client_reads_messages = true) {
-    EXPECT_EQ(OpenPipe(name, client_reads_messages, client), kSuccess);
+  Ends() {
+    EXPECT_EQ(Open(client), kSuccess);
     EXPECT_EQ(AwaitPipeClient(server), kPipeConnected);
   }
 };
@@ -239,17 +239,6 @@ TEST(Messages, ComeInPiecesToAReaderWithLessRoom) {
     EXPECT_EQ(whole, message);
     EXPECT_EQ(write.Result(), kSuccess);
   }
-}
-
-TEST(Messages, RunTogetherForAClientThatReadsBytes) {
-  const Ends ends(/*client_reads_messages=*/false);
-  ASSERT_EQ(Write(ends.server, "one"), kSuccess);
-  ASSERT_EQ(Write(ends.server, "two"), kSuccess);
-  std::string bytes;
-  EXPECT_EQ(Read(ends.client, bytes, 4), kSuccess);
-  EXPECT_EQ(bytes, "onet");
-  EXPECT_EQ(Read(ends.client, bytes), kSuccess);
-  EXPECT_EQ(bytes, "wo");
 }
 
 TEST(FlushPipe, WaitsUntilAllIsRead) {

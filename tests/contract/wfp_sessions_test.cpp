@@ -49,13 +49,6 @@ TEST_F(WfpTransactions, FailedCallDoesNotDoomTheRest) {
   EXPECT_TRUE(Has(engine, filter.key));
 }
 
-TEST_F(WfpTransactions, ReadOnlyOneTakesNoChange) {
-  ASSERT_EQ(BeginTransaction(engine, kTransactionReadOnly), kSuccess);
-  EXPECT_EQ(Add(engine, SomeFilter()), kIncompatibleTransaction);
-  EXPECT_TRUE(OwnFilters(engine).empty());
-  EXPECT_EQ(CommitTransaction(engine), kSuccess);
-}
-
 TEST_F(WfpTransactions, EndWithTheirSession) {
   const Filter filter = SomeFilter();
   Session other;

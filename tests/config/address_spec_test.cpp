@@ -22,11 +22,8 @@ std::wstring TextOf(const AddressEntry& entry) {
 }
 
 TEST(AddressSpec, ItemsAreReadInTheirOrder) {
-  struct Row {
-    const wchar_t* text;
-    const wchar_t* entries;  // each followed by a blank
-  };
-  const Row rows[] = {
+  // With the entries, each followed by a blank.
+  const std::pair<const wchar_t*, const wchar_t*> rows[] = {
       {L"", L""},
       {L" , ;\t ", L""},
       {L"$DNS", L""},
@@ -47,13 +44,13 @@ TEST(AddressSpec, ItemsAreReadInTheirOrder) {
       {L"2001:db8::1", L"20010db8000000000000000000000001/128 "},
       {L"::ffff:1.2.3.4", L"00000000000000000000ffff01020304/128 "},
   };
-  for (const Row& row : rows) {
+  for (const auto& [text, expected] : rows) {
     std::vector<AddressEntry> entries(1);
     std::wstring error;
-    EXPECT_TRUE(ParseAddressSpec(row.text, entries, error)) << row.text << L": " << error;
-    std::wstring text;
-    for (const AddressEntry& entry : entries) text += TextOf(entry) + L" ";
-    EXPECT_EQ(text, row.entries) << row.text;
+    EXPECT_TRUE(ParseAddressSpec(text, entries, error)) << text << L": " << error;
+    std::wstring read;
+    for (const AddressEntry& entry : entries) read += TextOf(entry) + L" ";
+    EXPECT_EQ(read, expected) << text;
   }
 }
 

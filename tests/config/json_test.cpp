@@ -193,12 +193,12 @@ TEST(JsonValue, WritingTurnsAnythingIntoTheContainerAsked) {
 }
 
 TEST(JsonValue, CopiesStandAlone) {
-  Json value = Parsed("{\"list\":[1,\"a text longer than the value itself\"],\"key\":\"short\"}");
+  const std::string text = R"({"list":[1,"a text longer than the value itself"],"key":"short"})";
+  Json value = Parsed(text);
   const Json copy = value;
   value["list"].Append(value);
   value["key"] = value["list"];
-  EXPECT_EQ(copy.Dump(false),
-            "{\"list\":[1,\"a text longer than the value itself\"],\"key\":\"short\"}");
+  EXPECT_EQ(copy.Dump(false), text);
   EXPECT_EQ(value.Get("key").At(2).Get("key").text(), "short");
   value = value.Get("list").At(1);
   EXPECT_EQ(value.text(), "a text longer than the value itself");

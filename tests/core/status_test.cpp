@@ -56,14 +56,12 @@ TEST(Status, TellsWhatTheLastApplicationFound) {
   simulation::Machine& machine = simulation::TheMachine();
   machine.files.MakeDirectories(L"C:\\ProgramData\\Kestrelon");
   machine.files.Write(L"C:\\App\\changed.exe", "other content than was allowed");
-  AppEntry changed;
-  changed.path = L"C:\\App\\changed.exe";
-  changed.sha256 = {std::wstring(64, L'0')};
-  AppEntry inactive;
-  inactive.path = L"service:nosuch";
   Config config;
   config.boot_time_filter = false;  // those are no part of the count
-  config.apps = {changed, inactive};
+  config.apps.resize(2);
+  config.apps[0].path = L"C:\\App\\changed.exe";
+  config.apps[0].sha256 = {std::wstring(64, L'0')};
+  config.apps[1].path = L"service:nosuch";
   std::wstring error;
   ASSERT_TRUE(FirstApply(config, error)) << Utf8FromWide(error);
   const std::string status = Status();

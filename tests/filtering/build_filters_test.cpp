@@ -56,22 +56,20 @@ TEST_F(BuiltFilters, ConditionsOfOneFieldStandTogetherInTheirOrder) {
   rule.user = L"S-1-5-18";
   const Built built = Build({rule}, {});
   ASSERT_EQ(built.filters.size(), 4u);
-  const Guid layers[] = {platform::kLayerConnectV4, platform::kLayerConnectV6,
-                         platform::kLayerRecvAcceptV4, platform::kLayerRecvAcceptV6};
   for (std::size_t i = 0; i < 4; ++i) {
-    const platform::Filter& filter = built.filters[i];
-    EXPECT_EQ(filter.layer, layers[i]);
-    EXPECT_EQ(filter.name, L"Kestrelon - Rule: allow");
+    EXPECT_EQ(built.filters[i].layer, kFilterLayers[i].key);
+    EXPECT_EQ(built.filters[i].name, L"Kestrelon - Rule: allow");
     EXPECT_EQ(built.tags[i].direction, i / 2);
     EXPECT_EQ(built.tags[i].kind, FilterKind::kRule);
     EXPECT_EQ(built.tags[i].tag, L"allow");
-    std::vector<Guid> fields = {platform::kFieldProtocol, platform::kFieldRemoteAddress};
-    if (i % 2 == 0) fields.push_back(platform::kFieldRemoteAddress);  // two of IPv4, one of IPv6
-    fields.insert(fields.end(),
-                  {platform::kFieldRemotePort, platform::kFieldRemotePort,
-                   platform::kFieldLocalPort, platform::kFieldAppId, platform::kFieldUserId});
+    std::vector<Guid> fields = {platform::kFieldProtocol,   platform::kFieldRemoteAddress,
+                                platform::kFieldRemotePort, platform::kFieldRemotePort,
+                                platform::kFieldLocalPort,  platform::kFieldAppId,
+                                platform::kFieldUserId};
+    // Two addresses of IPv4, one of IPv6.
+    if (i % 2 == 0) fields.insert(fields.begin() + 1, platform::kFieldRemoteAddress);
     std::vector<Guid> found;
-    for (const platform::Condition& condition : filter.conditions) found.push_back(condition.field);
+    for (const auto& condition : built.filters[i].conditions) found.push_back(condition.field);
     EXPECT_EQ(found, fields);
   }
 }

@@ -11,11 +11,7 @@ using platform::Adapter;
 using simulation::TheMachine;
 
 TEST(DnsServers, AreThoseOfAdaptersThatAreUp) {
-  struct Row {
-    std::vector<Adapter> adapters;
-    const wchar_t* servers;
-  };
-  const Row rows[] = {
+  const std::pair<std::vector<Adapter>, const wchar_t*> rows[] = {
       {{}, L""},
       {{Adapter{1, {{4, L"192.0.2.9"}, {4, L"192.0.2.1"}}}}, L"192.0.2.9, 192.0.2.1"},
       {{Adapter{2, {{4, L"192.0.2.1"}}}, Adapter{1, {{4, L"192.0.2.2"}}}}, L"192.0.2.2"},
@@ -26,9 +22,9 @@ TEST(DnsServers, AreThoseOfAdaptersThatAreUp) {
       {{Adapter{1, {{6, L"fec0:0:0:ffff::1%1"}}}}, L""},
       {{Adapter{1, {{6, L"fec0:0:0:ffff::1"}, {6, L"2001:db8::1"}}}}, L"2001:db8::1"},
   };
-  for (const Row& row : rows) {
-    TheMachine().network.adapters = row.adapters;
-    EXPECT_EQ(CollectDnsServers(), row.servers);
+  for (const auto& [adapters, servers] : rows) {
+    TheMachine().network.adapters = adapters;
+    EXPECT_EQ(CollectDnsServers(), servers);
   }
 }
 

@@ -42,13 +42,9 @@ TEST(FilterSignature, HoldsWhatIsSemanticInAFilterAndNothingElse) {
 }
 
 TEST(FilterSignature, WritesEachTypeOfValue) {
-  struct Case {
-    platform::Value value;
-    const char* text;
-  };
   const platform::ByteArray16 address = {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0,
                                          0,    0,    0,    0,    0, 0, 0, 0xff};
-  const Case cases[] = {
+  const std::pair<platform::Value, const char*> cases[] = {
       {std::monostate(), "t0:?"},
       {std::uint8_t{0}, "t1:0"},
       {std::uint16_t{65535}, "t2:65535"},
@@ -72,11 +68,11 @@ TEST(FilterSignature, WritesEachTypeOfValue) {
       {platform::OtherValue{257}, "t257:"},
       {platform::OtherValue{258}, "t258:"},
   };
-  for (const Case& c : cases) {
+  for (const auto& [value, text] : cases) {
     platform::Filter filter = BareFilter();
-    filter.conditions = {{platform::kFieldRemoteAddress, platform::kMatchEqual, c.value}};
-    EXPECT_EQ(FilterSignature(filter), FilterSignature(BareFilter()) +
-                                           "|c{B235AE9A-1D64-49B8-A44C-5FF3D9095045}m0=" + c.text);
+    filter.conditions = {{platform::kFieldRemoteAddress, platform::kMatchEqual, value}};
+    EXPECT_EQ(FilterSignature(filter),
+              FilterSignature(BareFilter()) + "|c{B235AE9A-1D64-49B8-A44C-5FF3D9095045}m0=" + text);
   }
 }
 

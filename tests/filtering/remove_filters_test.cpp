@@ -33,17 +33,6 @@ class Removal : public FilterWorld {
     platform::CloseEngineSession(engine);
     CloseEngine(TheEngine);
   }
-
-  platform::Code AddOwnProvider() {
-    platform::EngineHandle engine = 0;
-    EXPECT_EQ(platform::OpenEngineSession({}, engine), platform::kSuccess);
-    platform::Provider provider;
-    provider.key = ProviderKey;
-    provider.name = L"probe";
-    const platform::Code code = platform::AddProvider(engine, provider, {});
-    platform::CloseEngineSession(engine);
-    return code;
-  }
 };
 
 TEST_F(Removal, AnAdministratorOpensTheLocksAndRemovesEverything) {
@@ -56,9 +45,12 @@ TEST_F(Removal, AnAdministratorOpensTheLocksAndRemovesEverything) {
     EXPECT_EQ(platform::DeleteFilter(engine, filter->key), platform::kAccessDenied);
   }
   platform::CloseEngineSession(engine);
-  EXPECT_TRUE(RemoveAllFilters(true, error_)) << Utf8FromWide(error_);
+  machine_.faults.FailAlways("DeleteSublayer", platform::kAccessDenied);
+  EXPECT_TRUE(RemoveAllFilters(false, error_)) << Utf8FromWide(error_);
   EXPECT_TRUE(machine_.engine.Filters().empty());
-  EXPECT_EQ(AddOwnProvider(), platform::kSuccess);
+  EXPECT_FALSE(machine_.faults.fired()) << "filters alone were asked for";
+  machine_.faults.Clear();
+  EXPECT_TRUE(RemoveAllFilters(true, error_)) << Utf8FromWide(error_);
 }
 
 TEST_F(Removal, AFailureLeavesEverythingAndIsToldByItsCall) {

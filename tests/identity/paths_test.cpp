@@ -43,11 +43,7 @@ TEST(Paths, NormalFormFollowsLinksAndDropsThePrefix) {
 
 TEST(DevicePaths, DeviceBecomesItsDrive) {
   TheMachine().files.Write(L"C:\\Apps\\Real.exe", "x");
-  struct Row {
-    const wchar_t* device_path;
-    const wchar_t* path;
-  };
-  const Row rows[] = {
+  const std::pair<const wchar_t*, const wchar_t*> rows[] = {
       {L"\\device\\harddiskvolume3\\apps\\real.exe", L"C:\\Apps\\Real.exe"},
       {L"\\device\\harddiskvolume4\\gone.exe", L"D:\\gone.exe"},
       {L"\\device\\harddiskvolume30\\gone.exe", L"\\device\\harddiskvolume30\\gone.exe"},
@@ -57,7 +53,7 @@ TEST(DevicePaths, DeviceBecomesItsDrive) {
       {L"System", L"System"},
       {L"", L""},
   };
-  for (const Row& row : rows) EXPECT_EQ(DeviceToWin32(row.device_path), row.path);
+  for (const auto& [device_path, path] : rows) EXPECT_EQ(DeviceToWin32(device_path), path);
 }
 
 TEST(DevicePaths, RepeatedPathCostsNothingUntilTheCacheIsFull) {

@@ -12,11 +12,7 @@ namespace {
 using simulation::TheMachine;
 
 TEST(ServiceCommandLine, NamesItsExecutable) {
-  struct Row {
-    const wchar_t* command_line;
-    const wchar_t* executable;
-  };
-  const Row rows[] = {
+  const std::pair<const wchar_t*, const wchar_t*> rows[] = {
       {L"\\SystemRoot\\System32\\svchost.exe -k netsvcs", L"C:\\Windows\\System32\\svchost.exe"},
       {L"%SystemRoot%\\system32\\svchost.exe -k x", L"C:\\Windows\\system32\\svchost.exe"},
       {L"  C:\\Program Files\\X\\y.exe -a ", L"C:\\Program Files\\X\\y.exe"},
@@ -30,8 +26,8 @@ TEST(ServiceCommandLine, NamesItsExecutable) {
       {L"", L""},
       {L"\"", L""},
   };
-  for (const Row& row : rows) {
-    EXPECT_EQ(ExecutableOfCommandLine(row.command_line), row.executable) << row.command_line;
+  for (const auto& [command_line, executable] : rows) {
+    EXPECT_EQ(ExecutableOfCommandLine(command_line), executable) << command_line;
   }
 }
 

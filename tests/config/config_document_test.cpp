@@ -189,9 +189,8 @@ TEST(ConfigFromJson, TheFirstFaultIsToldInOneSentence) {
 TEST(ConfigFromJson, LimitsAreReachedButNotPassed) {
   const std::string app = "{'path':'a','sha256':[" + Repeated("'" + kHash + "'", 4096) + "]}";
   EXPECT_EQ(Accepted("{'apps':[" + app + "]}").apps[0].sha256.size(), 4096u);
-  std::string modules;
-  for (int i = 0; i < 64; ++i)
-    modules += (i == 0 ? "{'id':'" : ",{'id':'") + std::to_string(i) + "'}";
+  std::string modules = "{'id':'0'}";
+  for (int i = 1; i < 64; ++i) modules += ",{'id':'" + std::to_string(i) + "'}";
   EXPECT_EQ(Accepted("{'modules':[" + modules + "]}").modules.size(), 64u);
 }
 

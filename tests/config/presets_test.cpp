@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "config/config_file.h"
 #include "simulation/machine/sid.h"
@@ -37,16 +38,6 @@ Config Upgraded(std::int32_t generation, std::vector<RuleEntry> rules) {
   EXPECT_TRUE(UpgradePresets(config));
   EXPECT_EQ(config.presets_version, 9);
   return config;
-}
-
-// That a rule changed by its user in any of these ways comes through the upgrade as it is.
-void ExpectKept(std::int32_t generation, const RuleEntry& early,
-                std::initializer_list<void (*)(RuleEntry&)> changes) {
-  for (const auto& change : changes) {
-    RuleEntry own = early;
-    change(own);
-    EXPECT_EQ(Upgraded(generation, {own}).rules[0], own) << "change " << &change - changes.begin();
-  }
 }
 
 // The long user texts are derived by Windows from the names of services; so are they here.
@@ -105,30 +96,22 @@ TEST(UpgradePresets, ARuleOfTheSameNameStandsForTheRow) {
 }
 
 TEST(UpgradePresets, OpenLocalNetworkKeepsLocalNames) {
-  struct Row {
-    std::int32_t generation;
-    const wchar_t* name;
-    bool enabled;
-    bool allow;
-    bool switched_on;
-  };
-  const Row rows[] = {
+  // Generation, name of the rule that is there, enabled, allows; whether local names are kept.
+  const std::tuple<std::int32_t, const wchar_t*, bool, bool, bool> rows[] = {
       {5, kSmb, true, true, true},   {5, kKernel, true, true, true},
       {5, kSmb, false, true, false}, {5, kSmb, true, false, false},
-      {6, kSmb, true, true, false},  {5, L"another rule", true, true, false},
-  };
-  for (const Row& row : rows) {
+      {6, kSmb, true, true, false},  {5, L"another rule", true, true, false}};
+  for (const auto& [generation, name, enabled, allow, kept] : rows) {
     RuleEntry open;
-    open.name = row.name;
-    open.enabled = row.enabled;
-    open.allow = row.allow;
-    RuleEntry llmnr = Rows(7, 7)[0];
-    Config config = Upgraded(row.generation, {open, llmnr});
-    EXPECT_EQ(Find(config, kLlmnr)->enabled, row.switched_on) << row.name;
-    if (row.generation < 6) {
-      EXPECT_EQ(Find(config, kMdns)->enabled, row.switched_on) << row.name;
-    } else {
-      EXPECT_EQ(Find(config, kMdns), nullptr);
+    open.name = name;
+    open.enabled = enabled;
+    open.allow = allow;
+    Config config = Upgraded(generation, {open, Rows(7, 7)[0]});
+    EXPECT_EQ(Find(config, kLlmnr)->enabled, kept) << name;
+    const RuleEntry* mdns = Find(config, kMdns);
+    ASSERT_EQ(mdns != nullptr, generation < 6);  // it came with the sixth
+    if (mdns != nullptr) {
+      EXPECT_EQ(mdns->enabled, kept) << name;
     }
   }
 }
@@ -144,33 +127,33 @@ TEST(UpgradePresets, DropListIsAddedOnce) {
   }
 }
 
-TEST(UpgradePresets, EarlyDnsRuleIsNarrowedOnlyWhenUntouched) {
-  RuleEntry early = Rows(1, 1)[0];
-  early.remote = L"";
-  early.app = L"c:\\windows\\SYSTEM32\\svchost.exe";
-  early.name = L"dns (windows dns client)";
-  EXPECT_EQ(Upgraded(1, {early}).rules[0].remote, L"$dns");
-  ExpectKept(1, early,
-             {[](RuleEntry& rule) { rule.name = L"DNS"; },
-              [](RuleEntry& rule) { rule.remote = L"1.1.1.1"; },
-              [](RuleEntry& rule) { rule.remote_ports = L"53, 853"; },
-              [](RuleEntry& rule) { rule.app = L"C:\\svchost.exe"; },
-              [](RuleEntry& rule) { rule.direction = kDirectionBoth; },
-              [](RuleEntry& rule) { rule.allow = false; }});
-}
-
-TEST(UpgradePresets, EarlySmbRuleIsNarrowedOnlyWhenUntouched) {
-  RuleEntry early = Rows(6, 6)[0];
-  early.app = L"";
-  EXPECT_EQ(Upgraded(3, {early}).rules[0].app, L"System");
-  ExpectKept(3, early,
-             {[](RuleEntry& rule) { rule.name = L"SMB"; }, [](RuleEntry& rule) { rule.app = L"x"; },
-              [](RuleEntry& rule) { rule.remote = L"10.0.0.0/8"; },
-              [](RuleEntry& rule) { rule.remote[rule.remote.find(L'f')] = L'F'; },
-              [](RuleEntry& rule) { rule.remote_ports = L"445 "; },
-              [](RuleEntry& rule) { rule.protocol = 0; },
-              [](RuleEntry& rule) { rule.direction = kDirectionIn; },
-              [](RuleEntry& rule) { rule.allow = false; }});
+TEST(UpgradePresets, EarlyRulesAreNarrowedOnlyWhenUntouched) {
+  using R = RuleEntry;
+  RuleEntry dns = Rows(1, 1)[0];
+  dns.remote = L"";
+  dns.app = L"c:\\windows\\SYSTEM32\\svchost.exe";
+  dns.name = L"dns (windows dns client)";
+  RuleEntry smb = Rows(6, 6)[0];
+  smb.app = L"";
+  EXPECT_EQ(Upgraded(1, {dns}).rules[0].remote, L"$dns");
+  EXPECT_EQ(Upgraded(3, {smb}).rules[0].app, L"System");
+  const std::pair<RuleEntry, std::vector<void (*)(R&)>> touched[] = {
+      {dns,
+       {[](R& r) { r.name = L"DNS"; }, [](R& r) { r.remote = L"1.1.1.1"; },
+        [](R& r) { r.remote_ports = L"53, 853"; }, [](R& r) { r.app = L"C:\\svchost.exe"; },
+        [](R& r) { r.direction = kDirectionBoth; }, [](R& r) { r.allow = false; }}},
+      {smb,
+       {[](R& r) { r.name = L"SMB"; }, [](R& r) { r.app = L"x"; },
+        [](R& r) { r.remote = L"10.0.0.0/8"; }, [](R& r) { r.remote[r.remote.find(L'f')] = L'F'; },
+        [](R& r) { r.remote_ports = L"445 "; }, [](R& r) { r.protocol = 0; },
+        [](R& r) { r.direction = kDirectionIn; }, [](R& r) { r.allow = false; }}}};
+  for (const auto& [early, changes] : touched) {
+    for (const auto& change : changes) {
+      RuleEntry own = early;
+      change(own);
+      EXPECT_EQ(Upgraded(1, {own}).rules[0], own) << "change " << &change - changes.data();
+    }
+  }
 }
 
 }  // namespace

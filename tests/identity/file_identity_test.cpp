@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "simulation/machine/machine.h"
 
 namespace kestrelon {
@@ -83,14 +85,12 @@ TEST(FileIdentity, UnreadableFileExistsAndIsNothingElse) {
 }
 
 TEST(FileIdentity, CostsOnlyWhatMayHaveChanged) {
-  auto& machine = TheMachine();
   WriteSigned();
   EXPECT_EQ(CostOfIdentity(), Cost::kVerification);
-  EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
-  machine.files.Touch(kFile);
-  EXPECT_EQ(CostOfIdentity(), Cost::kHash);
-  EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
   MarkIdentitiesStale(L"c:\\elsewhere");
+  EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
+  TheMachine().files.Touch(kFile);
+  EXPECT_EQ(CostOfIdentity(), Cost::kHash);
   EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
   MarkIdentitiesStale(L"c:\\apps");
   EXPECT_EQ(CostOfIdentity(), Cost::kHash);
@@ -122,21 +122,19 @@ TEST(FileIdentity, FileThatChangesWhileItIsVerifiedIsNotTrusted) {
 
 TEST(FileIdentity, CachedAnswerStandsForAWhile) {
   auto& machine = TheMachine();
-  struct Row {
-    bool numbered_then;  // the volume gave a change number when the file was looked at
-    bool numbered_now;
-    std::uint64_t valid_ms;
-  };
-  for (const Row& row : {Row{true, true, 600000}, Row{true, false, 60000}, Row{false, true, 60000},
-                         Row{false, false, 60000}}) {
-    machine.files.SetUsnSupported(row.numbered_then);
+  // Whether the volume gave a change number when the file was looked at, and whether it does now.
+  const std::tuple<bool, bool, std::uint64_t> rows[] = {
+      {true, true, 600000}, {true, false, 60000}, {false, true, 60000}, {false, false, 60000}};
+  for (const auto& [numbered_then, numbered_now, valid_ms] : rows) {
+    SCOPED_TRACE(testing::Message() << numbered_then << numbered_now);
+    machine.files.SetUsnSupported(numbered_then);
     WriteSigned();
     ASSERT_EQ(IdentityFor(kFile), kSignedAbc);
-    machine.files.SetUsnSupported(row.numbered_now);
-    machine.clock.Advance(row.valid_ms - 1);
-    EXPECT_EQ(CostOfIdentity(), Cost::kNothing) << row.valid_ms;
+    machine.files.SetUsnSupported(numbered_now);
+    machine.clock.Advance(valid_ms - 1);
+    EXPECT_EQ(CostOfIdentity(), Cost::kNothing);
     machine.clock.Advance(1);
-    EXPECT_EQ(CostOfIdentity(), Cost::kHash) << row.valid_ms;
+    EXPECT_EQ(CostOfIdentity(), Cost::kHash);
     EXPECT_EQ(CostOfIdentity(), Cost::kNothing) << "the check starts a new while";
   }
 }

@@ -7,6 +7,7 @@
 #include "core/service_log.h"
 #include "filtering/apply_filters.h"
 #include "filtering/boot_filters.h"
+#include "filtering/changed_files.h"
 #include "filtering/compile_apps.h"
 #include "filtering/dns_servers.h"
 #include "filtering/expand_rules.h"
@@ -62,6 +63,8 @@ bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
   if (!config.enabled) plan.entries.clear();  // none of them is permitted by a filter
   SnapshotPinned(plan.entries);
   if (!Core.Stopping) SyncFileWatch(FilesToWatch(plan.entries), &Core.WakeEvent);
+  BlockFilesChangedMeanwhile();
+  if (Core.ChangedFilePending) Core.WakeEvent.Set();
   ApplyBootFilters(config, plan.warnings);
   ReplaceWarnings(std::move(plan.warnings));
   return true;

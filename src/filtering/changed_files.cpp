@@ -1,6 +1,7 @@
 #include "filtering/changed_files.h"
 
 #include <cstdint>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -48,10 +49,7 @@ void RecordBlocks(FilterEngine& engine, const std::vector<Guid>& added_keys)
 bool BlockFiles(FilterEngine& engine, const std::vector<PinnedChange>& changes,
                 std::wstring& error) {
   GuardLock lock(engine.EngineGuard);
-  if (engine.handle == 0) {
-    error = L"WFP engine is not open";
-    return false;
-  }
+  if (!RequireSession(engine, error)) return false;
   std::vector<Guid> added_keys;
   FilterTagTable tags;
   {
@@ -70,11 +68,7 @@ bool BlockFiles(FilterEngine& engine, const std::vector<PinnedChange>& changes,
   return true;
 }
 
-}  // namespace
-
-void BlockChangedFiles(const std::wstring& directory) {
-  if (Core.Stopping) return;
-  const std::vector<PinnedChange> changes = ChangedPinnedFiles(directory);
+void BlockChanges(const std::vector<PinnedChange>& changes) {
   if (changes.empty()) return;
   std::wstring error;
   if (!BlockFiles(TheEngine, changes, error)) {
@@ -86,6 +80,16 @@ void BlockChangedFiles(const std::wstring& directory) {
   for (const PinnedChange& change : changes) {
     LogService(L"File changed: %s - blocked until it is verified again", change.path);
   }
+}
+
+}  // namespace
+
+void BlockChangedFiles(const std::wstring& directory) {
+  if (!Core.Stopping) BlockChanges(ChangedPinnedFiles(directory));
+}
+
+void BlockFilesChangedMeanwhile() {
+  BlockChanges(ChangedPinnedFiles(std::nullopt));
 }
 
 }  // namespace kestrelon

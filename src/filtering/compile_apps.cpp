@@ -11,6 +11,7 @@
 #include "core/temporary_apps.h"
 #include "identity/app_pattern.h"
 #include "identity/file_identity.h"
+#include "identity/file_usn.h"
 #include "identity/product_label.h"
 #include "identity/service_info.h"
 #include "platform/clock.h"
@@ -37,6 +38,7 @@ struct AppGate {
 // One file of an application.
 struct GatedFile {
   const std::wstring& path;
+  std::int64_t usn = -1;  // taken before the identity, so that a change in between is not lost
   FileIdentity identity;
 };
 
@@ -46,12 +48,13 @@ void AppendPiece(FilterPlan& plan, std::initializer_list<std::wstring_view> part
   plan.fingerprint += L';';
 }
 
-void AddFileEntry(AppGate& gate, const std::wstring& path, bool hash_pinned) {
+void AddFileEntry(AppGate& gate, const GatedFile& file, bool hash_pinned) {
   PlanEntry entry;
-  entry.path = path;
+  entry.path = file.path;
   entry.allow = gate.app.allow;
   entry.inbound = gate.app.inbound;
   entry.hash_pinned = hash_pinned;
+  entry.usn = hash_pinned ? file.usn : -1;
   gate.plan.entries.push_back(std::move(entry));
 }
 
@@ -100,7 +103,7 @@ void PassByHash(AppGate& gate, const GatedFile& file) {
     accepted.push_back(hash);
     gate.plan.config_changed = true;
   }
-  AddFileEntry(gate, file.path, true);
+  AddFileEntry(gate, file, true);
 }
 
 void HoldForSigner(AppGate& gate, const GatedFile& file) {
@@ -128,7 +131,7 @@ void GateFile(AppGate& gate, const GatedFile& file) {
     HoldForSigner(gate, file);
     return;
   }
-  AddFileEntry(gate, file.path, false);
+  AddFileEntry(gate, file, false);
 }
 
 void GateFiles(AppEntry& app, FilterPlan& plan) REQUIRES(ConfigGuard) {
@@ -142,7 +145,10 @@ void GateFiles(AppEntry& app, FilterPlan& plan) REQUIRES(ConfigGuard) {
   AppGate gate{app, plan};
   gate.pinned = by_hash && !app.sha256.empty();
   gate.first_sight = by_hash && app.sha256.empty();
-  for (const std::wstring& file : files) GateFile(gate, {file, IdentityFor(file)});
+  for (const std::wstring& file : files) {
+    const std::int64_t usn = by_hash ? FileUsn(file) : -1;
+    GateFile(gate, {file, usn, IdentityFor(file)});
+  }
   if (gate.held) kept_blocked_paths.push_back(app.path);
 }
 

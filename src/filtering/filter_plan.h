@@ -1,6 +1,7 @@
 // What the compiler hands to the filter layer.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ struct PlanEntry {
   std::wstring label;            // display text, empty for a plain file
   std::wstring package_sid;      // empty for anything but a package
   bool hash_pinned = false;      // permitted only because its hash is listed
+  std::int64_t usn = -1;         // of such a file, the change number before its hash was taken
 
   friend bool operator==(const PlanEntry&, const PlanEntry&) = default;
 };

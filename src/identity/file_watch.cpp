@@ -75,9 +75,10 @@ void HeedChange(const std::wstring& directory, platform::Event* event) {
   if (event != nullptr) event->Set();
 }
 
-void WatchThread(const platform::Event& stop, platform::Event* event,
+void WatchThread(const platform::Event& stop, platform::Event& begun, platform::Event* event,
                  const std::vector<std::wstring>& directories) {
   WatchList list = BeginWatches(directories);
+  begun.Set();
   while (!list.names.empty()) {
     const int signalled = platform::WaitForChange(stop, list.watches);
     if (signalled == 0) return;
@@ -117,25 +118,32 @@ void StopThreads() REQUIRES(WatchGuard) {
   ThreadsStop.reset();
 }
 
-// A thread that can't be started leaves its directories unwatched: the next pass tries again.
+// Starts the threads and waits until they watch: what happens from then on is met. A thread that
+// can't be started leaves its directories unwatched: the next pass tries again.
 void StartThreads() REQUIRES(WatchGuard) {
   ThreadsStop = std::make_unique<platform::Event>(platform::Event::Reset::kManual);
   const platform::Event& stop = *ThreadsStop;
   platform::Event* const event = ChangeEvent;
+  std::vector<std::shared_ptr<platform::Event>> all_begun;
   auto next = WatchedDirectories.begin();
   while (next != WatchedDirectories.end()) {
     std::vector<std::wstring> directories;
     while (next != WatchedDirectories.end() && directories.size() < platform::kMostWatchesInWait) {
       directories.push_back(*next++);
     }
+    const auto begun = std::make_shared<platform::Event>(platform::Event::Reset::kManual);
     std::thread thread;
-    if (StartThread(thread, [&stop, event, directories = std::move(directories)] {
-          WatchThread(stop, event, directories);
+    if (StartThread(thread, [&stop, begun, event, directories = std::move(directories)] {
+          WatchThread(stop, *begun, event, directories);
         })) {
       WatchThreads.push_back(std::move(thread));
+      all_begun.push_back(begun);
     } else {
       Core.WatchRebuildPending = true;
     }
+  }
+  for (const auto& begun : all_begun) {
+    (void)platform::WaitForAny({begun.get()}, platform::kWaitForever);
   }
 }
 

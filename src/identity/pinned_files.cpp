@@ -30,17 +30,17 @@ void SnapshotPinned(const std::vector<PlanEntry>& entries) {
     if (IsSystemApp(entry.path)) continue;
     std::wstring directory = ParentDirectory(platform::LowerCase(ExpandPath(entry.path)));
     if (directory.empty()) continue;
-    pinned.push_back({entry.path, std::move(directory), FileUsn(entry.path)});
+    pinned.push_back({entry.path, std::move(directory), entry.usn});
   }
   GuardLock lock(PinnedGuard);
   PinnedFiles.swap(pinned);
 }
 
-std::vector<PinnedChange> ChangedPinnedFiles(const std::wstring& directory) {
+std::vector<PinnedChange> ChangedPinnedFiles(std::optional<std::wstring_view> directory) {
   std::vector<PinnedChange> changes;
   GuardLock lock(PinnedGuard);
   for (const PinnedFile& file : PinnedFiles) {
-    if (file.directory != directory) continue;
+    if (directory && file.directory != *directory) continue;
     const std::int64_t usn = FileUsn(file.path);
     if (usn == file.usn || (usn < 0 && file.usn < 0)) continue;
     changes.push_back({file.path, file.usn, usn});

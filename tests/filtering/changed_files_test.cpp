@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "core/core_state.h"
+#include "identity/file_usn.h"
 #include "identity/pinned_files.h"
 #include "tests/filtering/filter_world.h"
 
@@ -19,8 +20,10 @@ class ChangedFiles : public FilterWorld {
   void SetUp() override {
     PlanEntry app = AllowedApp(true);
     app.hash_pinned = true;
+    app.usn = FileUsn(kApp);
     PlanEntry other = app;
     other.path = kOtherApp;
+    other.usn = FileUsn(kOtherApp);
     entries_ = {app, other};
     Install({}, entries_);
     SnapshotPinned(entries_);
@@ -57,6 +60,7 @@ TEST_F(ChangedFiles, NothingIsDoneWithoutAChangedNumber) {
   machine_.files.Write(kApp, "changed");
   BlockChangedFiles(L"c:\\elsewhere");
   machine_.files.SetUsnSupported(false);
+  for (PlanEntry& entry : entries_) entry.usn = FileUsn(entry.path);
   SnapshotPinned(entries_);
   machine_.files.Write(kApp, "changed again");
   BlockChangedFiles(kDirectory);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "identity/file_usn.h"
 #include "identity/service_info.h"
 #include "platform/security.h"
 #include "simulation/machine/machine.h"
@@ -71,6 +72,7 @@ PlanEntry Plain(const std::wstring& path) {
 PlanEntry ByHash(const std::wstring& path) {
   PlanEntry entry = Plain(path);
   entry.hash_pinned = true;
+  entry.usn = FileUsn(path);
   return entry;
 }
 

@@ -17,6 +17,7 @@ PlanEntry Pinned(const wchar_t* path) {
   entry.path = path;
   entry.allow = true;
   entry.hash_pinned = true;
+  entry.usn = FileUsn(path);
   return entry;
 }
 

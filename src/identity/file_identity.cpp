@@ -51,6 +51,7 @@ struct Inquiry {
   std::wstring key;  // the path in lower case
   FileStamp stamp;   // taken before the content is read
   std::uint64_t tick = 0;
+  std::uint64_t stale_marks = 0;  // StaleMarks before the stamp was taken
   Sha256Digest hash{};
 };
 
@@ -58,8 +59,15 @@ struct Inquiry {
 // time, and the later result stands.
 Guard IdentityGuard("IdentityGuard", GuardRank::kLeaf);
 std::unordered_map<std::wstring, CachedIdentity> IdentityCache GUARDED_BY(IdentityGuard);
+// How often something was marked. An inquiry during which this moved may have read a file that
+// changed behind its stamp: what it stores is stale from the beginning.
+std::uint64_t StaleMarks GUARDED_BY(IdentityGuard) = 0;
 
 bool TakeStamp(Inquiry& inquiry) {
+  {
+    GuardLock lock(IdentityGuard);
+    inquiry.stale_marks = StaleMarks;
+  }
   platform::FileInformation information;
   if (platform::QueryFileInformation(inquiry.path, information) != platform::kSuccess) return false;
   if ((information.attributes & platform::kAttributeDirectory) != 0) return false;
@@ -93,7 +101,7 @@ bool RenewSameContent(const Inquiry& inquiry, FileIdentity& identity) {
   if (found == IdentityCache.end() || found->second.hash != inquiry.hash) return false;
   found->second.stamp = inquiry.stamp;
   found->second.checked_tick = inquiry.tick;
-  found->second.stale = false;
+  found->second.stale = StaleMarks != inquiry.stale_marks;
   identity = found->second.identity;
   return true;
 }
@@ -103,9 +111,10 @@ void Store(const Inquiry& inquiry, const FileIdentity& identity) {
   if (IdentityCache.size() >= kMostCachedIdentities && !IdentityCache.contains(inquiry.key)) {
     IdentityCache.clear();
   }
-  IdentityCache.insert_or_assign(inquiry.key,
-                                 CachedIdentity{inquiry.stamp, inquiry.hash, inquiry.tick, false,
-                                                ParentDirectory(inquiry.key), identity});
+  IdentityCache.insert_or_assign(
+      inquiry.key,
+      CachedIdentity{inquiry.stamp, inquiry.hash, inquiry.tick, StaleMarks != inquiry.stale_marks,
+                     ParentDirectory(inquiry.key), identity});
 }
 
 // Verifies the file and makes sure that it was one and the same file all along.
@@ -157,6 +166,7 @@ bool HashFile(const std::wstring& path, Sha256Digest& digest) {
 
 void MarkIdentitiesStale(const std::wstring& directory) {
   GuardLock lock(IdentityGuard);
+  ++StaleMarks;
   for (auto& [key, cached] : IdentityCache) {
     if (cached.directory == directory) cached.stale = true;
   }

@@ -22,6 +22,7 @@
 #include "identity/paths.h"
 #include "identity/product_label.h"
 #include "identity/same_family.h"
+#include "identity/service_info.h"
 #include "platform/clock.h"
 #include "platform/system_text.h"
 
@@ -49,10 +50,18 @@ bool MayMove(const AppEntry& app) {
   return app.trust_updates && !app.signer.empty() && NamesOneFile(app);
 }
 
+// The file that an entry without wildcard stands for; empty for a package or an unknown service.
+std::wstring FileOfEntry(const AppEntry& app) {
+  if (IsPackageRef(app.path)) return {};
+  if (!IsServiceRef(app.path)) return NormalizePath(ExpandPath(app.path));
+  ServiceInfo service;
+  return ResolveService(ServiceRefName(app.path), service) ? service.image_path : L"";
+}
+
 bool IsListed(const std::wstring& path) REQUIRES(ConfigGuard) {
   for (const AppEntry& app : Core.CurrentConfig.apps) {
-    if (!NamesOneFile(app)) continue;
-    if (platform::EqualIgnoringCase(NormalizePath(ExpandPath(app.path)), path)) return true;
+    if (HasWildcard(app.path)) continue;
+    if (platform::EqualIgnoringCase(FileOfEntry(app), path)) return true;
   }
   return false;
 }
@@ -180,7 +189,7 @@ void StopFollowWorker() {
 
 void FollowUpdate(const std::wstring& path) {
   GuardLock lock(ConfigGuard);
-  if (!Core.CurrentConfig.enabled || IsSystemApp(path)) return;
+  if (Core.Stopping || !Core.CurrentConfig.enabled || IsSystemApp(path)) return;
   if (IsListed(path)) return;  // the block has another reason
   if (ReApplyForPattern(path)) return;
   const std::vector<AppEntry>& apps = Core.CurrentConfig.apps;

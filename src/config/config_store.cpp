@@ -155,11 +155,11 @@ bool SaveStartConfig(const Config& config, std::wstring& error) {
   return SaveUnderFallback(config, error);
 }
 
-void SaveCurrentConfig() {
+bool SaveCurrentConfig() {
   std::wstring error;
-  if (!SaveUnderFallback(Core.CurrentConfig, error)) {
-    LogService(L"Cannot save configuration: %s", error);
-  }
+  if (SaveUnderFallback(Core.CurrentConfig, error)) return true;
+  LogService(L"Cannot save configuration: %s", error);
+  return false;
 }
 
 bool SaveConfigWithLastGood(const std::wstring& path, const Config& config, std::wstring& error) {

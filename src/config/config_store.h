@@ -24,8 +24,8 @@ void ObtainStartConfig(Config& config) REQUIRES(ConfigGuard);
 // copy unless the strict fallback is in force.
 [[nodiscard]] bool SaveStartConfig(const Config& config, std::wstring& error) REQUIRES(ConfigGuard);
 
-// Writes the live configuration under the same rules. Failure is logged.
-void SaveCurrentConfig() REQUIRES(ConfigGuard);
+// Writes the live configuration under the same rules. Failure is logged; false then.
+bool SaveCurrentConfig() REQUIRES(ConfigGuard);
 
 // Writes `config` to `path` and to its ".lastgood". A failure of the second is logged and counts
 // as saved.

@@ -47,10 +47,9 @@ bool ApplyLiveConfig(std::wstring& error) REQUIRES(ConfigGuard) {
   live_config_unsaved = live_config_unsaved || config_changed;
   if (!applied) return false;
   if (live_config_unsaved) {
-    SaveCurrentConfig();
+    live_config_unsaved = !SaveCurrentConfig();
     PublishConfigEvent("config_changed");
   }
-  live_config_unsaved = false;
   return true;
 }
 

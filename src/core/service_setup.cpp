@@ -100,6 +100,16 @@ Code OpenOwnService(std::uint32_t access, ServiceHandle& service) {
   return code == platform::kServiceNotFound ? platform::kSuccess : code;
 }
 
+// Asks the service to stop until it has. Once is not enough: while it starts it refuses, and would
+// then come up with what it has read before.
+void StopAndWait(const ServiceHandle& service) {
+  const std::uint64_t begin = platform::TickMilliseconds();
+  do {
+    (void)platform::RequestServiceStop(service);
+    if (WaitForState(service, platform::kServiceStopped, kPollSpacingMs)) return;
+  } while (platform::TickMilliseconds() - begin < kLongestStopMs);
+}
+
 // Stops the service, and with the flag takes it out of the manager's table. A service that is not
 // there, or is on its way out, is as good. Whether it stops does not count: one that won't is
 // deleted when it ends.
@@ -108,8 +118,7 @@ Code StopOwnService(bool and_delete) {
   const Code code = OpenOwnService(
       platform::kServiceStop | platform::kServiceQueryStatus | platform::kServiceDelete, service);
   if (code != platform::kSuccess || service.handle() == 0) return code;
-  (void)platform::RequestServiceStop(service);
-  (void)WaitForState(service, platform::kServiceStopped, kLongestStopMs);
+  StopAndWait(service);
   if (!and_delete) return platform::kSuccess;
   const Code deleted = platform::UnregisterService(service);
   return deleted == platform::kServiceMarkedForDelete ? platform::kSuccess : deleted;

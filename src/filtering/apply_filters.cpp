@@ -55,10 +55,7 @@ void RecordAddedFilters(FilterEngine& engine, std::vector<std::wstring>& warning
 bool ApplyFilters(FilterEngine& engine, const Config& config, FilterPlan& plan,
                   std::wstring& error) {
   GuardLock lock(engine.EngineGuard);
-  if (engine.handle == 0) {
-    error = L"WFP engine is not open";
-    return false;
-  }
+  if (!RequireSession(engine, error)) return false;
   if (!EnsureProviderAndSublayer(engine, error)) return false;
   std::vector<Guid> installed;
   if (!ReadFilters(engine, installed, error)) return false;

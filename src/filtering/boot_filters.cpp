@@ -86,16 +86,16 @@ bool AddSet(platform::EngineHandle engine, const FilterSet& set, std::wstring& e
   return true;
 }
 
-// Replaces what is installed by `set`, inside a transaction that has begun, and ends it. A commit
-// that fails has ended it too.
+// Replaces what is installed by `set`, inside a transaction that has begun, and ends it. Whether a
+// commit that fails has ended it is not documented; one left open would fail every later one, and
+// aborting where none is open does no harm.
 bool ReplaceInstalled(platform::EngineHandle engine, const FilterSet& set, std::wstring& error) {
-  if (!DeleteInstalled(engine, error) || !AddSet(engine, set, error)) {
-    platform::AbortTransaction(engine);
-    return false;
+  if (DeleteInstalled(engine, error) && AddSet(engine, set, error)) {
+    const platform::Code code = platform::CommitTransaction(engine);
+    if (code == platform::kSuccess) return true;
+    error = L"FwpmTransactionCommit0 (boot): " + ErrorText(code);
   }
-  const platform::Code code = platform::CommitTransaction(engine);
-  if (code == platform::kSuccess) return true;
-  error = L"FwpmTransactionCommit0 (boot): " + ErrorText(code);
+  platform::AbortTransaction(engine);
   return false;
 }
 
@@ -117,10 +117,7 @@ void ForgetRetry() REQUIRES(ConfigGuard) {
 bool InstallBootFilters(FilterEngine& engine, bool wanted, bool allow_loopback,
                         std::wstring& error) {
   GuardLock lock(engine.EngineGuard);
-  if (engine.handle == 0) {
-    error = L"WFP engine is not open";
-    return false;
-  }
+  if (!RequireSession(engine, error)) return false;
   std::wstring first_refusal;
   std::wstring refusal;
   const std::size_t attempts = wanted ? kBootForms.size() : 1;

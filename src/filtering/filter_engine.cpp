@@ -84,8 +84,18 @@ bool EnsureProvider(platform::EngineHandle engine, std::wstring& error) {
   return true;
 }
 
-bool EnsureSublayer(platform::EngineHandle engine, std::wstring& error) {
+// Adds the sublayer. An administrator may not link to the locked provider, and whether he is told
+// that first or that the sublayer exists is not documented: one that is there is there.
+platform::Code AddOwnSublayer(platform::EngineHandle engine) {
   const platform::Code code = platform::AddSublayer(engine, OwnSublayer(), LockDescriptor());
+  platform::Sublayer present;
+  if (code == platform::kSuccess || code == platform::kObjectExists || IsLocalSystem()) return code;
+  const bool exists = platform::GetSublayer(engine, SubLayerKey, present) == platform::kSuccess;
+  return exists ? platform::kObjectExists : code;
+}
+
+bool EnsureSublayer(platform::EngineHandle engine, std::wstring& error) {
+  const platform::Code code = AddOwnSublayer(engine);
   if (code == platform::kObjectExists) {
     if (IsLocalSystem()) {
       ReportLockOutcome(L"sublayer",
@@ -143,6 +153,12 @@ void CloseEngine(FilterEngine& engine) {
 bool EngineIsOpen(FilterEngine& engine) {
   GuardLock lock(engine.EngineGuard);
   return engine.handle != 0;
+}
+
+bool RequireSession(const FilterEngine& engine, std::wstring& error) {
+  if (engine.handle != 0) return true;
+  error = L"WFP engine is not open";
+  return false;
 }
 
 std::size_t FilterCount(FilterEngine& engine) {

@@ -64,6 +64,10 @@ extern FilterEngine TheEngine;
 void CloseEngine(FilterEngine& engine) EXCLUDES(engine.EngineGuard);
 [[nodiscard]] bool EngineIsOpen(FilterEngine& engine) EXCLUDES(engine.EngineGuard);
 
+// Whether a session is open, for what needs one.
+[[nodiscard]] bool RequireSession(const FilterEngine& engine, std::wstring& error)
+    REQUIRES(engine.EngineGuard);
+
 // Number of filters in the record.
 [[nodiscard]] std::size_t FilterCount(FilterEngine& engine) EXCLUDES(engine.EngineGuard);
 

@@ -1,9 +1,14 @@
 // KestrelonSvc: the service, its installer and its emergency tool in one executable.
+#include <cstdlib>
+
 #include "core/command_line.h"
 #include "platform/console.h"
 
 int main() {
   // Before anything else could load a library from beside the executable.
   (void)kestrelon::platform::RestrictLibrarySearch();
-  return kestrelon::RunCommandLine(kestrelon::platform::CommandLineArguments());
+  const int code = kestrelon::RunCommandLine(kestrelon::platform::CommandLineArguments());
+  // Without destroying what is static: a client's thread that hangs may outlive the stop, and uses
+  // it until the process is gone. Nothing is left to be written.
+  std::_Exit(code);
 }

@@ -4,11 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/clock.h"
@@ -16,6 +15,7 @@
 namespace {
 
 using namespace kestrelon::platform;
+using namespace std::chrono_literals;
 
 // Codes of pipes that the product doesn't name.
 constexpr Code kBrokenPipe = 109;
@@ -101,52 +101,34 @@ std::string Pattern(std::size_t size) {
   return text;
 }
 
-// A call on a thread of its own, begun when the constructor returns.
+// A call on a thread of its own.
 class BackgroundCall {
  public:
   explicit BackgroundCall(std::function<Code()> call)
-      : thread_([this, call = std::move(call)] {
-          begun_ = true;
-          code_ = call();
-          ended_ = true;
-        }) {
-    while (!begun_) std::this_thread::yield();
-  }
-  ~BackgroundCall() { thread_.join(); }
-  BackgroundCall(const BackgroundCall&) = delete;
-  BackgroundCall& operator=(const BackgroundCall&) = delete;
+      : result_(std::async(std::launch::async, std::move(call))) {}
 
   // Whether it has not ended in a time in which nothing but waiting takes so long.
-  bool Waits() { return !EndsWithin(100); }
+  bool Waits() { return !EndsWithin(100ms); }
 
   Code Result() {
-    EXPECT_TRUE(EndsWithin(20'000));
-    return code_;
+    EXPECT_TRUE(EndsWithin(20s));
+    return result_.get();
   }
 
   // Cancels what waits on `pipe` until the call ends, however late it came to wait.
   Code ResultOfCancel(const Pipe& pipe) {
-    EXPECT_TRUE(Waits());
-    for (int tries = 0; tries < 100; ++tries) {
+    for (int tries = 0; tries < 100 && Waits(); ++tries) {
       EXPECT_EQ(CancelPipe(pipe.handle()), kSuccess);
-      if (EndsWithin(100)) break;
     }
     return Result();
   }
 
  private:
-  bool EndsWithin(int milliseconds) {
-    constexpr int kStep = 10;
-    for (int waited = 0; !ended_ && waited < milliseconds; waited += kStep) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(kStep));
-    }
-    return ended_;
+  bool EndsWithin(std::chrono::milliseconds time) {
+    return result_.wait_for(time) == std::future_status::ready;
   }
 
-  std::atomic<bool> begun_ = false;
-  Code code_ = kSuccess;
-  std::atomic<bool> ended_ = false;
-  std::thread thread_;
+  std::future<Code> result_;
 };
 
 TEST(MakePipe, IsRefusedByTheFlagForTheFirstInstanceWhileThePipeExists) {
@@ -171,12 +153,10 @@ TEST(MakePipe, KeepsToTheNumberOfInstancesOrToNone) {
   PipeSettings settings = SettingsOf(FreshName());
   settings.instances = 2;
   Pipe pipes[3];
-  ASSERT_EQ(Make(settings, pipes[0]), kSuccess);
-  ASSERT_EQ(Make(settings, pipes[1]), kSuccess);
+  for (const int i : {0, 1}) ASSERT_EQ(Make(settings, pipes[i]), kSuccess);
   EXPECT_EQ(Make(settings, pipes[2]), kPipeBusy);
   pipes[0].Close();
   EXPECT_EQ(Make(settings, pipes[2]), kSuccess);
-
   const PipeSettings unlimited = SettingsOf(FreshName());
   std::vector<Pipe> many(kUnlimitedPipeInstances + 2);
   for (Pipe& pipe : many) ASSERT_EQ(Make(unlimited, pipe), kSuccess);
@@ -194,28 +174,20 @@ TEST(OpenPipe, NeedsAFreeInstanceOfTheNameInAnyLetterCase) {
   EXPECT_FALSE(second.is_open());
   client.Close();
   EXPECT_EQ(pipe.Open(second), kPipeBusy) << "the server has not let go of the first";
+  EXPECT_EQ(AwaitPipeClient(pipe.server), kPipeClosing) << "it has gone again";
   pipe.server.Close();
   EXPECT_EQ(pipe.Open(second), kFileNotFound);
-}
-
-TEST(AwaitPipeClient, EndsWhenAClientComesAndTellsOfOneThatWentBefore) {
-  const Listening pipe;
-  Pipe client;
-  BackgroundCall await([&] { return AwaitPipeClient(pipe.server); });
-  EXPECT_TRUE(await.Waits());
-  ASSERT_EQ(pipe.Open(client), kSuccess);
-  EXPECT_EQ(await.Result(), kSuccess);
-  client.Close();
-  EXPECT_EQ(AwaitPipeClient(pipe.server), kPipeClosing);
 }
 
 TEST(Messages, KeepTheirBoundsInBothDirections) {
   const Ends ends;
   const std::vector<std::string> messages = {"one", "", "two and more", "3"};
-  for (const std::string& message : messages) ASSERT_EQ(Write(ends.client, message), kSuccess);
-  for (const std::string& message : messages) EXPECT_EQ(ReadMessage(ends.server), message);
-  for (const std::string& message : messages) ASSERT_EQ(Write(ends.server, message), kSuccess);
-  for (const std::string& message : messages) EXPECT_EQ(ReadMessage(ends.client), message);
+  const std::pair<const Pipe&, const Pipe&> ways[] = {{ends.client, ends.server},
+                                                      {ends.server, ends.client}};
+  for (const auto& [writer, reader] : ways) {
+    for (const std::string& message : messages) ASSERT_EQ(Write(writer, message), kSuccess);
+    for (const std::string& message : messages) EXPECT_EQ(ReadMessage(reader), message);
+  }
 }
 
 TEST(Messages, ComeInPiecesToAReaderWithLessRoom) {
@@ -224,19 +196,15 @@ TEST(Messages, ComeInPiecesToAReaderWithLessRoom) {
   ASSERT_EQ(Write(ends.client, "x"), kSuccess);
   EXPECT_EQ(Read(ends.server, nothing, 0), kMoreData);
   EXPECT_EQ(ReadMessage(ends.server), "x");
-  for (const std::size_t size : {kChunk - 1, kChunk, kChunk + 1, 2 * kChunk, 2 * kChunk + 1,
-                                 kBuffer, kBuffer + 1, 3 * kBuffer + 5}) {
+  for (const std::size_t size :
+       {kChunk - 1, kChunk, kChunk + 1, 2 * kChunk, kBuffer, kBuffer + 1, 3 * kBuffer + 5}) {
     const std::string message = Pattern(size);
     BackgroundCall write([&] { return Write(ends.client, message); });
-    std::string whole;
-    while (whole.size() < size) {
+    for (std::size_t at = 0; at < size; at += kChunk) {
       std::string piece;
-      const std::size_t left = size - whole.size();
-      ASSERT_EQ(Read(ends.server, piece), left > kChunk ? kMoreData : kSuccess) << size;
-      ASSERT_EQ(piece.size(), std::min(left, kChunk)) << size;
-      whole += piece;
+      ASSERT_EQ(Read(ends.server, piece), size - at > kChunk ? kMoreData : kSuccess) << size;
+      ASSERT_EQ(piece, message.substr(at, kChunk)) << size;
     }
-    EXPECT_EQ(whole, message);
     EXPECT_EQ(write.Result(), kSuccess);
   }
 }
@@ -244,8 +212,7 @@ TEST(Messages, ComeInPiecesToAReaderWithLessRoom) {
 TEST(FlushPipe, WaitsUntilAllIsRead) {
   const Ends ends;
   EXPECT_EQ(FlushPipe(ends.server), kSuccess);
-  ASSERT_EQ(Write(ends.server, "one"), kSuccess);
-  ASSERT_EQ(Write(ends.server, "two"), kSuccess);
+  for (const char* message : {"one", "two"}) ASSERT_EQ(Write(ends.server, message), kSuccess);
   BackgroundCall flush([&] { return FlushPipe(ends.server); });
   EXPECT_EQ(ReadMessage(ends.client), "one");
   EXPECT_TRUE(flush.Waits());
@@ -301,20 +268,17 @@ TEST(CancelPipe, EndsEveryWaitAndLeavesTheRestAndWhatComesLater) {
 }
 
 TEST(ClosedEnd, LeavesWhatItWroteToTheOtherEnd) {
-  Ends ends;
-  std::string bytes;
-  ASSERT_EQ(Write(ends.client, "last"), kSuccess);
-  ends.client.Close();
-  EXPECT_EQ(Write(ends.server, "x"), kPipeClosing);
-  EXPECT_EQ(ReadMessage(ends.server), "last");
-  EXPECT_EQ(Read(ends.server, bytes), kBrokenPipe);
-
-  Ends others;
-  ASSERT_EQ(Write(others.server, "last"), kSuccess);
-  others.server.Close();
-  EXPECT_EQ(ReadMessage(others.client), "last");
-  EXPECT_EQ(Read(others.client, bytes), kBrokenPipe);
-  EXPECT_NE(Write(others.client, "x"), kSuccess);
+  for (const bool client_closes : {true, false}) {
+    Ends ends;
+    Pipe& closed = client_closes ? ends.client : ends.server;
+    const Pipe& open = client_closes ? ends.server : ends.client;
+    std::string bytes;
+    ASSERT_EQ(Write(closed, "last"), kSuccess);
+    closed.Close();
+    EXPECT_EQ(ReadMessage(open), "last");
+    EXPECT_EQ(Read(open, bytes), kBrokenPipe);
+    EXPECT_NE(Write(open, "x"), kSuccess);
+  }
 }
 
 TEST(ClosedEnd, EndsWhatTheOtherEndWaitsFor) {
@@ -335,10 +299,10 @@ TEST(DisconnectPipeClient, LosesWhatWasNotReadAndEndsTheClientsCalls) {
   EXPECT_TRUE(write.Waits());
   ASSERT_EQ(DisconnectPipeClient(ends.server), kSuccess);
   EXPECT_EQ(write.Result(), kPipeNotConnected);
-  EXPECT_EQ(Read(ends.client, bytes), kPipeNotConnected);
-  EXPECT_EQ(Write(ends.client, "x"), kPipeNotConnected);
-  EXPECT_EQ(Read(ends.server, bytes), kPipeNotConnected);
-  EXPECT_EQ(Write(ends.server, "x"), kPipeNotConnected);
+  for (const Pipe* end : {&ends.client, &ends.server}) {
+    EXPECT_EQ(Read(*end, bytes), kPipeNotConnected);
+    EXPECT_EQ(Write(*end, "x"), kPipeNotConnected);
+  }
 }
 
 TEST(DisconnectPipeClient, FreesTheInstanceForAnotherClient) {

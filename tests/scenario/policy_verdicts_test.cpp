@@ -21,17 +21,6 @@ class Policy : public Scenario {
   }
 };
 
-TEST_F(Policy, LoopbackFollowsItsSwitchAndBeatsBlockRules) {
-  Config config;
-  config.rules = {BlockRule(L"everything")};
-  StartWith(config);
-  ExpectPass(Loopback(Out(kTool, L"127.0.0.1", 80)));
-  config.allow_loopback = false;
-  EXPECT_TRUE(world.Set(config)["ok"].boolean());
-  ExpectBlock(Loopback(Out(kTool, L"127.0.0.1", 80)));
-  ExpectBlock(Loopback(In(kTool, L"::1", 80)));
-}
-
 TEST_F(Policy, ProtectionOffLeavesNoFilterAndOnBringsThemBack) {
   Config config;
   StartWith(config);
@@ -44,19 +33,6 @@ TEST_F(Policy, ProtectionOffLeavesNoFilterAndOnBringsThemBack) {
   EXPECT_TRUE(world.Set(config)["ok"].boolean());
   ExpectBlock(Out(kTool, L"203.0.113.5", 443));
   EXPECT_TRUE(world.Logged(L"Protection turned ON"));
-}
-
-TEST_F(Policy, AServiceIsToldApartInsideTheSharedHost) {
-  Config config;
-  config.apps = {Allowed(L"service:Dnscache")};
-  StartWith(config);
-  Attempt dnscache = Out(kSvchost, L"203.0.113.5", 443);
-  dnscache.users = {world.facts().service_sids.at(L"dnscache")};
-  ExpectPass(dnscache);
-  ExpectBlock(Out(kSvchost, L"203.0.113.5", 443));
-  Attempt impostor = Out(kTool, L"203.0.113.5", 443);
-  impostor.users = dnscache.users;
-  ExpectBlock(impostor);
 }
 
 TEST_F(Policy, AStoppedServiceAndARestartedMachineStayProtected) {

@@ -44,8 +44,11 @@ class ConfigChange : public Scenario {
   Config after;
 };
 
-TEST_F(ConfigChange, AnAcceptedOneIsInForceSavedBackedUpAndLogged) {
+TEST_F(ConfigChange, AnAcceptedOneIsInForceSavedBackedUpLoggedAndWakesTheLoop) {
+  Core.WakeEvent.Clear();
   EXPECT_TRUE(world.Set(after)["ok"].boolean());
+  // The engine does not tell a session of its own changes.
+  EXPECT_EQ(platform::WaitForAny({&Core.WakeEvent}, 0), 0) << "the loop slept by the other";
   EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
   EXPECT_TRUE(world.Passes(Out(kOther, L"203.0.113.5", 443)));
   const Config saved = world.ConfigOnDisk();
@@ -56,13 +59,6 @@ TEST_F(ConfigChange, AnAcceptedOneIsInForceSavedBackedUpAndLogged) {
             before);
   EXPECT_TRUE(world.Logged(L"Configuration updated: 1 apps, 0 rules, "));
   EXPECT_FALSE(world.machine().files.Exists(std::wstring(kConfigFile) + L".new"));
-}
-
-// The engine does not tell a session of its own changes.
-TEST_F(ConfigChange, AnAcceptedOneWakesTheLoopThatSleptByTheOther) {
-  Core.WakeEvent.Clear();
-  (void)world.Set(after);
-  EXPECT_EQ(platform::WaitForAny({&Core.WakeEvent}, 0), 0);
 }
 
 TEST_F(ConfigChange, AFullDiskChangesNothingWithoutASingleFilterCall) {
@@ -102,7 +98,12 @@ TEST_F(ConfigChange, ASaveThatFailsAfterAGoodApplyBringsThePreviousFiltersBack) 
   ExpectUnchanged();
 }
 
-TEST_F(ConfigChange, ADoubleFailureEndsInBlockAll) {
+// Without applications nothing on the machine would ever look as if it had drifted.
+TEST_F(ConfigChange, ADoubleFailureEndsInBlockAllUntilTheLiveOneIsBack) {
+  Config live;
+  live.presets_version = 9;
+  live.rules = {AllowRule(L"live")};
+  ASSERT_TRUE(world.Set(live)["ok"].boolean());
   world.machine().faults.FailNthOf("RenameFile", 2, platform::kAccessDenied);
   // The change itself with its boot-time filters, the way back, then block-all.
   world.machine().faults.FailNthOf("CommitTransaction", 3, platform::kTransactionTimeout);
@@ -111,24 +112,11 @@ TEST_F(ConfigChange, ADoubleFailureEndsInBlockAll) {
           .starts_with(L"The configuration could not be saved, so the change was undone: "));
   EXPECT_TRUE(world.Logged(L"Restoring the previous filters failed: FwpmTransactionCommit0: "));
   EXPECT_TRUE(world.Logged(L"Block-all fallback is active"));
-  EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
-  EXPECT_FALSE(world.Passes(Out(kOther, L"203.0.113.5", 443)));
+  for (const wchar_t* program : {kTool, kOther}) {
+    EXPECT_FALSE(world.Passes(Out(program, L"203.0.113.5", 443)));
+  }
   EXPECT_TRUE(world.Passes(Loopback(Out(kTool, L"127.0.0.1", 80))));
-  EXPECT_EQ(world.ConfigOnDisk(), before);
-}
-
-// Without applications nothing on the machine would ever look as if it had drifted.
-TEST_F(ConfigChange, WhatADoubleFailureLeavesIsRetriedUntilTheLiveOneIsBack) {
-  Config live;
-  live.presets_version = 9;
-  live.rules = {AllowRule(L"live")};
-  ASSERT_TRUE(world.Set(live)["ok"].boolean());
-  Config rejected = live;
-  rejected.rules = {BlockRule(L"rejected")};
-  world.machine().faults.FailNthOf("RenameFile", 2, platform::kAccessDenied);
-  world.machine().faults.FailNthOf("CommitTransaction", 3, platform::kTransactionTimeout);
-  (void)world.Set(rejected);
-  EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+  EXPECT_EQ(world.ConfigOnDisk(), live);
   EXPECT_EQ(world.LastError().substr(0, 34), L"FwpmTransactionCommit0: 0x80320012");
   LoopPass();
   EXPECT_TRUE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
@@ -142,48 +130,18 @@ TEST_F(ConfigChange, TheSameContentAgainStillBacksUpSavesAndLogs) {
   EXPECT_TRUE(world.Logged(L"Configuration updated: 1 apps, 0 rules, "));
 }
 
-TEST_F(ConfigChange, AFailingReapplyKeepsTheFiltersAndLogsTheTextOnce) {
-  const std::vector<Guid> keys = world.FilterKeys();
-  GuardLock lock(ConfigGuard);
-  const std::uint32_t failures = Core.ApplyFailures;
-  world.machine().faults.FailAlways("BeginTransaction", platform::kTransactionTimeout);
-  ReApply(L"retry");
-  ReApply(L"retry");
-  EXPECT_EQ(Core.ApplyFailures, failures + 2);
-  EXPECT_EQ(Core.LastError.substr(0, 33), L"FwpmTransactionBegin0: 0x80320012");
-  EXPECT_EQ(world.FilterKeys(), keys);
-  const std::wstring log = world.Log();
-  const std::wstring line = L"Re-apply (retry) failed: FwpmTransactionBegin0: 0x80320012";
-  const std::size_t first = log.find(line);
-  ASSERT_NE(first, std::wstring::npos);
-  EXPECT_EQ(log.find(line, first + 1), std::wstring::npos);
+using StrictFallback = Scenario;
 
-  world.machine().faults.Clear();
-  ReApply(L"retry");
-  EXPECT_EQ(Core.LastError, L"");
-  EXPECT_NE(world.FilterKeys(), keys);
-}
-
-TEST(StrictFallback, EndsWithAnAcceptedConfiguration) {
-  World world;
+TEST_F(StrictFallback, EndsWithAnAcceptedConfiguration) {
   world.machine().files.Write(kConfigFile, "damaged");
   ASSERT_TRUE(world.Start());
-  {
+  const auto fallback = [] {
     GuardLock lock(ConfigGuard);
-    EXPECT_EQ(Core.FallbackKind, L"strict");
-    EXPECT_EQ(Core.FallbackCause, L"corrupt");
-  }
-  Config config;
-  config.apps = {Allowed(kTool)};
-  EXPECT_TRUE(world.Set(config)["ok"].boolean());
-  {
-    GuardLock lock(ConfigGuard);
-    EXPECT_EQ(Core.FallbackKind, L"");
-    EXPECT_EQ(Core.FallbackCause, L"");
-  }
-  EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood"), world.ConfigOnDisk());
-  world.Stop();
-  world.ExpectNothingLeft();
+    return std::pair(Core.FallbackKind, Core.FallbackCause);
+  };
+  EXPECT_EQ(fallback(), std::pair(std::wstring(L"strict"), std::wstring(L"corrupt")));
+  EXPECT_TRUE(world.Set(Config())["ok"].boolean());
+  EXPECT_EQ(fallback(), std::pair(std::wstring(), std::wstring()));
 }
 
 }  // namespace

@@ -6,142 +6,92 @@ namespace kestrelon::test {
 namespace {
 
 struct Case {
-  const char* claim;
-  Attempt attempt;
+  const wchar_t* program;
+  bool inbound;
+  std::uint8_t protocol;
+  const wchar_t* remote;
+  std::uint16_t local_port;  // for ICMP the message type
+  std::uint16_t remote_port;
   bool passes;
 };
 
+constexpr bool kOut = false, kIn = true;
+constexpr std::uint8_t kTcp = 6, kUdp = 17, kIcmp6 = 58;
+constexpr std::uint16_t kAny = 50000;
+
 class DefaultConfiguration : public Scenario {
  protected:
-  void Expect(const std::vector<Case>& cases) {
-    for (const Case& c : cases) {
-      EXPECT_EQ(world.Passes(c.attempt), c.passes)
-          << c.claim << ": " << Utf8FromWide(world.Explain(c.attempt));
-    }
-  }
-
   void SetUp() override { ASSERT_TRUE(world.Start()); }
+
+  void Expect(const Case& c) {
+    Attempt attempt = Out(c.program, c.remote, c.remote_port);
+    attempt.inbound = c.inbound;
+    attempt.protocol = c.protocol;
+    attempt.local_port = c.local_port;
+    EXPECT_EQ(world.Passes(attempt), c.passes) << Utf8FromWide(world.Explain(attempt));
+  }
 };
 
-Attempt WithPort(Attempt attempt, std::uint16_t local_port) {
-  attempt.local_port = local_port;
-  return attempt;
-}
-
-Attempt Icmp6(Attempt attempt, std::uint16_t type) {
-  attempt.protocol = 58;
-  attempt.local_port = type;
-  attempt.remote_port = 0;
-  return attempt;
-}
-
-TEST_F(DefaultConfiguration, BlocksAnUnknownProgramBothWaysOnBothFamilies) {
-  Expect({
-      {"out, IPv4", Out(kTool, L"203.0.113.5", 443), false},
-      {"out, IPv6", Out(kTool, L"2001:db8::5", 443), false},
-      {"in, IPv4", In(kTool, L"203.0.113.5", 8080), false},
-      {"in, IPv6", In(kTool, L"2001:db8::5", 8080), false},
-      {"the local network", Out(kTool, L"192.168.1.10", 445), false},
-      {"the DNS server", Udp(Out(kTool, L"192.0.2.53", 53)), false},
-  });
-}
-
-TEST_F(DefaultConfiguration, DnsReachesTheConfiguredServersAlone) {
-  Expect({
-      {"UDP", Udp(Out(kSvchost, L"192.0.2.53", 53)), true},
-      {"TCP", Out(kSvchost, L"192.0.2.53", 53), true},
-      {"another server", Udp(Out(kSvchost, L"192.0.2.54", 53)), false},
-      {"another port", Udp(Out(kSvchost, L"192.0.2.53", 853)), false},
-      {"inbound", Udp(In(kSvchost, L"192.0.2.53", 53)), false},
-      {"another path", Udp(Out(L"C:\\Tools\\svchost.exe", L"192.0.2.53", 53)), false},
-      {"another name", Udp(Out(L"C:\\Windows\\System32\\svchost2.exe", L"192.0.2.53", 53)), false},
-  });
-}
-
-TEST_F(DefaultConfiguration, DhcpPassesBothWaysBetweenItsPorts) {
-  const Attempt v4 = WithPort(Udp(Out(kSvchost, L"203.0.113.1", 67)), 68);
-  Attempt v4_in = v4;
-  v4_in.inbound = true;
-  const Attempt v6 = WithPort(Udp(Out(kSvchost, L"2001:db8::1", 547)), 546);
-  Attempt v6_in = v6;
-  v6_in.inbound = true;
-  Attempt tcp = v4;
-  tcp.protocol = 6;
-  Attempt other_program = v4;
-  other_program.program = kTool;
-  Expect({
-      {"DHCP out", v4, true},
-      {"DHCP in", v4_in, true},
-      {"DHCPv6 out", v6, true},
-      {"DHCPv6 in", v6_in, true},
-      {"from another port", WithPort(v4, 69), false},
-      {"over TCP", tcp, false},
-      {"another program", other_program, false},
-  });
-}
-
-TEST_F(DefaultConfiguration, TimeGoesOutOverUdpAlone) {
-  Expect({
-      {"NTP", Udp(Out(kSvchost, L"203.0.113.7", 123)), true},
-      {"NTP over IPv6", Udp(Out(kSvchost, L"2001:db8::7", 123)), true},
-      {"over TCP", Out(kSvchost, L"203.0.113.7", 123), false},
-      {"inbound", Udp(In(kSvchost, L"203.0.113.7", 123)), false},
-  });
-}
-
-TEST_F(DefaultConfiguration, NeighbourDiscoveryPassesForAnyProgramByMessageType) {
-  std::vector<Case> cases;
+TEST_F(DefaultConfiguration, LetsThroughWhatItsRulesNameAndNothingBesideThem) {
+  const wchar_t* const other_host = L"C:\\Tools\\svchost.exe";
+  const Case cases[] = {
+      // an unknown program
+      {kTool, kOut, kTcp, L"203.0.113.5", kAny, 443, false},
+      {kTool, kIn, kTcp, L"2001:db8::5", 8080, kAny, false},
+      {kTool, kOut, kTcp, L"127.0.0.1", kAny, 8080, false},  // an address alone is no loopback
+      // DNS, from the configured server
+      {kSvchost, kOut, kUdp, L"192.0.2.53", kAny, 53, true},
+      {kSvchost, kOut, kTcp, L"192.0.2.53", kAny, 53, true},
+      {kSvchost, kOut, kUdp, L"192.0.2.54", kAny, 53, false},
+      {kSvchost, kOut, kUdp, L"192.0.2.53", kAny, 853, false},
+      {kSvchost, kIn, kUdp, L"192.0.2.53", 53, kAny, false},
+      {other_host, kOut, kUdp, L"192.0.2.53", kAny, 53, false},
+      {kTool, kOut, kUdp, L"192.0.2.53", kAny, 53, false},
+      // DHCP and DHCPv6, both ways between their ports
+      {kSvchost, kOut, kUdp, L"203.0.113.1", 68, 67, true},
+      {kSvchost, kIn, kUdp, L"203.0.113.1", 68, 67, true},
+      {kSvchost, kOut, kUdp, L"2001:db8::1", 546, 547, true},
+      {kSvchost, kIn, kUdp, L"2001:db8::1", 546, 547, true},
+      {kSvchost, kOut, kUdp, L"203.0.113.1", 69, 67, false},
+      {kSvchost, kOut, kTcp, L"203.0.113.1", 68, 67, false},
+      {kTool, kOut, kUdp, L"203.0.113.1", 68, 67, false},
+      // time
+      {kSvchost, kOut, kUdp, L"203.0.113.7", kAny, 123, true},
+      {kSvchost, kOut, kUdp, L"2001:db8::7", kAny, 123, true},
+      {kSvchost, kOut, kTcp, L"203.0.113.7", kAny, 123, false},
+      {kSvchost, kIn, kUdp, L"203.0.113.7", 123, kAny, false},
+      // revocation checks
+      {kLsass, kOut, kTcp, L"203.0.113.80", kAny, 80, true},
+      {kLsass, kOut, kTcp, L"2001:db8::80", kAny, 80, true},
+      {kLsass, kOut, kTcp, L"203.0.113.80", kAny, 443, false},
+      {kLsass, kOut, kUdp, L"203.0.113.80", kAny, 80, false},
+      {kLsass, kIn, kTcp, L"203.0.113.80", 80, kAny, false},
+      // echo requests and redirects, beside the messages of neighbour discovery
+      {kTool, kOut, kIcmp6, L"2001:db8::1", 128, 0, false},
+      {kTool, kIn, kIcmp6, L"2001:db8::1", 137, 0, false},
+      {kTool, kOut, kIcmp6, L"203.0.113.1", 133, 0, false},
+  };
+  for (const Case& c : cases) Expect(c);
   for (std::uint16_t type = 133; type <= 136; ++type) {
-    cases.push_back({"solicitation or advertisement out",
-                     Icmp6(Out(L"System", L"2001:db8::1", 0), type), true});
-    cases.push_back(
-        {"solicitation or advertisement in", Icmp6(In(kTool, L"2001:db8::1", 0), type), true});
+    Expect({L"System", kOut, kIcmp6, L"2001:db8::1", type, 0, true});
+    Expect({kTool, kIn, kIcmp6, L"2001:db8::1", type, 0, true});
   }
-  cases.push_back({"echo request", Icmp6(Out(kTool, L"2001:db8::1", 0), 128), false});
-  cases.push_back({"redirect", Icmp6(In(kTool, L"2001:db8::1", 0), 137), false});
-  Attempt v4 = Out(kTool, L"203.0.113.1", 0);
-  v4.protocol = 58;
-  v4.local_port = 133;
-  cases.push_back({"the protocol on IPv4", v4, false});
-  Expect(cases);
 }
 
 TEST_F(DefaultConfiguration, TheLocalNetworkIsOpenToWindowsAlone) {
-  std::vector<Case> cases;
   for (const wchar_t* remote :
        {L"10.1.2.3", L"172.31.255.255", L"192.168.0.1", L"169.254.9.9", L"224.0.0.251",
         L"255.255.255.255", L"fe80::1", L"fd00::1", L"ff02::fb"}) {
-    cases.push_back({"kernel out", Out(L"System", remote, 445), true});
-    cases.push_back({"kernel in", In(L"System", remote, 445), true});
-    cases.push_back({"services out", Udp(Out(kSvchost, remote, 5353)), true});
-    cases.push_back({"services in", Udp(In(kSvchost, remote, 5353)), true});
-    cases.push_back({"anything else", Out(kTool, remote, 445), false});
+    for (const bool inbound : {kOut, kIn}) {
+      Expect({L"System", inbound, kTcp, remote, 445, 445, true});
+      Expect({kSvchost, inbound, kUdp, remote, 5353, 5353, true});
+      Expect({kTool, inbound, kTcp, remote, 445, 445, false});
+    }
   }
   for (const wchar_t* remote : {L"172.32.0.1", L"11.0.0.1", L"192.169.0.1", L"2001:db8::9"}) {
-    cases.push_back({"kernel beyond it", Out(L"System", remote, 445), false});
-    cases.push_back({"services beyond it", Udp(Out(kSvchost, remote, 5353)), false});
+    Expect({L"System", kOut, kTcp, remote, kAny, 445, false});
+    Expect({kSvchost, kOut, kUdp, remote, kAny, 5353, false});
   }
-  Expect(cases);
-}
-
-TEST_F(DefaultConfiguration, RevocationChecksGoOutFromLsassOnPort80) {
-  Expect({
-      {"port 80", Out(kLsass, L"203.0.113.80", 80), true},
-      {"IPv6", Out(kLsass, L"2001:db8::80", 80), true},
-      {"port 443", Out(kLsass, L"203.0.113.80", 443), false},
-      {"UDP", Udp(Out(kLsass, L"203.0.113.80", 80)), false},
-      {"inbound", In(kLsass, L"203.0.113.80", 80), false},
-      {"another lsass", Out(L"C:\\Tools\\lsass.exe", L"203.0.113.80", 80), false},
-  });
-}
-
-TEST_F(DefaultConfiguration, LoopbackPassesForEverybody) {
-  Expect({
-      {"out", Loopback(Out(kTool, L"127.0.0.1", 8080)), true},
-      {"in", Loopback(In(kTool, L"127.0.0.1", 8080)), true},
-      {"IPv6", Loopback(Out(kTool, L"::1", 8080)), true},
-      {"the address alone is no loopback", Out(kTool, L"127.0.0.1", 8080), false},
-  });
 }
 
 }  // namespace

@@ -41,8 +41,9 @@ const Value kValues[] = {
 
 Filter FilterWithEverything() {
   Filter filter{.key = kOneKey,
-                .name = L"name",
-                .description = L"description",
+                // With what is no text of its own in UTF-16.
+                .name = {L'n', 0, L'\u20AC', wchar_t(0xDC00), L'x', wchar_t(0xD800)},
+                .description = L"\u00FC\U0001F600z",
                 .flags = 0x49,
                 .provider = kOtherKey,
                 .layer = kLayerConnectV6,
@@ -72,16 +73,6 @@ auto Fields(const Filter& f) {
   return std::tie(f.key, f.name, f.description, f.flags, f.provider, f.layer, f.sublayer, f.weight,
                   f.conditions, f.action, f.id);
 }
-auto Fields(const Provider& p) {
-  return std::tie(p.key, p.name, p.description, p.flags, p.service_name);
-}
-auto Fields(const Sublayer& s) {
-  return std::tie(s.key, s.name, s.description, s.flags, s.provider, s.weight);
-}
-auto Fields(const Connection& c) {
-  return std::tie(c.layer, c.app_id, c.user_sids, c.package_sid, c.protocol, c.local_v4,
-                  c.remote_v4, c.local_v6, c.remote_v6, c.local_port, c.remote_port, c.flags);
-}
 
 template <typename Record>
 Bytes BytesOf(const Record& record) {
@@ -91,35 +82,20 @@ Bytes BytesOf(const Record& record) {
   return bytes;
 }
 
-TEST(Wire, EveryValueComesBack) {
-  for (const Value& value : kValues) {
-    const Bytes bytes = BytesOf(value);
-    WireReader reader(bytes.data(), bytes.size());
-    EXPECT_EQ(TakeValue(reader), value) << "alternative " << value.index();
-    EXPECT_TRUE(reader.Finished()) << "alternative " << value.index();
-  }
-}
-
 TEST(Wire, RecordsComeBackOneBehindTheOther) {
   const Filter filter = FilterWithEverything();
   const Filter plain{};
-  const Provider provider{kOneKey, L"provider", L"of all", 1, L"Service"};
-  const Sublayer sublayer{kOtherKey, L"sublayer", L"", 1, kOneKey, 0xFFFF};
   const VerdictSummary verdict{true, true, true, kOneKey, L"decides", std::uint64_t{1} << 40};
   Bytes bytes;
   WireWriter writer(bytes);
   Put(writer, filter);
   Put(writer, plain);
-  Put(writer, provider);
-  Put(writer, sublayer);
   Put(writer, kConnection);
   Put(writer, verdict);
   WireReader reader(bytes.data(), bytes.size());
   EXPECT_EQ(Fields(TakeFilter(reader)), Fields(filter));
   EXPECT_EQ(Fields(TakeFilter(reader)), Fields(plain));
-  EXPECT_EQ(Fields(TakeProvider(reader)), Fields(provider));
-  EXPECT_EQ(Fields(TakeSublayer(reader)), Fields(sublayer));
-  EXPECT_EQ(Fields(TakeConnection(reader)), Fields(kConnection));
+  EXPECT_EQ(BytesOf(TakeConnection(reader)), BytesOf(kConnection));
   EXPECT_EQ(TakeVerdictSummary(reader), verdict);
   EXPECT_TRUE(reader.Finished());
 }
@@ -131,18 +107,6 @@ TEST(Wire, SmallestSizesAreThoseOfEmptyRecords) {
   filter.conditions.resize(1);
   EXPECT_EQ(BytesOf(filter).size(), kSmallestFilter + kSmallestCondition);
   EXPECT_EQ(BytesOf(Connection{}).size(), kSmallestConnection);
-}
-
-TEST(Wire, TextsComeBackUnitForUnit) {
-  const std::wstring lone_surrogates = {wchar_t(0xDC00), L'x', wchar_t(0xD800)};
-  for (const std::wstring& text : {std::wstring(), std::wstring(L"a\0b", 3),
-                                   std::wstring(L"\u00FC\u20AC\U0001F600z"), lone_surrogates}) {
-    Bytes bytes;
-    WireWriter(bytes).Text(text);
-    WireReader reader(bytes.data(), bytes.size());
-    EXPECT_EQ(reader.Text(), text);
-    EXPECT_TRUE(reader.Finished());
-  }
 }
 
 TEST(Wire, AMessageCutAnywhereIsRefusedAndGivesNothingMore) {
@@ -178,22 +142,8 @@ TEST(Wire, CountsAreNotBelievedBeforeTheirBytesAreThere) {
 }
 
 // There is one form of each filter: what is read from any bytes is written as the same bytes again.
-void ExpectRefusedOrExact(const Bytes& bytes) {
-  WireReader reader(bytes.data(), bytes.size());
-  const Filter filter = TakeFilter(reader);
-  if (!reader.Finished()) return;
-  EXPECT_EQ(BytesOf(filter), bytes);
-}
-
 TEST(Wire, SpoiltBytesAreRefusedOrMeanWhatTheySay) {
   const Bytes good = BytesOf(FilterWithEverything());
-  for (std::size_t at = 0; at < good.size(); ++at) {
-    for (const int spoilt : {0x00, 0x01, 0x02, 0x0C, 0x0D, 0x7F, 0x80, 0xD8, 0xDC, 0xFF}) {
-      Bytes bytes = good;
-      bytes[at] = static_cast<std::uint8_t>(spoilt);
-      ExpectRefusedOrExact(bytes);
-    }
-  }
   constexpr unsigned kSeed = 48;
   std::mt19937 random(kSeed);
   for (int round = 0; round < 20000; ++round) {
@@ -202,7 +152,11 @@ TEST(Wire, SpoiltBytesAreRefusedOrMeanWhatTheySay) {
       bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
     }
     bytes.resize(random() % 2 == 0 ? bytes.size() : random() % bytes.size());
-    ExpectRefusedOrExact(bytes);
+    WireReader reader(bytes.data(), bytes.size());
+    const Filter filter = TakeFilter(reader);
+    if (reader.Finished()) {
+      EXPECT_EQ(BytesOf(filter), bytes) << "round " << round;
+    }
   }
 }
 

@@ -65,7 +65,7 @@ TEST_F(Transactions, ClosingASessionAbortsItsTransactionAndWakesTheNext) {
   EXPECT_EQ(code, kEndpointNotRegistered);
 }
 
-// Verdicts and listings put from other threads never meet half of a swap.
+// Verdicts put from another thread never meet half of a swap.
 TEST_F(Transactions, SwapIsSeenWholeOrNotAtAll) {
   const auto swap = [&] {
     ASSERT_EQ(engine.Begin(session, 0), kSuccess);
@@ -78,22 +78,9 @@ TEST_F(Transactions, SwapIsSeenWholeOrNotAtAll) {
   std::thread verdicts([&] {
     while (!done) EXPECT_FALSE(Permits());
   });
-  std::thread listings([&] {
-    const SessionId reader = Open(LocalSystemCaller());
-    EnumId enumeration = 0;
-    FilterList filters;
-    while (!done) {
-      EXPECT_EQ(engine.OpenFilterEnum(reader, enumeration), kSuccess);
-      EXPECT_EQ(engine.NextFilters(reader, enumeration, 1000, filters), kSuccess);
-      EXPECT_EQ(filters.size(), 20u);
-      EXPECT_EQ(engine.CloseFilterEnum(reader, enumeration), kSuccess);
-    }
-    EXPECT_EQ(engine.CloseSession(reader), kSuccess);
-  });
   for (int round = 0; round < 50; ++round) swap();
   done = true;
   verdicts.join();
-  listings.join();
 }
 
 }  // namespace

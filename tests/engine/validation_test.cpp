@@ -47,17 +47,13 @@ TEST_F(Validation, ConditionIsRefusedByTheCodeOfItsMistake) {
       // No type is widened to another.
       {kTypeMismatch, {kFieldProtocol, kMatchEqual, std::uint16_t{6}}},
       {kTypeMismatch, {kFieldRemotePort, kMatchEqual, std::uint32_t{6}}},
-      {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, std::uint32_t{1}}, kLayerConnectV6},
       {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, Ipv4Mask{}}, kLayerRecvAcceptV6},
       {kTypeMismatch, {kFieldUserId, kMatchEqual, SidValue{EveryoneSid()}}},
       {kTypeMismatch, {kFieldPackageId, kMatchEqual, ByteBlob{{1}}}},
       {kTypeMismatch, {kFieldProtocol, kMatchEqual, OtherValue{17}}},
-      {kTypeMismatch,
-       {kFieldRemotePort, kMatchRange, ValueRange{std::uint32_t{1}, std::uint32_t{2}}}},
       {kMatchTypeMismatch, {kFieldProtocol, kMatchRange, std::uint8_t{1}}},
       {kMatchTypeMismatch, {kFieldRemoteAddress, kMatchGreater, Ipv4Mask{}}},
       {kMatchTypeMismatch, {kFieldUserId, kMatchNotEqual, UserCondition({})}},
-      {kMatchTypeMismatch, {kFieldRemoteAddress, kMatchFlagsAnySet, v6}, kLayerConnectV6},
       {kMatchTypeMismatch,
        {kFieldRemotePort, kMatchEqual, ValueRange{std::uint16_t{1}, std::uint16_t{2}}}},
       {kInvalidRange,
@@ -86,9 +82,6 @@ TEST_F(Validation, DamagedDescriptorIsNeverReadBeyondItsEnd) {
     const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
     EXPECT_FALSE(ParseDescriptor(cut, security)) << size;
   }
-  Bytes long_entry = whole;
-  long_entry[20 + 8 + 2] = 0xFF;  // the first entry would reach beyond its list
-  EXPECT_FALSE(ParseDescriptor(long_entry, security));
   for (std::size_t at = 0; at < whole.size(); ++at) {
     for (const int value : {0x00, 0x01, 0x7F, 0xFF}) {
       Bytes changed = whole;

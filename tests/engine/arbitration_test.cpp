@@ -71,19 +71,6 @@ TEST_F(Arbitration, SublayersOverruleEachOtherByActionRight) {
   }
 }
 
-// A soft permit above and a hard one in the middle leave nothing to the lowest sublayer.
-TEST_F(Arbitration, HardPermitAfterSoftOneIsFinal) {
-  for (std::uint8_t number = 11; number <= 13; ++number) {
-    const auto weight = static_cast<std::uint16_t>(500 - number);
-    ASSERT_EQ(AddSublayer(session, Key(number), 0, kProvider, weight), kSuccess);
-    Filter filter = SomeFilter(number == 13 ? kActionBlock : kActionPermit);
-    filter.sublayer = Key(number);
-    if (number == 12) filter.flags = platform::kFilterClearActionRight;
-    ASSERT_EQ(Add(filter), kSuccess);
-  }
-  EXPECT_TRUE(Permits());
-}
-
 TEST_F(Arbitration, TieOfAPermitAndABlockIsFoundAndBlocks) {
   const Condition port{platform::kFieldRemotePort, platform::kMatchEqual, std::uint16_t{443}};
   ASSERT_EQ(Add(SomeFilter(kActionPermit)), kSuccess);
@@ -102,15 +89,6 @@ TEST_F(Arbitration, TieOfAPermitAndABlockIsFoundAndBlocks) {
   hard.flags = platform::kFilterClearActionRight;
   ASSERT_EQ(Add(hard), kSuccess);
   EXPECT_TRUE(engine.Classify({}).tied_conflict);
-}
-
-TEST_F(Arbitration, TakenSublayerWeightGoesToTheNearestFreeOne) {
-  for (std::uint8_t number = 11; number <= 13; ++number) {
-    ASSERT_EQ(AddSublayer(session, Key(number), 0, kProvider, UINT16_MAX), kSuccess);
-  }
-  platform::Sublayer third;
-  ASSERT_EQ(engine.GetSublayer(session, Key(13), third), kSuccess);
-  EXPECT_EQ(third.weight, UINT16_MAX - 2);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What the installed filters do to connections.
+// What the installed filters do to connections, beyond the comparison of random configurations.
 
 #include "tests/filtering/filter_world.h"
 
@@ -7,51 +7,10 @@ namespace {
 
 using platform::kLayerConnectV4;
 using platform::kLayerConnectV6;
-using platform::kLayerRecvAcceptV4;
-using platform::kLayerRecvAcceptV6;
 using simulation::Connection;
 
 class Verdicts : public FilterWorld {};
 
-TEST_F(Verdicts, TheWeightAloneDecidesBetweenFilters) {
-  // An allow rule of many conditions, which would win if its weight were no lower.
-  RuleEntry narrow = Rule(true, L"198.51.100.7, 2001:db8::7");
-  narrow.protocol = 6;
-  narrow.remote_ports = L"443";
-  narrow.app = kApp;
-  const RuleEntry allow = Rule(true);
-  const RuleEntry block = Rule(false);
-  const wchar_t* held_back = L"Integrity block app.exe";
-  struct Case {
-    const char* claim;
-    std::vector<RuleEntry> rules;
-    std::vector<PlanEntry> entries;
-    bool loopback;
-    const wchar_t* decided_by;
-  };
-  const Case cases[] = {
-      {"a permitted app beats the default", {}, {AllowedApp(true)}, false, L"Allow app.exe"},
-      {"a blocked app beats an allow rule", {narrow}, {BlockedApp()}, false, L"Block app.exe"},
-      {"a block rule beats a permitted app", {block}, {AllowedApp(true)}, false, L"Rule: block"},
-      {"and an allow rule before it", {narrow, block}, {}, false, L"Rule: block"},
-      {"and stands before a blocked app", {block}, {BlockedApp()}, false, L"Rule: block"},
-      {"loopback beats them", {block}, {BlockedApp()}, true, L"Loopback"},
-      {"a held-back file is blocked on loopback", {allow}, {HeldApp()}, true, held_back},
-      {"and under an allow rule", {narrow}, {HeldApp()}, false, held_back},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.claim);
-    Install(c.rules, c.entries);
-    for (const Guid& layer :
-         {kLayerConnectV4, kLayerConnectV6, kLayerRecvAcceptV4, kLayerRecvAcceptV6}) {
-      Connection connection = AppConnection(layer);
-      if (c.loopback) connection.flags = platform::kConditionFlagLoopback;
-      EXPECT_EQ(DecidedBy(connection), std::wstring(L"Kestrelon - ") + c.decided_by);
-    }
-  }
-}
-
-// Ways to write a rule which the comparison of random configurations does not draw.
 TEST_F(Verdicts, ARulePassesWhatItNamesAndNothingElse) {
   using R = RuleEntry;
   struct Case {

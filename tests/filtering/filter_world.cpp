@@ -1,5 +1,7 @@
 #include "tests/filtering/filter_world.h"
 
+#include <set>
+
 #include "base/text.h"
 #include "filtering/apply_filters.h"
 #include "filtering/filter_signature.h"
@@ -119,14 +121,6 @@ bool FilterWorld::Passes(const simulation::Connection& connection) {
 std::wstring FilterWorld::DecidedBy(const simulation::Connection& connection) {
   const simulation::Verdict verdict = machine_.engine.Classify(connection);
   return verdict.filter ? verdict.filter->name : L"";
-}
-
-std::multiset<std::wstring> FilterWorld::InstalledNames() const {
-  std::multiset<std::wstring> names;
-  for (const auto& filter : machine_.engine.Filters()) {
-    if (!filter->name.starts_with(L"Kestrelon - Block service ")) names.insert(filter->name);
-  }
-  return names;
 }
 
 void FilterWorld::ExpectRecordFits() {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -50,8 +49,6 @@ class FilterWorld : public testing::Test {
   [[nodiscard]] bool Passes(const simulation::Connection& connection);
   // Display name of the filter that decides.
   [[nodiscard]] std::wstring DecidedBy(const simulation::Connection& connection);
-  // Display names of the installed filters, those of hosted services left out.
-  [[nodiscard]] std::multiset<std::wstring> InstalledNames() const;
   // Expects that record and tags stand for exactly what is installed.
   void ExpectRecordFits();
 

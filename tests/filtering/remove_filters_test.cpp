@@ -2,8 +2,7 @@
 
 #include "base/text.h"
 #include "filtering/add_filters.h"
-#include "filtering/filter_keys.h"
-#include "filtering/lock_descriptors.h"
+#include "filtering/boot_filters.h"
 #include "tests/filtering/filter_world.h"
 
 namespace kestrelon {
@@ -11,26 +10,20 @@ namespace {
 
 class Removal : public FilterWorld {
  protected:
-  // Filters as an earlier run left them, locked, and a boot-time one; by a session of SYSTEM's.
+  // Filters as an earlier run as SYSTEM left them, locked, and the boot-time ones. An application
+  // would do, but would also keep for the whole process that it is SYSTEM.
   void LeaveFilters() {
-    platform::EngineHandle engine = 0;
-    ASSERT_EQ(platform::OpenEngineSession({}, engine), platform::kSuccess);
-    std::vector<Guid> keys;
-    FilterTagTable tags;
-    AddContext context{engine, keys, tags, error_};
-    FilterGroup group;
-    group.name = L"left";
-    const FilterSink sink = AddingSink(context);
-    ASSERT_TRUE(FilterWriter(sink).Write(group, {})) << Utf8FromWide(error_);
-    platform::Filter boot;
-    boot.key = BootFilterKeys[3];
-    boot.name = L"boot";
-    boot.flags = platform::kFilterBootTime;
-    boot.layer = platform::kLayerConnectV4;
-    boot.weight = std::uint8_t{0};
-    std::uint64_t id = 0;
-    ASSERT_EQ(platform::AddFilter(engine, boot, {}, id), platform::kSuccess);
-    platform::CloseEngineSession(engine);
+    {
+      GuardLock lock(TheEngine.EngineGuard);
+      std::vector<Guid> keys;
+      FilterTagTable tags;
+      AddContext context{TheEngine.handle, keys, tags, error_};
+      FilterGroup group;
+      group.name = L"left";
+      const FilterSink sink = AddingSink(context);
+      ASSERT_TRUE(FilterWriter(sink).Write(group, {})) << Utf8FromWide(error_);
+    }
+    ASSERT_TRUE(InstallBootFilters(TheEngine, true, true, error_)) << Utf8FromWide(error_);
     CloseEngine(TheEngine);
   }
 };
@@ -41,7 +34,7 @@ TEST_F(Removal, AnAdministratorOpensTheLocksAndRemovesEverything) {
   platform::EngineHandle engine = 0;
   ASSERT_EQ(platform::OpenEngineSession({}, engine), platform::kSuccess);
   for (const auto& filter : machine_.engine.Filters()) {
-    if (filter->name == L"boot") continue;
+    if ((filter->flags & platform::kFilterBootTime) != 0) continue;
     EXPECT_EQ(platform::DeleteFilter(engine, filter->key), platform::kAccessDenied);
   }
   platform::CloseEngineSession(engine);
@@ -55,6 +48,7 @@ TEST_F(Removal, AnAdministratorOpensTheLocksAndRemovesEverything) {
 
 TEST_F(Removal, AFailureLeavesEverythingAndIsToldByItsCall) {
   LeaveFilters();
+  const std::size_t left = machine_.engine.Filters().size();
   const std::pair<const char*, const wchar_t*> cases[] = {
       {"OpenEngineSession", L"FwpmEngineOpen0: "},
       {"OpenFilterEnum", L"FwpmFilterCreateEnumHandle0: "},
@@ -69,7 +63,7 @@ TEST_F(Removal, AFailureLeavesEverythingAndIsToldByItsCall) {
     machine_.faults.FailOnce(call, platform::kAccessDenied);
     EXPECT_FALSE(RemoveAllFilters(true, error_));
     EXPECT_TRUE(error_.starts_with(std::wstring(sentence) + L"0x00000005")) << Utf8FromWide(error_);
-    EXPECT_EQ(machine_.engine.Filters().size(), 5u);
+    EXPECT_EQ(machine_.engine.Filters().size(), left);
     EXPECT_FALSE(machine_.engine.transaction_open());
     EXPECT_EQ(machine_.engine.open_sessions(), 0u);
   }

@@ -3,28 +3,13 @@
 #include "filtering/filter_engine.h"
 
 #include "base/text.h"
-#include "filtering/filter_keys.h"
 #include "platform/wait.h"
 #include "tests/filtering/filter_world.h"
 
 namespace kestrelon {
 namespace {
 
-class EngineSession : public FilterWorld {
- protected:
-  ~EngineSession() override {
-    CloseEngine(TheEngine);
-    TheEngine.change_event = nullptr;
-  }
-  // Opens the session anew with an event for changes.
-  bool OpenSubscribed() {
-    CloseEngine(TheEngine);
-    TheEngine.change_event = &changed_;
-    return OpenEngine(TheEngine, error_);
-  }
-
-  platform::Event changed_{platform::Event::Reset::kAutomatic};
-};
+using EngineSession = FilterWorld;
 
 TEST_F(EngineSession, AFailedOpenLeavesItClosed) {
   CloseEngine(TheEngine);
@@ -66,23 +51,15 @@ TEST_F(EngineSession, AnAdministratorLeavesTheLocksAlone) {
   EXPECT_EQ(LogCount("WFP"), 0u);
 }
 
-TEST_F(EngineSession, TheEventIsSetByChangesOfOthersAlone) {
-  machine_.clock.Run();
-  ASSERT_TRUE(OpenSubscribed());
-  Install({}, {});
-  EXPECT_EQ(platform::WaitForAny({&changed_}, 100), platform::kWaitTimedOut);
-  platform::EngineHandle other = 0;
-  ASSERT_EQ(platform::OpenEngineSession({}, other), platform::kSuccess);
-  EXPECT_EQ(platform::DeleteFilter(other, machine_.engine.Filters().front()->key),
-            platform::kSuccess);
-  EXPECT_EQ(platform::WaitForAny({&changed_}, 10000), 0);
-  platform::CloseEngineSession(other);
-}
-
 TEST_F(EngineSession, AMissingSubscriptionIsNoFailure) {
+  platform::Event changed(platform::Event::Reset::kAutomatic);
+  CloseEngine(TheEngine);
+  TheEngine.change_event = &changed;
   machine_.faults.FailOnce("SubscribeFilterChanges", platform::kAccessDenied);
-  EXPECT_TRUE(OpenSubscribed());
+  EXPECT_TRUE(OpenEngine(TheEngine, error_));
   EXPECT_TRUE(machine_.faults.fired());
+  CloseEngine(TheEngine);
+  TheEngine.change_event = nullptr;
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include "filtering/build_filters.h"
 
+#include <set>
+
 #include "base/text.h"
 #include "filtering/app_id.h"
 #include "filtering/filter_keys.h"
@@ -36,8 +38,14 @@ Built Build(const std::vector<RuleEntry>& rules, const std::vector<PlanEntry>& e
 class BuiltFilters : public FilterWorld {};
 
 TEST_F(BuiltFilters, EachIsPersistentIndexedAndOurs) {
-  const Built built = Build({Rule(true), Rule(false)}, {AllowedApp(), HeldApp()});
-  EXPECT_EQ(built.filters.size(), 8u + 2u + 4u);  // two rules, the application, the held file
+  PlanEntry labelled = HeldApp();
+  labelled.label = L"the label";
+  const Built built = Build({Rule(true), Rule(false)}, {AllowedApp(), labelled});
+  ASSERT_EQ(built.filters.size(), 8u + 2u + 4u);  // two rules, the application, the held file
+  EXPECT_EQ(built.filters[8].name, L"Kestrelon - Allow app.exe");
+  EXPECT_EQ(built.tags[8].tag, kApp);
+  EXPECT_EQ(built.filters[10].name, L"Kestrelon - Integrity block the label");
+  EXPECT_EQ(built.tags[10].tag, L"the label");
   for (const platform::Filter& filter : built.filters) {
     EXPECT_EQ(filter.flags, filter.action == platform::kActionPermit ? 65u : 73u);
     EXPECT_EQ(filter.provider, ProviderKey);
@@ -72,17 +80,6 @@ TEST_F(BuiltFilters, ConditionsOfOneFieldStandTogetherInTheirOrder) {
     for (const auto& condition : built.filters[i].conditions) found.push_back(condition.field);
     EXPECT_EQ(found, fields);
   }
-}
-
-TEST_F(BuiltFilters, ATagIsTheLabelOrThePath) {
-  PlanEntry labelled = AllowedApp();
-  labelled.label = L"the label";
-  const Built built = Build({}, {AllowedApp(), labelled});
-  ASSERT_EQ(built.filters.size(), 4u);
-  EXPECT_EQ(built.filters[0].name, L"Kestrelon - Allow app.exe");
-  EXPECT_EQ(built.tags[0].tag, kApp);
-  EXPECT_EQ(built.filters[2].name, L"Kestrelon - Allow the label");
-  EXPECT_EQ(built.tags[2].tag, L"the label");
 }
 
 TEST_F(BuiltFilters, WhatMakesNoSenseCostsItselfAndAWarning) {

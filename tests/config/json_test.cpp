@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "base/text.h"
-
 namespace kestrelon {
 namespace {
 
@@ -142,29 +140,10 @@ TEST(JsonValue, WholeNumbersAreHeldExactlyAndAlsoAsDoubles) {
   EXPECT_EQ(Parsed("7.0").floating(), 7.0);
 }
 
-TEST(JsonValue, IsMadeFromWhatItHolds) {
-  Json object;
-  object["flag"] = true;
-  object["small"] = 42;
-  object["large"] = std::int64_t{1} << 62;
-  object["narrow"] = "text";
-  object["no text"] = static_cast<const char*>(nullptr);
-  object["wide"] = L"\x20AC";
-  object["empty"] = Json::Array();
-  object["list"].Append(std::wstring(L"a"));
-  object["list"].Append(Json::Object());
-  EXPECT_EQ(object.Dump(false),
-            "{\"flag\":true,\"small\":42,\"large\":4611686018427387904,\"narrow\":\"text\","
-            "\"no text\":\"\",\"wide\":\"\xE2\x82\xAC\",\"empty\":[],\"list\":[\"a\",{}]}");
-}
-
 TEST(JsonValue, PrettyFormIndentsByTwoAndKeepsEmptyContainersTogether) {
   EXPECT_EQ(
       Parsed("{\"a\":[1,[]],\"b\":{},\"c\":{\"d\":\"x\"}}").Dump(true),
       "{\n  \"a\": [\n    1,\n    []\n  ],\n  \"b\": {},\n  \"c\": {\n    \"d\": \"x\"\n  }\n}");
-  EXPECT_EQ(Json(1).Dump(true), "1");
-  const std::string deep = Parsed(Repeat("[", 20) + Repeat("]", 20)).Dump(true);
-  EXPECT_NE(deep.find("[\n" + Repeat("  ", 19) + "[]\n" + Repeat("  ", 18) + "]"), deep.npos);
 }
 
 TEST(JsonValue, LookupsChainOnWhatIsMissing) {
@@ -182,45 +161,33 @@ TEST(JsonValue, LookupsChainOnWhatIsMissing) {
   EXPECT_EQ(Json(5).StringOr(L"other"), L"other");
 }
 
-TEST(JsonValue, WritingTurnsAnythingIntoTheContainerAsked) {
+TEST(JsonValue, WritingTurnsAnythingIntoTheContainerAskedAlsoOutOfItself) {
   Json value = "text";
   value["a"]["b"] = 1;
   EXPECT_EQ(value.Dump(false), "{\"a\":{\"b\":1}}");
   value["a"].Append(2);
+  EXPECT_EQ(value.Dump(false), "{\"a\":[2]}");
+  value["a"].Append(value);
+  EXPECT_EQ(value.Dump(false), "{\"a\":[2,{\"a\":[2]}]}");
+  value = value.Get("a").At(1);
   EXPECT_EQ(value.Dump(false), "{\"a\":[2]}");
   Json own = "a text longer than the value itself";
   own[own.text()] = 1;
   EXPECT_EQ(own.KeyAt(0), "a text longer than the value itself");
 }
 
-TEST(JsonValue, CopiesStandAlone) {
-  const std::string text = R"({"list":[1,"a text longer than the value itself"],"key":"short"})";
-  Json value = Parsed(text);
-  const Json copy = value;
-  value["list"].Append(value);
-  value["key"] = value["list"];
-  EXPECT_EQ(copy.Dump(false), text);
-  EXPECT_EQ(value.Get("key").At(2).Get("key").text(), "short");
-  value = value.Get("list").At(1);
-  EXPECT_EQ(value.text(), "a text longer than the value itself");
-}
-
 // Texts inside the value and outside, copied whole and in parts.
 TEST(JsonValue, TextsOfEveryLengthWithAnEscapeAtEveryPlace) {
   for (std::size_t length = 0; length < 40; ++length) {
     for (std::size_t place = 0; place <= length; ++place) {
-      const std::string before = Repeat("x", place);
-      const std::string after = Repeat("y", length - place);
-      const std::string text = before + "\n" + after;
-      const Json value = text;
-      EXPECT_EQ(value.Dump(false), "\"" + before + "\\n" + after + "\"");
+      std::string text(length + 1, 'x');
+      text[place] = '\n';
       Json object;
-      object[text] = value;
+      object[text] = text;
       const Json again = Parsed(object.Dump(false));
       EXPECT_EQ(again.Get(text).text(), text);
       EXPECT_EQ(again.KeyAt(0), text);
     }
-    EXPECT_EQ(Json(Repeat("x", length)).Dump(false), "\"" + Repeat("x", length) + "\"");
   }
 }
 

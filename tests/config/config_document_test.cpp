@@ -49,8 +49,7 @@ std::string Repeated(const std::string& element, std::size_t times) {
 const std::string kHash(64, 'a');
 
 TEST(ConfigFromJson, AnEmptyDocumentTakesTheDefaults) {
-  const Config config = Accepted("{}");
-  EXPECT_EQ(config, Config{});
+  EXPECT_EQ(Accepted("{}"), Config{});
   EXPECT_EQ(Accepted("{'enabled':null,'log_allowed':null,'blocklists':null,'apps':null,"
                      "'custom_blocklist':null,'presets_version':null,'rules':null,'modules':null,"
                      "'log_allowed_apps':null,'version':'any','unknown':[{}]}"),
@@ -135,11 +134,9 @@ TEST(ConfigFromJson, TheFirstFaultIsToldInOneSentence) {
   const std::wstring bad_hash = L"application a: invalid 'sha256' value";
   const std::pair<std::string, std::wstring> whole[] = {
       {"[]", L"configuration is not a JSON object"},
-      {"null", L"configuration is not a JSON object"},
       {"{'log_allowed_apps':['a',null]}", L"'log_allowed_apps' must contain paths"},
       {"{'blocklists':[1]}", L"'blocklists' must contain list ids"},
       {"{'custom_blocklist':'1.2.3'}", L"your own malicious networks: invalid IP address: 1.2.3"},
-      {"{'presets_version':9.5}", L"'presets_version' must be a whole number"},
       {"{'apps':[{'path':'a'},[]]}", L"application #2 is not an object"},
       {"{'rules':[1]}", L"rule #1 is not an object"},
       {"{'rules':[{'action':'allow'},{'action':'allow'},{'action':'a'}]}",
@@ -160,7 +157,6 @@ TEST(ConfigFromJson, TheFirstFaultIsToldInOneSentence) {
       {"'path':'a','added':1.5", L"application a: 'added' must be a whole number"},
       {"'path':'a','sha256':[5]", bad_hash},
       {"'path':'a','sha256':['" + kHash + "','" + kHash.substr(1) + "']", bad_hash},
-      {"'path':'a','sha256':['" + kHash + "a']", bad_hash},
       {"'path':'a','sha256':['" + kHash.substr(1) + "g']", bad_hash},
       {"'path':'a','sha256':[" + Repeated("1", 4097) + "]",
        L"application a: too many 'sha256' values"},
@@ -174,7 +170,6 @@ TEST(ConfigFromJson, TheFirstFaultIsToldInOneSentence) {
       {",'action':'Block'", L"invalid rule action: Block"},
       {",'user':'nobody'", L"invalid user SID: nobody"},
       {",'action':'allow','direction':'IN','protocol':256", L"invalid rule direction: IN"},
-      {",'action':'allow','direction':null", L"invalid rule direction: "},
       {",'action':'allow','protocol':256,'remote':'y'", L"invalid protocol number"},
       {",'action':'allow','protocol':-1", L"invalid protocol number"},
       {",'action':'allow','remote':'y','remote_ports':'y'", L"invalid IP address: y"},
@@ -231,11 +226,6 @@ TEST(ConfigText, HasOneFixedForm) {
                               "'version':'1.0.0','grant':'','approved':134050000000000000}]}"));
   const std::string text = ConfigText(config);
   EXPECT_TRUE(text.starts_with("{\n  \"version\": 1,\n") && text.ends_with("\n  ]\n}\n")) << text;
-  config.rules[0].direction = kDirectionOut;
-  Config again;
-  std::wstring error;
-  ASSERT_TRUE(ConfigFromJson(ConfigToJson(config), again, error)) << error;
-  EXPECT_EQ(again, config);
 }
 
 }  // namespace

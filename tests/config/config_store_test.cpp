@@ -100,8 +100,6 @@ TEST(ConfigCreated, OnlyTheValueOneCounts) {
   SetConfigCreated();
   EXPECT_TRUE(world.Created() && ConfigCreatedIsSet());
   world.machine().faults.FailAlways("WriteRegistryDword", platform::kAccessDenied);
-  SetConfigCreated();  // writes nothing
-  EXPECT_EQ(world.Log(), L"");
   world.SetCreated(0);
   SetConfigCreated();
   EXPECT_TRUE(
@@ -123,7 +121,6 @@ TEST(RestoreConfig, TakesTheNewestCopyThatLoads) {
       {{{older, true}, {newer, false}}, older, L"2026-11-13 16:35:03"},
       // Names of 15 characters and more are cut like a stamp.
       {{{older, true}, {L"config-zzz.json", true}}, L"config-zzz.json", L"conf-ig--z z.:js:on"},
-      {{{L"config-z.json", true}}, L"config-z.json", L"config-z.json"},
       {{{L"config-0123456789.json", true}}, L"config-0123456789.json", L"0123-45-67 9.:js:on"},
       {{{L"other-20261113-163503.json", true}, {L"config-1.jso", true}}, L"", L""},
   };
@@ -180,17 +177,17 @@ TEST(SaveConfig, LastWorkingCopyIsSparedByTheStrictFallbackOnly) {
   for (const wchar_t* kind : {L"", L"restored", L"strict"}) {
     StoreWorld world;
     world.Put(kLastGood, MarkedConfig(L"good"));
-    const std::wstring kept = std::wstring(kind) == L"strict" ? L"good" : L"new";
+    const bool spared = kind == std::wstring(L"strict");
     const GuardLock lock(ConfigGuard);
     Core.FallbackKind = kind;
     Core.CurrentConfig = MarkedConfig(L"new");
     SaveCurrentConfig();
     EXPECT_EQ(world.Loaded(kConfigFile), MarkedConfig(L"new"));
-    EXPECT_EQ(world.Loaded(kLastGood), MarkedConfig(kept)) << kind;
+    EXPECT_EQ(world.Loaded(kLastGood), MarkedConfig(spared ? L"good" : L"new")) << kind;
     std::wstring error;
     EXPECT_TRUE(SaveStartConfig(MarkedConfig(L"newer"), error)) << error;
     EXPECT_EQ(world.Loaded(kConfigFile), MarkedConfig(L"newer"));
-    EXPECT_EQ(world.Loaded(kLastGood), MarkedConfig(kept == L"good" ? L"good" : L"newer")) << kind;
+    EXPECT_EQ(world.Loaded(kLastGood), MarkedConfig(spared ? L"good" : L"newer")) << kind;
   }
 }
 

@@ -68,21 +68,18 @@ TEST(Presets, DefaultConfigurationIsValidAndUpToDate) {
   }
 }
 
-TEST(UpgradePresets, AnEmptyConfigurationGainsNothingOfTheFirstGeneration) {
-  const Config config = Upgraded(0, {});
+TEST(UpgradePresets, AddsWhatCameSinceTheGeneration) {
+  const Config first = Upgraded(0, {});  // nothing of the first generation comes back
   std::vector<RuleEntry> expected = Rows(5, 15);
   expected[12 - 5].enabled = true;  // revocation checks; the downloads were withdrawn again
-  EXPECT_EQ(config.rules, expected);
-  EXPECT_EQ(config.blocklists, (std::vector<std::wstring>{L"drop"}));
-}
+  EXPECT_EQ(first.rules, expected);
+  EXPECT_EQ(first.blocklists, (std::vector<std::wstring>{L"drop"}));
 
-TEST(UpgradePresets, FromTheGenerationBeforeOnlyTheNewRowsCome) {
   std::vector<RuleEntry> before = Rows(11, 12);
   before[0].enabled = true;
-  const Config config = Upgraded(8, before);
-  std::vector<RuleEntry> expected = Rows(11, 15);
-  EXPECT_EQ(config.rules, expected);  // downloads off, revocation checks as they were: off
-  EXPECT_TRUE(config.blocklists.empty());
+  const Config last = Upgraded(8, before);
+  EXPECT_EQ(last.rules, Rows(11, 15));  // downloads off, revocation checks as they were: off
+  EXPECT_TRUE(last.blocklists.empty());
 }
 
 TEST(UpgradePresets, ARuleOfTheSameNameStandsForTheRow) {

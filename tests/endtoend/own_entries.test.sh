@@ -1,4 +1,4 @@
-# What the user's own entries do, on the real executable.
+# What the user's own entries and the switch of all do, on the real executable.
 put_program Tools/tool.exe 'a tool'
 put_program Tools/server.exe 'a server'
 put_program Tools/game.exe 'a game'
@@ -31,4 +31,12 @@ BLOCK --program C:\Tools\unknown.exe --remote 203.0.113.5 --remote-port 7011
 BLOCK --program C:\Tools\unknown.exe --remote 2001:db8::5 --remote-port 7010
 PERMIT --program C:\Tools\unknown.exe --remote 127.0.0.1 --remote-port 8080
 END
+stop_service
+
+put_config <<'END'
+{"presets_version": 9, "enabled": false}
+END
+start_service
+expect_logged 'Filters applied: 0 (protection OFF)'
+expect_filters 0
 stop_service

@@ -19,14 +19,20 @@ expect_reply '"last_error": ""'
 ask '{"cmd":"get_config"}'
 expect_reply 'C:\\Tools\\tool.exe'
 expect_reply "$(sha256sum "$drive_c/Tools/tool.exe" | cut -d ' ' -f 1)"
+ask '{"cmd":"file_info","path":"C:\\Tools\\tool.exe"}'
+expect_reply '"exists": true'
+expect_reply '"signed": false'
 
 # refused REQUEST ERROR: an answer that is an error, on a connection that goes on.
 refused() {
   ! ask "$1" || fail "accepted: $1"
   expect_reply "$2"
 }
+refused '{"cmd":"Status"}' 'unknown command: Status'
 refused 'status' 'invalid request: '
+refused '["status"]' 'invalid request: '
 refused '{"cmd":"set_config","config":7}' 'Invalid configuration: '
+refused '{"cmd":"file_info"}' 'missing path'
 
 set_config <<'END'
 {"presets_version": 9, "apps": [{"path": "C:\\Tools\\tool.exe", "action": "block"}]}

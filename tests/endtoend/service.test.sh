@@ -46,6 +46,14 @@ registered Description 'Kestrelon strict whitelist firewall. Blocks all inbound 
 ask '{"cmd":"status"}' || fail 'the installed service does not answer'
 expect_reply '"boot_filter": true'
 
+# A second time brings the record up to date, whatever became of it.
+wine reg add 'HKLM\System\CurrentControlSet\Services\KestrelonSvc' /v DisplayName /d 'Old name' /f \
+  >/dev/null 2>&1
+registered DisplayName 'Old name'
+run 0 --install
+printed 'Kestrelon service installed and running.'
+registered DisplayName 'Kestrelon Firewall'
+
 # The emergency way out works with a configuration that nobody can read; the service comes back
 # with what it falls back to.
 echo '{ damaged' | put_config

@@ -2,6 +2,7 @@
 # back.
 sublayer='{9D4E6A12-3B7F-4C21-8E95-A1C3F0B2D746}'
 provider='{6B2A1F30-7C4E-4D8A-9F13-2E5B8C71A0D4}'
+first_boot_filter='{E1B7C3A0-5D2F-4A6E-B8AD-0F1E2D3C4B50}'
 
 put_program Tools/tool.exe 'a tool'
 put_config <<'END'
@@ -60,6 +61,10 @@ restored "$((recorded - 1)) filters present, $recorded expected"
 wfpctl add-filter --sublayer "$sublayer" --program 'C:\Tools\other.exe' --weight 15 >/dev/null
 restored "$((recorded + 1)) filters present, $recorded expected"
 
+allow=$(key_of 'weight=10 permit')
+wfpctl set-weight "$allow" 11
+restored "filter $allow was modified"
+
 # One gone and another there: the number is right, the filter is not.
 exchange() {
   wfpctl delete-filter "$block" && wfpctl add-filter --sublayer "$sublayer" >/dev/null
@@ -68,6 +73,8 @@ block=$(key_of 'weight=0 block')
 in_one_go exchange
 restored "filter $block is missing"
 
+wfpctl delete-filter "$first_boot_filter"
+restored '7 boot-time filters present, 8 expected'
 wfpctl delete-boot-filters >/dev/null
 restored '0 boot-time filters present, 8 expected'
 

@@ -5,15 +5,14 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
-#include <vector>
 
+#include "control/frames.h"
 #include "control/pipe_server.h"
 #include "control/subscribers.h"
 
 namespace kestrelon::test {
 namespace {
 
-constexpr std::uint32_t kPieceBytes = 4096;
 constexpr int kTriesToConnect = 5000;  // one in a millisecond
 constexpr const char* kPing = R"({"type":"ping"})";
 
@@ -39,7 +38,7 @@ Client::Client() {
 
 Json Client::Ask(const Json& request) {
   std::string reply;
-  const bool answered = Send(request.Dump(false)) && Receive(reply);
+  const bool answered = WriteFrame(pipe_, request.Dump(false)) && ReadFrame(pipe_, reply);
   EXPECT_TRUE(answered) << request.Dump(false);
   return answered ? Parsed(reply) : Json();
 }
@@ -51,7 +50,7 @@ Json Client::Command(const std::string& name) {
 }
 
 void Client::Subscribe() {
-  EXPECT_TRUE(Send(R"({"cmd":"subscribe"})"));
+  EXPECT_TRUE(WriteFrame(pipe_, R"({"cmd":"subscribe"})"));
   // There is no reply to a subscription. Pings mean nothing to anybody; the first that arrives
   // shows that this client gets events.
   std::atomic<bool> arrived = false;
@@ -62,7 +61,7 @@ void Client::Subscribe() {
     }
   });
   std::string text;
-  EXPECT_TRUE(Receive(text));
+  EXPECT_TRUE(ReadFrame(pipe_, text));
   arrived = true;
   pinging.join();
 }
@@ -70,31 +69,12 @@ void Client::Subscribe() {
 Json Client::NextEvent() {
   std::string text;
   do {
-    if (!Receive(text)) {
+    if (!ReadFrame(pipe_, text)) {
       ADD_FAILURE() << "the connection ended";
       return {};
     }
   } while (text == kPing);
   return Parsed(text);
-}
-
-bool Client::Send(const std::string& text) {
-  std::uint32_t written = 0;
-  const auto size = static_cast<std::uint32_t>(text.size());
-  return platform::WritePipe(pipe_, text.data(), size, written) == platform::kSuccess &&
-         written == size;
-}
-
-bool Client::Receive(std::string& text) {
-  text.clear();
-  std::vector<char> piece(kPieceBytes);
-  platform::Code code = platform::kMoreData;
-  while (code == platform::kMoreData) {
-    std::uint32_t read = 0;
-    code = platform::ReadPipe(pipe_, piece.data(), kPieceBytes, read);
-    text.append(piece.data(), read);
-  }
-  return code == platform::kSuccess;
 }
 
 }  // namespace kestrelon::test

@@ -27,10 +27,6 @@ class Client {
   platform::Pipe& pipe() { return pipe_; }
 
  private:
-  bool Send(const std::string& text);
-  // One whole message; false when the connection has ended.
-  bool Receive(std::string& text);
-
   platform::Pipe pipe_;
 };
 

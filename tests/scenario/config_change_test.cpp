@@ -14,19 +14,14 @@ namespace {
 class ConfigChange : public Scenario {
  protected:
   void SetUp() override {
-    before.presets_version = 9;
-    before.apps = {Allowed(kTool)};
-    after.presets_version = 9;
-    after.apps = {Allowed(kOther)};
-    world.PutConfig(before);
-    ASSERT_TRUE(world.Start());
+    ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool)})));
     before = world.ConfigOnDisk();  // with what was learnt
   }
 
   void ExpectUnchanged() {
     EXPECT_EQ(world.ConfigOnDisk(), before);
-    EXPECT_TRUE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
-    EXPECT_FALSE(world.Passes(Out(kOther, L"203.0.113.5", 443)));
+    EXPECT_TRUE(world.Reaches(kTool));
+    EXPECT_FALSE(world.Reaches(kOther));
     GuardLock lock(ConfigGuard);
     EXPECT_EQ(Core.CurrentConfig, before);
   }
@@ -41,7 +36,7 @@ class ConfigChange : public Scenario {
   }
 
   Config before;
-  Config after;
+  const Config after = ConfigOf({Allowed(kOther)});
 };
 
 TEST_F(ConfigChange, AnAcceptedOneIsInForceSavedBackedUpLoggedAndWakesTheLoop) {
@@ -49,8 +44,8 @@ TEST_F(ConfigChange, AnAcceptedOneIsInForceSavedBackedUpLoggedAndWakesTheLoop) {
   EXPECT_TRUE(world.Set(after)["ok"].boolean());
   // The engine does not tell a session of its own changes.
   EXPECT_EQ(platform::WaitForAny({&Core.WakeEvent}, 0), 0) << "the loop slept by the other";
-  EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
-  EXPECT_TRUE(world.Passes(Out(kOther, L"203.0.113.5", 443)));
+  EXPECT_FALSE(world.Reaches(kTool));
+  EXPECT_TRUE(world.Reaches(kOther));
   const Config saved = world.ConfigOnDisk();
   EXPECT_EQ(saved.apps[0].sha256, std::vector<std::wstring>{HashText("another program")});
   EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood"), saved);
@@ -100,8 +95,7 @@ TEST_F(ConfigChange, ASaveThatFailsAfterAGoodApplyBringsThePreviousFiltersBack) 
 
 // Without applications nothing on the machine would ever look as if it had drifted.
 TEST_F(ConfigChange, ADoubleFailureEndsInBlockAllUntilTheLiveOneIsBack) {
-  Config live;
-  live.presets_version = 9;
+  Config live = ConfigOf({});
   live.rules = {AllowRule(L"live")};
   ASSERT_TRUE(world.Set(live)["ok"].boolean());
   world.machine().faults.FailNthOf("RenameFile", 2, platform::kAccessDenied);
@@ -113,13 +107,13 @@ TEST_F(ConfigChange, ADoubleFailureEndsInBlockAllUntilTheLiveOneIsBack) {
   EXPECT_TRUE(world.Logged(L"Restoring the previous filters failed: FwpmTransactionCommit0: "));
   EXPECT_TRUE(world.Logged(L"Block-all fallback is active"));
   for (const wchar_t* program : {kTool, kOther}) {
-    EXPECT_FALSE(world.Passes(Out(program, L"203.0.113.5", 443)));
+    EXPECT_FALSE(world.Reaches(program));
   }
   EXPECT_TRUE(world.Passes(Loopback(Out(kTool, L"127.0.0.1", 80))));
   EXPECT_EQ(world.ConfigOnDisk(), live);
   EXPECT_EQ(world.LastError().substr(0, 34), L"FwpmTransactionCommit0: 0x80320012");
   LoopPass();
-  EXPECT_TRUE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+  EXPECT_TRUE(world.Reaches(kTool));
   EXPECT_EQ(world.LastError(), L"");
 }
 
@@ -130,11 +124,25 @@ TEST_F(ConfigChange, TheSameContentAgainStillBacksUpSavesAndLogs) {
   EXPECT_TRUE(world.Logged(L"Configuration updated: 1 apps, 0 rules, "));
 }
 
+TEST_F(ConfigChange, ProtectionOffLeavesNoFilterAndOnBringsThemBack) {
+  before.enabled = false;
+  EXPECT_TRUE(world.Set(before)["ok"].boolean());
+  EXPECT_TRUE(world.machine().engine.Filters().empty());
+  EXPECT_TRUE(world.Logged(L"Protection turned OFF"));
+  before.enabled = true;
+  EXPECT_TRUE(world.Set(before)["ok"].boolean());
+  EXPECT_TRUE(world.Logged(L"Protection turned ON"));
+  ExpectUnchanged();
+}
+
 using StrictFallback = Scenario;
 
-TEST_F(StrictFallback, EndsWithAnAcceptedConfiguration) {
+TEST_F(StrictFallback, BlocksAllButLoopbackAndEndsWithAnAcceptedConfiguration) {
   world.machine().files.Write(kConfigFile, "damaged");
   ASSERT_TRUE(world.Start());
+  EXPECT_FALSE(world.Passes(Udp(Out(kSvchost, L"192.0.2.53", 53))));
+  EXPECT_FALSE(world.Passes(Out(L"System", L"192.168.1.1", 445)));
+  EXPECT_TRUE(world.Passes(Loopback(Out(kTool, L"127.0.0.1", 80))));
   const auto fallback = [] {
     GuardLock lock(ConfigGuard);
     return std::pair(Core.FallbackKind, Core.FallbackCause);

@@ -28,10 +28,8 @@ AppEntry AllowedByHash(const std::wstring& path, const std::string& content) {
 // The configuration that is in force when the trouble begins. One of its programs was replaced
 // since it was allowed, and is held back.
 Config OldConfig() {
-  Config config;
-  config.presets_version = 9;
-  config.apps = {AllowedByHash(kTool, "tool, first version"),
-                 AllowedByHash(kReplaced, "what was allowed"), Blocked(kOther)};
+  Config config = ConfigOf({AllowedByHash(kTool, "tool, first version"),
+                            AllowedByHash(kReplaced, "what was allowed"), Blocked(kOther)});
   config.rules = {AllowRule(L"updates"), BlockRule(L"never")};
   config.rules[0].remote = L"198.51.100.0/24";
   config.rules[0].remote_ports = L"443";
@@ -168,6 +166,15 @@ void ExpectNextStartIsRight(World& world) {
   world.ExpectNothingLeft();
 }
 
+// What the trouble left holds, and the machine goes on from there.
+void ExpectHeld(World& world, const std::vector<Guid>& old_keys, bool attributes_failed) {
+  ExpectNothingOpened(world);
+  ExpectReplacedHeld(world, attributes_failed);
+  ExpectWholeSet(world, old_keys);
+  ExpectFilesLoad(world);
+  ExpectNextStartIsRight(world);
+}
+
 Round FaultRound(const Scene& scene, int n) {
   World world;
   scene.prepare(world);
@@ -179,11 +186,7 @@ Round FaultRound(const Scene& scene, int n) {
   SCOPED_TRACE(std::string(scene.name) + ", failing " + failing);
   world.machine().faults.Clear();
   EXPECT_FALSE(world.machine().engine.transaction_open());
-  ExpectNothingOpened(world);
-  ExpectReplacedHeld(world, failing == "QueryFileInformation");
-  ExpectWholeSet(world, old_keys);
-  ExpectFilesLoad(world);
-  ExpectNextStartIsRight(world);
+  ExpectHeld(world, old_keys, failing == "QueryFileInformation");
   return Round::kStruck;
 }
 
@@ -196,11 +199,7 @@ Round PowerRound(const Scene& scene, int n, simulation::CutMode mode) {
   if (!world.machine().files.power_lost()) return Round::kUntouched;
   SCOPED_TRACE(std::string(scene.name) + ", power cut");
   world.Restart();
-  ExpectNothingOpened(world);
-  ExpectReplacedHeld(world, false);
-  ExpectWholeSet(world, old_keys);
-  ExpectFilesLoad(world);
-  ExpectNextStartIsRight(world);
+  ExpectHeld(world, old_keys, false);
   return Round::kStruck;
 }
 

@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "config/config_file.h"
 #include "config/presets.h"
+#include "core/core_loop.h"
 #include "core/core_state.h"
 #include "filtering/filter_engine.h"
 #include "platform/codes.h"
@@ -48,40 +49,53 @@ TEST_F(Start, AnEngineThatStaysAwayForAMinuteEndsTheStart) {
 
 TEST_F(Start, AnEngineThatComesUpOnTheSixtiethTryStillStartsTheCore) {
   simulation::Faults& faults = world.machine().faults;
-  faults.FailAlways("OpenEngineSession", platform::kEndpointNotRegistered);
   int tries = 0;
-  std::function<void()> count = [&] {
-    if (++tries == 60) {
-      faults.Clear();
-    } else {
-      faults.RunBefore("OpenEngineSession", count);
-    }
+  const std::function<void()> refuse_again = [&] {
+    if (++tries == 60) return;
+    faults.FailOnce("OpenEngineSession", platform::kEndpointNotRegistered);
+    faults.RunBefore("OpenEngineSession", refuse_again);
   };
-  faults.RunBefore("OpenEngineSession", count);
+  faults.RunBefore("OpenEngineSession", refuse_again);
   EXPECT_TRUE(world.Start());
   EXPECT_EQ(tries, 60);
 }
 
 TEST_F(Start, AFirstApplyThatFailsEndsInBlockAllAndGoesOn) {
-  Config config;
-  config.apps = {Allowed(kTool)};
-  world.PutConfig(config);
   world.machine().faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
-  ASSERT_TRUE(world.Start());
+  ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool)})));
   EXPECT_TRUE(world.Logged(L"Applying the configuration failed: FwpmTransactionCommit0: "));
   EXPECT_TRUE(world.Logged(L"Block-all fallback is active"));
-  EXPECT_FALSE(world.Passes(Out(kTool, L"203.0.113.5", 443)));
+  EXPECT_FALSE(world.Reaches(kTool));
   GuardLock lock(ConfigGuard);
   EXPECT_NE(Core.LastError, L"");
   EXPECT_EQ(Core.CurrentConfig.apps.size(), 1U) << "the user's configuration stays live";
 }
 
-TEST_F(Start, AFailingAccessListLeavesNoLineAndChangesNothing) {
-  world.machine().faults.FailAlways("ProtectFile", platform::kAccessDenied);
-  ASSERT_TRUE(world.Start());
-  EXPECT_TRUE(world.machine().faults.fired());
-  EXPECT_FALSE(world.Logged(L"0x00000005"));
-  EXPECT_TRUE(world.Logged(L"Filters applied: "));
+TEST_F(Start, WhatIsLearntOfProgramsIsSaved) {
+  ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool), Allowed(kBrowser)})));
+  for (const wchar_t* suffix : {L"", L".lastgood"}) {
+    const Config saved = world.ConfigOnDisk(std::wstring(kConfigFile) + suffix);
+    EXPECT_EQ(saved.apps[0].sha256[0], HashText("tool, first version"));
+    EXPECT_EQ(saved.apps[1].signer, kPublisher);
+  }
+}
+
+// Compiling says what it learnt only once, while the engine may refuse the filters.
+TEST_F(Start, WhatAFailedApplyLearntIsSavedByTheNext) {
+  world.machine().faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
+  ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool)})));
+  EXPECT_TRUE(world.ConfigOnDisk().apps[0].sha256.empty());
+  LoopPass();
+  EXPECT_EQ(world.ConfigOnDisk().apps[0].sha256.size(), 1U);
+}
+
+TEST_F(Start, FiltersOutlastTheServiceAndTheMachinesRestart) {
+  ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool)})));
+  for (const bool restarted : {false, true}) {
+    restarted ? world.Restart() : world.Stop();
+    EXPECT_FALSE(world.Reaches(kOther));
+    EXPECT_TRUE(world.Reaches(kTool));
+  }
 }
 
 }  // namespace

@@ -97,6 +97,11 @@ bool World::Start() {
   return started_;
 }
 
+bool World::StartWith(const Config& config) {
+  PutConfig(config);
+  return Start();
+}
+
 void World::Stop() {
   if (loop_.joinable()) {
     Core.StopEvent.Set();
@@ -148,6 +153,10 @@ void World::Signed(const std::wstring& path, const std::string& content,
 
 bool World::Passes(const Attempt& attempt) {
   return machine().engine.Classify(ConnectionOf(attempt)).permit;
+}
+
+bool World::Reaches(const std::wstring& program) {
+  return Passes(Out(program, L"203.0.113.5", 443));
 }
 
 std::wstring World::Explain(const Attempt& attempt) {
@@ -229,6 +238,13 @@ AppEntry Blocked(const std::wstring& path) {
   AppEntry app = Allowed(path);
   app.allow = false;
   return app;
+}
+
+Config ConfigOf(const std::vector<AppEntry>& apps) {
+  Config config;
+  config.presets_version = 9;
+  config.apps = apps;
+  return config;
 }
 
 RuleEntry AllowRule(const std::wstring& name) {

@@ -37,6 +37,7 @@ class World {
 
   // CoreStart and CoreStop. Start may be called again after Stop.
   bool Start();
+  bool StartWith(const Config& config);
   void Stop();
   // The core's loop on a thread of its own, on clocks that run. Stop ends it.
   void RunLoop();
@@ -53,6 +54,8 @@ class World {
 
   // Puts the attempt to the engine.
   bool Passes(const Attempt& attempt);
+  // Whether the program gets through to a host that no rule of the tests' own names.
+  bool Reaches(const std::wstring& program);
   // The verdict with the deciding filter's name, for the text of a failure.
   std::wstring Explain(const Attempt& attempt);
 
@@ -85,6 +88,9 @@ Attempt Loopback(Attempt attempt);
 // An application entry that allows or blocks.
 AppEntry Allowed(const std::wstring& path);
 AppEntry Blocked(const std::wstring& path);
+
+// A configuration of the present generation with these applications alone.
+Config ConfigOf(const std::vector<AppEntry>& apps);
 
 // A rule on everything, to be narrowed by its fields.
 RuleEntry AllowRule(const std::wstring& name);

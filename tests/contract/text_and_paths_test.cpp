@@ -31,11 +31,12 @@ TEST(EqualIgnoringCase, ComparesLetterByLetter) {
 }
 
 TEST(StartsWithIgnoringCase, TakesAWholePrefix) {
-  EXPECT_TRUE(StartsWithIgnoringCase(L"SERVICE:x", L"service:"));
-  EXPECT_TRUE(StartsWithIgnoringCase(L"service:", L"service:"));
-  EXPECT_TRUE(StartsWithIgnoringCase(L"x", L""));
-  EXPECT_FALSE(StartsWithIgnoringCase(L"service", L"service:"));
-  EXPECT_FALSE(StartsWithIgnoringCase(L"xservice:", L"service:"));
+  for (const wchar_t* text : {L"SERVICE:x", L"service:"}) {
+    EXPECT_TRUE(StartsWithIgnoringCase(text, L"service:"));
+  }
+  for (const wchar_t* text : {L"service", L"xservice:", L""}) {
+    EXPECT_FALSE(StartsWithIgnoringCase(text, L"service:"));
+  }
 }
 
 TEST(LowerCase, ChangesLettersAlone) {

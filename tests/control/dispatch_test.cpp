@@ -104,7 +104,6 @@ TEST_F(Dispatch, FileInfoTellsWhatAFileOrTheProgramOfAServiceIs) {
       {L"C:\\App\\missing.exe", absent},
       {L"System", windows},
       {L"service:Dnscache", windows},
-      {L"SERVICE: dnscache", windows},
       {L"service:nosuch", absent},
       {L"service:", absent},
   };

@@ -2,7 +2,7 @@
 #include <atomic>
 #include <chrono>
 #include <deque>
-#include <thread>
+#include <future>
 #include <vector>
 
 #include "base/text.h"
@@ -92,22 +92,19 @@ TEST_F(PipeServer, LosesItsNameRatherThanShareItOnceNoInstanceIsLeft) {
   ExpectNotShared(std::move(taken));
 }
 
-TEST_F(PipeServer, WithoutItsDescriptorThereIsNoPipe) {
+TEST_F(PipeServer, WithoutADescriptorOrAThreadThereIsNoPipe) {
   machine.faults.FailOnce("DescriptorFromText", kFault);
   StartControlPipe();
   EXPECT_EQ(Logged("Pipe server failed: security descriptor: " + Utf8FromWide(ErrorText(kFault))),
             1U);
   ExpectPromptStop();
+  const NoMoreThreads none;
+  StartControlPipe();
+  EXPECT_EQ(Logged("Pipe server failed: no thread can be started"), 1U);
+  ExpectPromptStop();
 }
 
 TEST_F(PipeServer, AThreadThatCannotStartCostsNoMoreThanItsClient) {
-  {
-    NoMoreThreads none;
-    StartControlPipe();
-  }
-  EXPECT_EQ(Logged("Pipe server failed: no thread can be started"), 1U);
-  ExpectPromptStop();
-
   StartControlPipe();
   {
     PipeClient before;
@@ -150,16 +147,14 @@ TEST_F(PipeServer, StopMeetsClientsInTheMiddleOfCommands) {
     StartControlPipe();
     std::deque<PipeClient> clients(8);
     std::atomic<std::size_t> answered = 0;
-    std::vector<std::thread> threads;
-    threads.reserve(clients.size());
+    std::vector<std::future<void>> asking;
     for (PipeClient& client : clients) {
-      threads.emplace_back([&client, &answered] {
+      asking.push_back(std::async(std::launch::async, [&client, &answered] {
         while (client.Ask("{}") != kEnded) ++answered;
-      });
+      }));
     }
     EXPECT_TRUE(Eventually([&] { return answered > 50; }));
     ExpectPromptStop();
-    for (std::thread& thread : threads) thread.join();
   }
 }
 

@@ -111,17 +111,7 @@ class LongRun : public Scenario {
       if (!Core.LastError.empty() || !world.machine().engine.running()) return;
       config = Core.CurrentConfig;
     }
-    OracleFacts facts = world.facts();
-    facts.dns_servers = world.machine().network.Adapters()[0].dns_servers[0].text;
-    for (int i = 0; i < kAttemptsAPass; ++i) {
-      const Attempt attempt = RandomAttempt(dice_);
-      std::wstring why;
-      const bool expected = Judge(config, facts, attempt, why) == Answer::kPass;
-      ASSERT_EQ(world.Passes(attempt), expected)
-          << "seed " << seed_ << ": the oracle says '" << Utf8FromWide(why) << "', but "
-          << Utf8FromWide(world.Explain(attempt)) << "\n"
-          << ConfigText(config) << Utf8FromWide(world.Log());
-    }
+    ASSERT_TRUE(ExpectJudged(world, config, dice_, kAttemptsAPass, seed_));
   }
 
   void Live(int passes) {

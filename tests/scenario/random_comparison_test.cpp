@@ -1,7 +1,6 @@
 // Thousands of random configurations, each compared with the oracle on random connections. A
 // failure prints the seed; KESTRELON_SEED runs that one again.
 #include "base/text.h"
-#include "config/config_file.h"
 #include "core/config_change.h"
 #include "filtering/apply_config.h"
 #include "filtering/filter_engine.h"
@@ -19,9 +18,6 @@ bool Compare(World& world, std::uint32_t seed) {
   const Config config = RandomConfig(dice, world);
   world.machine().network.SetDnsServers(dice.OneIn(4) ? std::vector<std::wstring>{}
                                                       : std::vector<std::wstring>{L"192.0.2.53"});
-  OracleFacts facts = world.facts();
-  facts.dns_servers =
-      world.machine().network.Adapters()[0].dns_servers.empty() ? L"" : L"192.0.2.53";
   {
     GuardLock lock(ConfigGuard);
     Config copy = config;
@@ -32,17 +28,7 @@ bool Compare(World& world, std::uint32_t seed) {
       return false;
     }
   }
-  for (int i = 0; i < kConnectionsEach; ++i) {
-    const Attempt attempt = RandomAttempt(dice);
-    std::wstring why;
-    const bool expected = Judge(config, facts, attempt, why) == Answer::kPass;
-    if (world.Passes(attempt) == expected) continue;
-    ADD_FAILURE() << "seed " << seed << ": the oracle says '" << Utf8FromWide(why) << "', but "
-                  << Utf8FromWide(world.Explain(attempt)) << "\n"
-                  << ConfigText(config);
-    return false;
-  }
-  return true;
+  return ExpectJudged(world, config, dice, kConnectionsEach, seed);
 }
 
 TEST(RandomComparison, TheEngineDecidesAsTheConfigurationSays) {

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "base/text.h"
+#include "config/config_file.h"
 #include "platform/system_text.h"
 
 namespace kestrelon::test {
@@ -86,6 +88,24 @@ Attempt RandomAttempt(Dice& dice) {
   attempt.loopback = dice.OneIn(5);
   if (dice.OneIn(2)) attempt.users = {dice.Of(kUsers)};
   return attempt;
+}
+
+bool ExpectJudged(World& world, const Config& config, Dice& dice, int attempts,
+                  std::uint32_t seed) {
+  OracleFacts facts = world.facts();
+  const auto servers = world.machine().network.Adapters()[0].dns_servers;
+  facts.dns_servers = servers.empty() ? L"" : servers[0].text;
+  for (int i = 0; i < attempts; ++i) {
+    const Attempt attempt = RandomAttempt(dice);
+    std::wstring why;
+    const bool expected = Judge(config, facts, attempt, why) == Answer::kPass;
+    if (world.Passes(attempt) == expected) continue;
+    ADD_FAILURE() << "seed " << seed << ": the oracle says '" << Utf8FromWide(why) << "', but "
+                  << Utf8FromWide(world.Explain(attempt)) << "\n"
+                  << ConfigText(config) << Utf8FromWide(world.Log());
+    return false;
+  }
+  return true;
 }
 
 }  // namespace kestrelon::test

@@ -41,4 +41,8 @@ class Dice {
 [[nodiscard]] Config RandomConfig(Dice& dice, const World& world);
 [[nodiscard]] Attempt RandomAttempt(Dice& dice);
 
+// Puts random attempts to the engine and to the oracle; false, and a failed test that tells all
+// there is to know, at the first on which they differ.
+bool ExpectJudged(World& world, const Config& config, Dice& dice, int attempts, std::uint32_t seed);
+
 }  // namespace kestrelon::test

@@ -25,10 +25,12 @@ constexpr int kExitSuccess = 0;
 constexpr int kExitRefused = 1;
 constexpr int kExitNoAnswer = 2;
 
-// All instances of a pipe are taken for the moment between one client and the next.
+// All instances of a pipe are taken for the moment between one client and the next, and after the
+// last one has left there is none for a shorter one.
 constexpr platform::Code kPipeBusy = 231;
 constexpr std::uint32_t kConnectSpacingMs = 20;
-constexpr int kConnectTries = 250;
+constexpr int kTriesWhileBusy = 250;
+constexpr int kTriesWhileAbsent = 10;
 
 constexpr const wchar_t* kUsage =
     L"usage: KestrelonPipe [--clients N] [REQUEST]\n"
@@ -96,9 +98,11 @@ std::string ReadStandardInput() {
 
 bool Connect(platform::Pipe& pipe) {
   platform::Code code = platform::kSuccess;
-  for (int tries = 0; tries < kConnectTries; ++tries) {
+  for (int tries = 1;; ++tries) {
     code = platform::OpenPipe(kControlPipeName, true, pipe);
-    if (code != kPipeBusy) break;
+    const bool may_come = (code == kPipeBusy && tries < kTriesWhileBusy) ||
+                          (code == platform::kFileNotFound && tries < kTriesWhileAbsent);
+    if (!may_come) break;
     platform::SleepMilliseconds(kConnectSpacingMs);
   }
   if (code == platform::kSuccess) return true;

@@ -18,7 +18,6 @@ using std::chrono::steady_clock;
 
 // Full access for SYSTEM and administrators, none for anybody else.
 constexpr const wchar_t* kDescriptorText = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)";
-constexpr std::uint32_t kInstances = 255;
 constexpr std::uint32_t kBufferBytes = 0x10000;
 constexpr std::uint32_t kRetrySpacingMs = 1000;
 constexpr std::chrono::seconds kClientsMayTake(3);
@@ -37,7 +36,7 @@ platform::Code MakeInstance(platform::Pipe& pipe) EXCLUDES(TheControlPipe.Subscr
   settings.open_mode = platform::kPipeDuplex | (first ? platform::kPipeFirstInstance : 0U);
   settings.pipe_mode =
       platform::kPipeMessageType | platform::kPipeMessageRead | platform::kPipeRejectRemote;
-  settings.instances = kInstances;
+  settings.instances = platform::kUnlimitedPipeInstances;
   settings.out_buffer_bytes = kBufferBytes;
   settings.in_buffer_bytes = kBufferBytes;
   return platform::MakePipe(settings, TheControlPipe.PipeDescriptor, pipe);

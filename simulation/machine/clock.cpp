@@ -28,11 +28,6 @@ void Clock::Advance(std::uint64_t milliseconds) {
   time_ += static_cast<std::int64_t>(milliseconds) * kStepsPerMillisecond;
 }
 
-void Clock::SetTime(std::int64_t system_time) {
-  const std::lock_guard lock(mutex_);
-  time_ = system_time - static_cast<std::int64_t>(RunMilliseconds()) * kStepsPerMillisecond;
-}
-
 void Clock::Run() {
   const std::lock_guard lock(mutex_);
   if (!running_since_) running_since_ = std::chrono::steady_clock::now();

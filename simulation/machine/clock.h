@@ -20,9 +20,6 @@ class Clock {
   // Moves both clocks forward.
   void Advance(std::uint64_t milliseconds);
 
-  // Sets the wall clock alone, forward or back.
-  void SetTime(std::int64_t system_time);
-
   // Both clocks follow real time from now on.
   void Run();
 

@@ -8,6 +8,7 @@
 #include "config/config_store.h"
 #include "core/command_line.h"
 #include "core/core_start.h"
+#include "platform/services.h"
 #include "simulation/machine/machine.h"
 
 namespace kestrelon {
@@ -211,6 +212,20 @@ TEST_F(ServiceSetup, FiltersThatCannotBeRemovedAreToldOf) {
   EXPECT_TRUE(Errors().starts_with(L"Removing filters failed: FwpmEngineOpen0: 0x000006D9"));
   EXPECT_EQ(Output(), L"");
   EXPECT_TRUE(Blocks());  // the platform goes on enforcing
+}
+
+// It refuses until it runs, and would then put back what was taken away.
+TEST_F(ServiceSetup, AStartingServiceIsAskedToStopUntilItDoes) {
+  PutService(1, 5000);
+  {
+    platform::ServiceHandle manager;
+    platform::ServiceHandle service;
+    ASSERT_EQ(platform::OpenServiceManager(platform::kManagerConnect, manager), 0U);
+    ASSERT_EQ(platform::OpenServiceByName(manager, kName, platform::kServiceStart, service), 0U);
+    ASSERT_EQ(platform::LaunchService(service), 0U);
+  }
+  EXPECT_EQ(Run(L"--uninstall"), 0);
+  EXPECT_FALSE(machine_.services.Exists(kName));
 }
 
 }  // namespace

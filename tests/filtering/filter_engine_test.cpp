@@ -51,6 +51,15 @@ TEST_F(EngineSession, AnAdministratorLeavesTheLocksAlone) {
   EXPECT_EQ(LogCount("WFP"), 0u);
 }
 
+// Whether he is told that the sublayer is there, or first that he may not link to its provider.
+TEST_F(EngineSession, AnAdministratorOpensBesideASublayerThatHeMayNotAdd) {
+  CloseEngine(TheEngine);
+  machine_.token.local_system = false;
+  machine_.faults.FailOnce("AddSublayer", platform::kAccessDenied);
+  EXPECT_TRUE(OpenEngine(TheEngine, error_)) << Utf8FromWide(error_);
+  EXPECT_TRUE(machine_.faults.fired());
+}
+
 TEST_F(EngineSession, AMissingSubscriptionIsNoFailure) {
   platform::Event changed(platform::Event::Reset::kAutomatic);
   CloseEngine(TheEngine);

@@ -148,11 +148,16 @@ TEST_F(FollowUpdates, OnlyTheNextPlaceOfAListedApplicationIsLookedAt) {
   world.Signed(deeper, "tool 1.3", kPublisher);
   world.Signed(kNext, "tool 1.4", kPublisher);
   world.machine().files.SetLink(L"C:\\Apps\\current", L"C:\\Apps\\Tool-1.4");
-  // One that is listed already, though by another publisher, and a pattern that fits the kernel.
+  const wchar_t* const served = L"C:\\Apps\\Tool-1.5\\tool.exe";
+  world.Signed(served, "tool 1.5", kPublisher);
+  world.machine().services.Add(
+      {.name = L"ToolSvc", .display_name = L"Tool", .binary_path = served, .sid_type = 1});
+  // One that is listed already, though by another publisher, one as a service, and a pattern that
+  // fits the kernel.
   Start({Published(kOld), Published(L"%SystemDrive%\\Apps\\CURRENT\\tool.exe", L"Somebody Else"),
-         Published(L"Sys???")});
+         Published(L"service:ToolSvc"), Published(L"Sys???")});
   const std::wstring log = world.Log();
-  for (const wchar_t* path : {deeper, kNext, L"System", L"system"}) {
+  for (const wchar_t* path : {deeper, kNext, served, L"System", L"system"}) {
     FollowUpdate(path);
     ExpectNotFollowed(path);
   }

@@ -1,9 +1,11 @@
 // From an empty process to a protected machine.
 #include <functional>
+#include <utility>
 
 #include "base/text.h"
 #include "config/config_file.h"
 #include "config/presets.h"
+#include "core/config_change.h"
 #include "core/core_loop.h"
 #include "core/core_state.h"
 #include "filtering/filter_engine.h"
@@ -80,6 +82,27 @@ TEST_F(Start, WhatIsLearntOfProgramsIsSaved) {
     const Config saved = world.ConfigOnDisk(std::wstring(kConfigFile) + suffix);
     EXPECT_EQ(saved.apps[0].sha256[0], HashText("tool, first version"));
     EXPECT_EQ(saved.apps[1].signer, kPublisher);
+  }
+}
+
+// Else a program would be learnt anew at the next start, whatever it is by then.
+TEST_F(Start, WhatIsLearntIsSavedByTheNextApplicationWhenThisOneOrItsSavingFails) {
+  const std::pair<const char*, std::uint64_t> failing[] = {
+      {"CommitTransaction", 1}, {"RenameFile", 2},  // behind that of the last working copy
+  };
+  for (const auto& [call, n] : failing) {
+    SCOPED_TRACE(call);
+    world.machine().faults.FailNthOf(call, n, platform::kAccessDenied);
+    ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool)})));
+    EXPECT_TRUE(world.machine().faults.fired());
+    EXPECT_TRUE(world.ConfigOnDisk().apps[0].sha256.empty());
+    {
+      GuardLock lock(ConfigGuard);
+      ReApply(L"retry");
+    }
+    EXPECT_EQ(world.ConfigOnDisk().apps[0].sha256,
+              std::vector<std::wstring>{HashText("tool, first version")});
+    world.Restart();
   }
 }
 

@@ -51,6 +51,7 @@ enum class NetEventType : std::uint8_t { kDrop = 3, kAllow = 6 };
 
 struct NetEvent {
   NetEventType type = NetEventType::kDrop;
+  std::int64_t time = 0;        // by the engine's clock (Engine::SetClock)
   std::uint64_t filter_id = 0;  // 0: no filter matched
   std::uint16_t layer_id = 0;
   Connection connection;

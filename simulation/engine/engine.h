@@ -35,6 +35,8 @@ using platform::Code;
 
 using EnumId = std::uint64_t;
 
+using NetEventCallback = std::function<void(const NetEvent&)>;
+
 using FilterList = std::vector<std::shared_ptr<const platform::Filter>>;
 
 class Engine {
@@ -102,7 +104,27 @@ class Engine {
   // themselves; returns at once within a callback.
   void WaitForNotifications() { notifier_.WaitForAll(); }
 
-  // What the kernel decides, now; also while the engine service is stopped. The event is kept.
+  // The machine's options, by their number (platform/net_events.h). They outlive a stop, a restart
+  // and a power cut. Not for dynamic sessions, nor inside a transaction.
+  [[nodiscard]] Code SetOption(SessionId session, std::uint32_t option, std::uint32_t value);
+  [[nodiscard]] Code GetOption(SessionId session, std::uint32_t option, std::uint32_t& value);
+
+  // Has `callback` called on a thread of the engine's for each event that the options let through,
+  // in their order, from now on.
+  [[nodiscard]] Code SubscribeNetEvents(SessionId session, NetEventCallback callback,
+                                        SubscriptionId& subscription);
+  // As UnsubscribeFilterChanges.
+  Code UnsubscribeNetEvents(SessionId session, SubscriptionId subscription);
+
+  // The number by which events name a layer.
+  [[nodiscard]] Code LayerId(SessionId session, const Guid& layer, std::uint16_t& id);
+
+  // What the events' times are taken from: 100 ns steps since 1601-01-01 UTC. Set before the first
+  // verdict; without it they are 0.
+  void SetClock(std::function<std::int64_t()> clock);
+
+  // What the kernel decides, now; also while the engine service is stopped. The event is kept and
+  // told to the subscribers.
   [[nodiscard]] Verdict Classify(const Connection& connection);
   // The last events, oldest first; the platform keeps some 128 as well.
   [[nodiscard]] std::vector<NetEvent> NetEvents() const;

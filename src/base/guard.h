@@ -26,7 +26,9 @@
 
 namespace kestrelon {
 
-enum class GuardRank { kConfig = 1, kEngine = 2, kRecord = 3, kLeaf = 4 };
+// kSubsystem is of the guards that one subsystem keeps beside its data: under them only leaves are
+// taken.
+enum class GuardRank { kConfig = 1, kEngine = 2, kRecord = 3, kSubsystem = 4, kLeaf = 5 };
 
 // Book-keeping of what the calling thread holds. In release builds both do nothing.
 void NoteGuardTaken(const void* guard, const char* name, GuardRank rank);

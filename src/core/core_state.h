@@ -53,6 +53,7 @@ struct CoreState {
   std::atomic<std::uint32_t> ModulesRunning = 0;
   std::atomic<bool> ChangedFilePending = false;   // a blocked file awaits its verification
   std::atomic<bool> WatchRebuildPending = false;  // a watched directory was lost
+  std::atomic<bool> BlocklistsChanged = false;    // a refresh brought another list
   // What the file watch calls with a changed directory (lower case), first of all. Null until the
   // start has stored it.
   std::atomic<void (*)(const std::wstring& directory)> DirectoryChangedHook = nullptr;

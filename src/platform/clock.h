@@ -25,6 +25,10 @@ struct CalendarTime {
 // The wall clock as local calendar time; nothing when the platform can't convert it.
 std::optional<CalendarTime> LocalTime();
 
+// A time of the wall clock (100 ns steps since 1601-01-01 UTC) as local calendar time; nothing when
+// the platform can't convert it.
+std::optional<CalendarTime> LocalTimeOf(std::int64_t time);
+
 // Suspends the calling thread.
 void SleepMilliseconds(std::uint32_t milliseconds);
 

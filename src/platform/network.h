@@ -18,6 +18,21 @@ using Ipv6Address = std::array<std::uint8_t, 16>;  // network order
 // Reads the forms of RFC 4291 without a zone.
 [[nodiscard]] bool Ipv6FromText(const std::wstring& text, Ipv6Address& address);
 
+// The shortest text form of an address; empty when the platform gives none.
+[[nodiscard]] std::wstring Ipv4Text(std::uint32_t address);  // host order
+[[nodiscard]] std::wstring Ipv6Text(const Ipv6Address& address);
+
+// A local port in use and the process that owns it; 0 when the platform doesn't know.
+struct PortOwner {
+  std::uint16_t port = 0;  // host order
+  std::uint32_t process_id = 0;
+};
+enum class PortTable { kTcp, kUdp };
+
+// The platform's table of owned ports of a family (4 or 6), in its order. A buffer that is too
+// small grows to what was asked and 2048 bytes more; the third call is the last.
+[[nodiscard]] Code ListPortOwners(PortTable table, int family, std::vector<PortOwner>& owners);
+
 struct DnsServer {
   int family = 0;     // 4 or 6; servers of other families are left out
   std::wstring text;  // may carry a zone ("fe80::1%7"); empty when it has no text form

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,9 @@ using Sid = std::vector<std::uint8_t>;
 
 // Turns "S-1-..." into a SID; two-letter abbreviations are accepted too.
 [[nodiscard]] Code SidFromText(const std::wstring& text, Sid& sid);
+
+// "S-1-..." of a SID in its binary form.
+[[nodiscard]] Code SidText(std::span<const std::uint8_t> sid, std::wstring& text);
 
 // The SID of an account name such as "NT SERVICE\EventLog", as text.
 [[nodiscard]] Code SidOfAccount(const std::wstring& name, std::wstring& sid_text);

@@ -26,6 +26,7 @@ enum ServiceAccess : std::uint32_t {
   kServiceAllAccess = 0xF01FF,
 };
 inline constexpr std::uint32_t kServiceTypeWin32 = 48;
+inline constexpr std::uint32_t kServiceStateActive = 1;
 inline constexpr std::uint32_t kServiceStateAll = 3;
 
 // A handle of the service manager: the manager itself or one service.
@@ -52,6 +53,17 @@ struct ServiceSettings {
 // The key names of all services of a type and state.
 [[nodiscard]] Code EnumerateServices(const ServiceHandle& manager, std::uint32_t type,
                                      std::uint32_t state, std::vector<std::wstring>& names);
+
+struct ServiceProcess {
+  std::wstring name;             // key name
+  std::uint32_t process_id = 0;  // 0: no process
+};
+
+// The same with the processes that host them. The buffer has 4096 bytes more than the platform
+// asked for a moment before.
+[[nodiscard]] Code EnumerateServiceProcesses(const ServiceHandle& manager, std::uint32_t type,
+                                             std::uint32_t state,
+                                             std::vector<ServiceProcess>& services);
 
 inline constexpr std::uint32_t kServiceOwnProcess = 16;
 inline constexpr std::uint32_t kServiceStartAutomatic = 2;

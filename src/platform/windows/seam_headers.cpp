@@ -10,6 +10,8 @@
 #include "platform/crypto.h"
 #include "platform/files.h"
 #include "platform/handle.h"
+#include "platform/http.h"
+#include "platform/net_events.h"
 #include "platform/network.h"
 #include "platform/paths.h"
 #include "platform/pipes.h"

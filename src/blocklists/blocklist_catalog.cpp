@@ -1,0 +1,27 @@
+#include "blocklists/blocklist_catalog.h"
+
+#include "config/config.h"
+#include "deployment.h"
+#include "platform/system_text.h"
+
+namespace kestrelon {
+
+const std::vector<BlocklistRow>& BlocklistCatalog() {
+  static const std::vector<BlocklistRow> rows = {
+      {.id = L"drop",
+       .name = L"Malicious networks (Spamhaus DROP)",
+       .direction = kDirectionBoth,
+       .urls = {std::wstring(kFeedBase) + L"/drop/drop_v4.json",
+                std::wstring(kFeedBase) + L"/drop/drop_v6.json"}},
+  };
+  return rows;
+}
+
+const BlocklistRow* FindBlocklist(std::wstring_view id) {
+  for (const BlocklistRow& row : BlocklistCatalog()) {
+    if (platform::EqualIgnoringCase(row.id, id)) return &row;
+  }
+  return nullptr;
+}
+
+}  // namespace kestrelon

@@ -1,0 +1,24 @@
+// The blocklists that the product knows.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrelon {
+
+struct BlocklistRow {
+  std::wstring id;
+  std::wstring name;               // for people
+  std::uint32_t direction = 0;     // as in RuleEntry
+  std::vector<std::wstring> urls;  // HTTPS; their texts together are the list
+};
+
+// The rows in their fixed order; made once, never changed.
+[[nodiscard]] const std::vector<BlocklistRow>& BlocklistCatalog();
+
+// The row of an id, without regard to case; null if there is none.
+[[nodiscard]] const BlocklistRow* FindBlocklist(std::wstring_view id);
+
+}  // namespace kestrelon

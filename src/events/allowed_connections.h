@@ -1,0 +1,36 @@
+// The bounded table of connections that were allowed, for those who asked for it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "events/connection_events.h"
+
+namespace kestrelon {
+
+// Which connections are wanted. With neither paths nor SIDs, `log_all` means every application.
+struct AllowedSelection {
+  std::vector<std::wstring> log_paths;  // lower case
+  std::vector<std::wstring> log_sids;   // of app packages
+  std::vector<std::wstring> tracked_rules;
+  bool log_all = false;
+};
+
+// Takes the place of the selection. What is no longer wanted leaves the table: all of it when
+// nothing asks for logging (`on` is false), records without a rule when only rules are tracked.
+void SelectAllowed(AllowedSelection selection, bool on);
+
+// Adds the record to the table or counts it there, if it is wanted. A full table loses the
+// connection that was seen longest ago. Any thread, under no leaf guard.
+void RecordAllowedConnection(ConnectionRecord record);
+
+// What clients see.
+struct AllowedList {
+  std::vector<std::wstring> tracked_rules;
+  std::vector<ConnectionRecord> connections;  // in the table's order
+};
+[[nodiscard]] AllowedList AllowedConnections();
+
+void ClearAllowedConnections();
+
+}  // namespace kestrelon

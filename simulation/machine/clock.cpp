@@ -83,16 +83,19 @@ std::int64_t SystemTime() {
   return TheMachine().clock.SystemTime();
 }
 
-// The machine stands in a zone without an offset.
 std::optional<CalendarTime> LocalTime() {
+  return LocalTimeOf(SystemTime());
+}
+
+// The machine stands in a zone without an offset.
+std::optional<CalendarTime> LocalTimeOf(std::int64_t time) {
   using namespace std::chrono;
-  const std::int64_t time = SystemTime();
   if (time < 0) return std::nullopt;
-  const sys_seconds now(
+  const sys_seconds moment(
       seconds(time / simulation::kStepsPerSecond - simulation::kSecondsBeforeUnixTime));
-  const sys_days day = floor<days>(now);
+  const sys_days day = floor<days>(moment);
   const year_month_day date(day);
-  const hh_mm_ss clock(now - day);
+  const hh_mm_ss clock(moment - day);
   CalendarTime local;
   local.year = static_cast<unsigned>(static_cast<int>(date.year()));
   local.month = static_cast<unsigned>(date.month());

@@ -25,33 +25,43 @@ void InstallSystemFiles(FileSystem& files) {
 }
 
 void InstallServices(ServiceTable& services) {
+  constexpr std::uint32_t kSharedHost = 1288;  // of a group whose services run in one process
   const std::wstring host = L"%SystemRoot%\\System32\\svchost.exe -k ";
   services.Add({.name = L"BFE",
                 .display_name = L"Base Filtering Engine",
                 .binary_path = host + L"LocalServiceNoNetworkFirewall -p",
-                .sid_type = 3});
+                .sid_type = 3,
+                .process_id = 1716});
   services.Add({.name = L"Dnscache",
                 .display_name = L"DNS Client",
                 .binary_path = host + L"NetworkService -p",
-                .sid_type = 1});
+                .sid_type = 1,
+                .process_id = 1944});
   services.Add({.name = L"Dhcp",
                 .display_name = L"DHCP Client",
                 .binary_path = host + L"LocalServiceNetworkRestricted -p",
-                .sid_type = 1});
+                .sid_type = 1,
+                .process_id = kSharedHost});
   services.Add({.name = L"W32Time",
                 .display_name = L"Windows Time",
                 .binary_path = host + L"LocalService",
-                .sid_type = 1});
+                .sid_type = 1,
+                .process_id = 2108});
   services.Add({.name = L"EventLog",
                 .display_name = L"Windows Event Log",
                 .binary_path = host + L"LocalServiceNetworkRestricted -p",
-                .sid_type = 1});
+                .sid_type = 1,
+                .process_id = kSharedHost});
 }
 
 }  // namespace
 
-Machine::Machine() : watches(waits), files(faults, clock, watches), pipes(faults, token) {
-  faults.WhenPowerGoes([this] { pipes.WakeAll(); });
+Machine::Machine()
+    : watches(waits), files(faults, clock, watches), http(faults), pipes(faults, token) {
+  faults.WhenPowerGoes([this] {
+    pipes.WakeAll();
+    http.WakeAll();
+  });
   InstallSystemFiles(files);
   InstallServices(services);
   network.SetDnsServers({L"192.0.2.53"});
@@ -63,6 +73,7 @@ void Machine::Restart() {
   files.PowerOn();
   services.DropHandles();
   network.DropNotifications();
+  http.DropHandles();
   clock.RestartTick();
   engine.Restart();
   engine.Start();

@@ -11,6 +11,8 @@
 namespace simulation {
 
 using kestrelon::platform::Adapter;
+using kestrelon::platform::PortOwner;
+using kestrelon::platform::PortTable;
 
 void Network::SetDnsServers(const std::vector<std::wstring>& servers) {
   Adapter adapter;
@@ -25,6 +27,17 @@ void Network::SetDnsServers(const std::vector<std::wstring>& servers) {
 std::vector<Adapter> Network::Adapters() const {
   const std::lock_guard lock(mutex_);
   return adapters;
+}
+
+void Network::SetPortOwners(PortTable table, int family, std::vector<PortOwner> owners) {
+  const std::lock_guard lock(mutex_);
+  port_owners_[{table, family}] = std::move(owners);
+}
+
+std::vector<PortOwner> Network::PortOwners(PortTable table, int family) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = port_owners_.find({table, family});
+  return found == port_owners_.end() ? std::vector<PortOwner>{} : found->second;
 }
 
 void Network::ChangeInterfaces() {
@@ -90,6 +103,13 @@ bool AddressFromText(int family, const std::wstring& text, void* address) {
   return inet_pton(family, Utf8FromWide(text).c_str(), address) == 1;
 }
 
+// The platform shortens alike but for ISATAP addresses (5efe), whose end it writes as IPv4.
+std::wstring AddressText(int family, const void* address) {
+  char text[INET6_ADDRSTRLEN] = {};
+  inet_ntop(family, address, text, sizeof text);
+  return WideFromUtf8(text);
+}
+
 }  // namespace
 
 bool Ipv4FromText(const std::wstring& text, std::uint32_t& address) {
@@ -104,6 +124,22 @@ bool Ipv6FromText(const std::wstring& text, Ipv6Address& address) {
   if (!AddressFromText(AF_INET6, text, parsed.data())) return false;
   address = parsed;
   return true;
+}
+
+std::wstring Ipv4Text(std::uint32_t address) {
+  const std::uint32_t network_order = htonl(address);
+  return AddressText(AF_INET, &network_order);
+}
+
+std::wstring Ipv6Text(const Ipv6Address& address) {
+  return AddressText(AF_INET6, address.data());
+}
+
+Code ListPortOwners(PortTable table, int family, std::vector<PortOwner>& owners) {
+  if (const Code fault = TheMachine().faults.Next("ListPortOwners")) return fault;
+  if (family != 4 && family != 6) return kInvalidParameter;
+  owners = TheMachine().network.PortOwners(table, family);
+  return kSuccess;
 }
 
 Code ListAdapters(std::uint32_t flags, std::vector<Adapter>& adapters) {

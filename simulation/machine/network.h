@@ -1,4 +1,4 @@
-// The machine's adapters and their interfaces.
+// The machine's adapters, their interfaces and who owns its ports.
 #pragma once
 
 #include <condition_variable>
@@ -7,6 +7,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/network.h"
@@ -23,6 +24,13 @@ class Network {
 
   // A copy of the adapters. Any thread.
   std::vector<kestrelon::platform::Adapter> Adapters() const;
+
+  // The owned ports of a protocol and family (4 or 6), in the order in which they are listed: takes
+  // the place of those before. Any thread.
+  void SetPortOwners(kestrelon::platform::PortTable table, int family,
+                     std::vector<kestrelon::platform::PortOwner> owners);
+  std::vector<kestrelon::platform::PortOwner> PortOwners(kestrelon::platform::PortTable table,
+                                                         int family) const;
 
   // An IP interface changes: calls everybody who asked for that, in the order in which they did, on
   // a thread of its own, and waits for it.
@@ -50,6 +58,9 @@ class Network {
 
   mutable std::mutex mutex_;  // guards all below, and `adapters` against SetDnsServers; not held
                               // during a callback
+  std::map<std::pair<kestrelon::platform::PortTable, int>,
+           std::vector<kestrelon::platform::PortOwner>>
+      port_owners_;
   std::map<Notification, Listener> listeners_;
   Notification last_notification_ = 0;
   std::multiset<Notification> running_;  // callbacks at this moment

@@ -43,6 +43,14 @@ Code SidFromText(const std::wstring& text, Sid& sid) {
   return kSuccess;
 }
 
+Code SidText(std::span<const std::uint8_t> sid, std::wstring& text) {
+  if (const Code fault = TheMachine().faults.Next("SidText")) return fault;
+  const simulation::SidBytes bytes(sid.begin(), sid.end());
+  if (!simulation::IsSid(bytes)) return kInvalidSid;
+  text = simulation::SidText(bytes);
+  return kSuccess;
+}
+
 Code SidOfAccount(const std::wstring& name, std::wstring& sid_text) {
   if (const Code fault = TheMachine().faults.Next("SidOfAccount")) return fault;
   if (const auto builtin = simulation::BuiltinAccountSid(name)) {

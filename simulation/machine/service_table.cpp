@@ -215,18 +215,20 @@ ServiceTable::Code ServiceTable::Stop(std::uintptr_t handle) {
 }
 
 ServiceTable::Code ServiceTable::List(std::uintptr_t manager, std::uint32_t type,
-                                      std::uint32_t state, std::vector<std::wstring>& names) const {
+                                      std::uint32_t state, std::vector<Service>& listed) const {
   const std::lock_guard lock(mutex_);
   if (const Code code = ManagerHandle(manager, kManagerEnumerate)) return code;
-  std::vector<std::wstring> listed;
+  std::vector<Service> found;
   for (const auto& [folded, entry] : services_) {
     const std::shared_ptr<Service> service = Lookup(folded);
     if (!service) continue;
     const bool stopped = StateNow(*service) == kServiceStopped;
     const std::uint32_t group = stopped ? kInactiveServices : kActiveServices;
-    if ((service->type & type) != 0 && (group & state) != 0) listed.push_back(service->name);
+    if ((service->type & type) == 0 || (group & state) == 0) continue;
+    found.push_back(*service);
+    found.back().state = StateNow(*service);
   }
-  names = std::move(listed);
+  listed = std::move(found);
   return kSuccess;
 }
 

@@ -29,6 +29,7 @@ struct Service {
   std::wstring description = {};
   kestrelon::platform::FailureActions failure_actions = {};
   bool fails_on_error_exit = false;
+  std::uint32_t process_id = 0;  // its host while it isn't stopped; 0: none
 
   // How long its program takes to come up and to stop, by the machine's tick.
   std::uint64_t start_ms = 0;
@@ -80,7 +81,7 @@ class ServiceTable {
   Code Launch(std::uintptr_t handle);
   Code Stop(std::uintptr_t handle);
   Code List(std::uintptr_t manager, std::uint32_t type, std::uint32_t state,
-            std::vector<std::wstring>& names) const;
+            std::vector<Service>& listed) const;
   void Close(std::uintptr_t handle);
 
  private:

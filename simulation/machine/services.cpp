@@ -1,6 +1,7 @@
 // The seam's service manager.
 #include "platform/services.h"
 
+#include "platform/service_host.h"
 #include "simulation/machine/machine.h"
 
 namespace kestrelon::platform {
@@ -54,7 +55,26 @@ Code QueryServiceState(const ServiceHandle& service, std::uint32_t& state) {
 Code EnumerateServices(const ServiceHandle& manager, std::uint32_t type, std::uint32_t state,
                        std::vector<std::wstring>& names) {
   if (const Code fault = TheMachine().faults.Next("EnumerateServices")) return fault;
-  return TheMachine().services.List(manager.handle(), type, state, names);
+  std::vector<Service> listed;
+  const Code code = TheMachine().services.List(manager.handle(), type, state, listed);
+  if (code != kSuccess) return code;
+  names.clear();
+  for (const Service& service : listed) names.push_back(service.name);
+  return kSuccess;
+}
+
+Code EnumerateServiceProcesses(const ServiceHandle& manager, std::uint32_t type,
+                               std::uint32_t state, std::vector<ServiceProcess>& services) {
+  if (const Code fault = TheMachine().faults.Next("EnumerateServiceProcesses")) return fault;
+  std::vector<Service> listed;
+  const Code code = TheMachine().services.List(manager.handle(), type, state, listed);
+  if (code != kSuccess) return code;
+  services.clear();
+  for (const Service& service : listed) {
+    const bool stopped = service.state == kServiceStopped;
+    services.push_back({service.name, stopped ? 0 : service.process_id});
+  }
+  return kSuccess;
 }
 
 Code RegisterService(const ServiceHandle& manager, const ServiceRecord& record,

@@ -9,6 +9,8 @@ namespace simulation {
 namespace {
 
 constexpr std::size_t kMostParts = 15;
+constexpr std::size_t kHeadSize = 8;  // revision, count of parts and authority
+constexpr std::size_t kPartSize = 4;
 constexpr std::uint64_t kLargestAuthority = 0xFFFF'FFFF'FFFF;
 constexpr std::uint64_t kLargestPart = 0xFFFF'FFFF;
 constexpr std::uint64_t kNtAuthority = 5;
@@ -70,7 +72,7 @@ std::uint32_t PartAt(const std::vector<std::uint8_t>& bytes, std::size_t at) {
 SidBytes DerivedSid(std::uint64_t authority, std::uint32_t first,
                     const std::vector<std::uint8_t>& digest, std::size_t count) {
   std::vector<std::uint32_t> parts = {first};
-  for (std::size_t i = 0; i < count; ++i) parts.push_back(PartAt(digest, i * 4));
+  for (std::size_t i = 0; i < count; ++i) parts.push_back(PartAt(digest, i * kPartSize));
   return SidOf(authority, parts);
 }
 
@@ -108,11 +110,18 @@ std::optional<SidBytes> ParseSid(std::wstring_view text) {
   return SidOf(*authority, parts);
 }
 
+bool IsSid(const SidBytes& bytes) {
+  return bytes.size() >= kHeadSize && bytes[0] == 1 && bytes[1] <= kMostParts &&
+         bytes.size() >= kHeadSize + bytes[1] * kPartSize;
+}
+
 std::wstring SidText(const SidBytes& sid) {
   std::uint64_t authority = 0;
-  for (std::size_t i = 2; i < 8; ++i) authority = authority << 8 | sid[i];
+  for (std::size_t i = 2; i < kHeadSize; ++i) authority = authority << 8 | sid[i];
   std::wstring text = L"S-1-" + std::to_wstring(authority);
-  for (std::size_t i = 0; i < sid[1]; ++i) text += L"-" + std::to_wstring(PartAt(sid, 8 + i * 4));
+  for (std::size_t i = 0; i < sid[1]; ++i) {
+    text += L"-" + std::to_wstring(PartAt(sid, kHeadSize + i * kPartSize));
+  }
   return text;
 }
 

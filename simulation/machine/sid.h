@@ -21,6 +21,10 @@ SidBytes SidOf(std::uint64_t authority, const std::vector<std::uint32_t>& parts)
 // Reads "S-1-5-18" or an abbreviation of descriptor texts ("SY").
 std::optional<SidBytes> ParseSid(std::wstring_view text);
 
+// Whether the bytes are a SID of revision 1 with at most 15 parts; what follows it is no part of
+// it.
+bool IsSid(const SidBytes& bytes);
+
 // "S-1-...", with the authority in decimal digits. The SID must be well formed.
 std::wstring SidText(const SidBytes& sid);
 

@@ -18,7 +18,7 @@ done
 
 # Functions that some supported system lacks, and that are looked up at run time instead.
 for function in DeriveAppContainerSidFromAppContainerName CryptCATAdminAcquireContext2 \
-  CryptCATAdminCalcHashFromFileHandle2; do
+  CryptCATAdminCalcHashFromFileHandle2 FwpmNetEventSubscribe4; do
   ! grep -qE "[[:space:]]$function\$" "$1.headers" || fail "$1" "imports $function"
 done
 

@@ -10,15 +10,6 @@
 namespace kestrelon::platform {
 namespace {
 
-// Memory of the engine's library is freed through the address of the pointer to it.
-void FreeEngineMemory(void* memory) {
-  FwpmFreeMemory0(&memory);
-}
-
-HANDLE NativeHandle(std::uintptr_t handle) {
-  return reinterpret_cast<HANDLE>(handle);
-}
-
 // Null for an empty descriptor: the object then takes what its container hands down.
 PSECURITY_DESCRIPTOR NativeDescriptor(const SecurityDescriptor& descriptor) {
   return descriptor.empty() ? nullptr : const_cast<std::uint8_t*>(descriptor.data());

@@ -5,6 +5,7 @@
 
 #include <fwpmu.h>
 
+#include <cstdint>
 #include <memory_resource>
 
 #include "platform/wfp_records.h"
@@ -16,6 +17,17 @@ extern "C" DWORD WINAPI FwpmSubLayerSetSecurityInfoByKey0(HANDLE engineHandle, c
                                                           const ACL* dacl, const ACL* sacl);
 
 namespace kestrelon::platform {
+
+// Gives back memory of the engine's library, which wants the address of the pointer to it. For
+// Owned.
+inline void FreeEngineMemory(void* memory) {
+  FwpmFreeMemory0(&memory);
+}
+
+// The handle behind one of the seam's engine handles.
+inline HANDLE NativeHandle(std::uintptr_t handle) {
+  return reinterpret_cast<HANDLE>(handle);
+}
 
 GUID NativeGuid(const Guid& guid);
 Guid GuidFromNative(const GUID& guid);

@@ -15,11 +15,15 @@ std::int64_t SystemTime() {
 }
 
 std::optional<CalendarTime> LocalTime() {
-  FILETIME now{};
+  return LocalTimeOf(SystemTime());
+}
+
+std::optional<CalendarTime> LocalTimeOf(std::int64_t time) {
+  const auto steps = static_cast<std::uint64_t>(time);
+  const FILETIME moment{static_cast<DWORD>(steps), static_cast<DWORD>(steps >> 32)};
   SYSTEMTIME utc{};
   SYSTEMTIME local{};
-  GetSystemTimeAsFileTime(&now);
-  if (!FileTimeToSystemTime(&now, &utc)) return std::nullopt;
+  if (!FileTimeToSystemTime(&moment, &utc)) return std::nullopt;
   if (!SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local)) return std::nullopt;
   return CalendarTime{local.wYear, local.wMonth,  local.wDay,
                       local.wHour, local.wMinute, local.wSecond};

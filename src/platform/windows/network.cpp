@@ -16,6 +16,7 @@ namespace {
 
 constexpr ULONG kFirstRoom = 32768;
 constexpr int kMostCalls = 3;
+constexpr DWORD kOwnerTableReserve = 2048;
 constexpr std::size_t kAddressTextRoom = 65;
 
 // Reads an address of a family into network order. A null inside the text would end it early for
@@ -45,6 +46,36 @@ std::vector<DnsServer> DnsServersOf(const IP_ADAPTER_ADDRESSES& adapter) {
     }
   }
   return servers;
+}
+
+// The platform's own table, whole; empty when it wrote none.
+Code ReadOwnerTable(PortTable table, int family, std::vector<std::uint8_t>& buffer) {
+  const ULONG native_family = family == 4 ? AF_INET : AF_INET6;
+  DWORD room = 0;
+  Code code = kInsufficientBuffer;
+  for (int call = 0; call < kMostCalls && code == kInsufficientBuffer; ++call) {
+    // Sockets may be opened between the answer and the next question.
+    if (call > 0) room += kOwnerTableReserve;
+    buffer.resize(room);
+    void* const rows = buffer.empty() ? nullptr : buffer.data();
+    code = table == PortTable::kTcp
+               ? GetExtendedTcpTable(rows, &room, FALSE, native_family, TCP_TABLE_OWNER_PID_ALL, 0)
+               : GetExtendedUdpTable(rows, &room, FALSE, native_family, UDP_TABLE_OWNER_PID, 0);
+  }
+  return code;
+}
+
+// The four kinds of table differ in their rows, not in the members that count here.
+template <typename Table>
+std::vector<PortOwner> OwnersOf(const std::vector<std::uint8_t>& buffer) {
+  std::vector<PortOwner> owners;
+  if (buffer.size() < sizeof(Table)) return owners;
+  const auto* const table = reinterpret_cast<const Table*>(buffer.data());
+  for (DWORD i = 0; i < table->dwNumEntries; ++i) {
+    const auto& row = table->table[i];
+    owners.push_back({ntohs(static_cast<std::uint16_t>(row.dwLocalPort)), row.dwOwningPid});
+  }
+  return owners;
 }
 
 // What the platform's callback is given: the callback of the seam knows no interface rows.
@@ -78,6 +109,29 @@ bool Ipv6FromText(const std::wstring& text, Ipv6Address& address) {
   if (!AddressFromText(AF_INET6, text, parsed.data())) return false;
   address = parsed;
   return true;
+}
+
+std::wstring Ipv4Text(std::uint32_t address) {
+  const ULONG network_order = htonl(address);
+  return AddressText(AF_INET, &network_order);
+}
+
+std::wstring Ipv6Text(const Ipv6Address& address) {
+  return AddressText(AF_INET6, address.data());
+}
+
+Code ListPortOwners(PortTable table, int family, std::vector<PortOwner>& owners) {
+  if (family != 4 && family != 6) return kInvalidParameter;
+  std::vector<std::uint8_t> buffer;
+  if (const Code code = ReadOwnerTable(table, family, buffer); code != kSuccess) return code;
+  if (table == PortTable::kTcp) {
+    owners = family == 4 ? OwnersOf<MIB_TCPTABLE_OWNER_PID>(buffer)
+                         : OwnersOf<MIB_TCP6TABLE_OWNER_PID>(buffer);
+  } else {
+    owners = family == 4 ? OwnersOf<MIB_UDPTABLE_OWNER_PID>(buffer)
+                         : OwnersOf<MIB_UDP6TABLE_OWNER_PID>(buffer);
+  }
+  return kSuccess;
 }
 
 Code ListAdapters(std::uint32_t flags, std::vector<Adapter>& adapters) {

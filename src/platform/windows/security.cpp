@@ -9,6 +9,9 @@
 namespace kestrelon::platform {
 namespace {
 
+constexpr Code kInvalidSid = ERROR_INVALID_SID;
+constexpr std::size_t kSidHeadSize = 8;  // revision, count of parts and authority
+
 void FreeSidMemory(PSID sid) {
   FreeSid(sid);
 }
@@ -49,6 +52,12 @@ Code SidFromText(const std::wstring& text, Sid& sid) {
   if (!ConvertStringSidToSidW(text.c_str(), buffer.Receive())) return GetLastError();
   sid = BytesOfSid(buffer.get());
   return kSuccess;
+}
+
+Code SidText(std::span<const std::uint8_t> sid, std::wstring& text) {
+  // A SID tells its own size: what is shorter must not reach the platform, which would read on.
+  if (sid.size() < kSidHeadSize || sid.size() < GetSidLengthRequired(sid[1])) return kInvalidSid;
+  return TextOfSid(const_cast<std::uint8_t*>(sid.data()), text);
 }
 
 Code SidOfAccount(const std::wstring& name, std::wstring& sid_text) {

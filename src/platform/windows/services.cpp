@@ -7,6 +7,7 @@ namespace {
 
 // Services may be added between the question for the size and the question itself.
 constexpr int kEnumerationTries = 5;
+constexpr DWORD kEnumerationReserve = 4096;  // bytes
 
 SC_HANDLE NativeHandle(const ServiceHandle& handle) {
   return reinterpret_cast<SC_HANDLE>(handle.handle());
@@ -103,6 +104,31 @@ Code EnumerateServices(const ServiceHandle& manager, std::uint32_t type, std::ui
     buffer.resize(buffer.size() + needed);
   }
   return code;
+}
+
+Code EnumerateServiceProcesses(const ServiceHandle& manager, std::uint32_t type,
+                               std::uint32_t state, std::vector<ServiceProcess>& services) {
+  DWORD needed = 0;
+  DWORD count = 0;
+  DWORD resume = 0;
+  const auto enumerate = [&](std::vector<std::uint8_t>& buffer) -> Code {
+    const auto room = static_cast<DWORD>(buffer.size());
+    resume = 0;
+    return EnumServicesStatusExW(NativeHandle(manager), SC_ENUM_PROCESS_INFO, type, state,
+                                 buffer.data(), room, &needed, &count, &resume, nullptr)
+               ? kSuccess
+               : GetLastError();
+  };
+  std::vector<std::uint8_t> buffer;
+  if (const Code probe = enumerate(buffer); probe != kSuccess && probe != kMoreData) return probe;
+  buffer.resize(std::size_t{needed} + kEnumerationReserve);
+  if (const Code code = enumerate(buffer); code != kSuccess) return code;
+  const auto* const entries = reinterpret_cast<ENUM_SERVICE_STATUS_PROCESSW*>(buffer.data());
+  services.clear();
+  for (DWORD i = 0; i < count; ++i) {
+    services.push_back({entries[i].lpServiceName, entries[i].ServiceStatusProcess.dwProcessId});
+  }
+  return kSuccess;
 }
 
 Code RegisterService(const ServiceHandle& manager, const ServiceRecord& record,

@@ -9,6 +9,7 @@
 #include "simulation/machine/environment.h"
 #include "simulation/machine/faults.h"
 #include "simulation/machine/file_system.h"
+#include "simulation/machine/http_servers.h"
 #include "simulation/machine/network.h"
 #include "simulation/machine/pipe_namespace.h"
 #include "simulation/machine/process_use.h"
@@ -39,6 +40,7 @@ class Machine {
   ServiceTable services;
   ServiceHost service_host;
   Network network;
+  HttpServers http;
   ProcessToken token;
   ProcessUse process_use;
   Environment environment;

@@ -170,4 +170,21 @@ std::vector<std::uint8_t> Utf16BytesWithNull(std::wstring_view text) {
   return bytes;
 }
 
+std::wstring WideFromUtf16Bytes(std::span<const std::uint8_t> bytes) {
+  const auto unit_at = [bytes](std::size_t at) -> char32_t {
+    return static_cast<char32_t>(bytes[at * 2] | bytes[at * 2 + 1] << 8);
+  };
+  std::size_t count = bytes.size() / 2;
+  while (count > 0 && unit_at(count - 1) == 0) --count;
+  std::wstring text;
+  text.reserve(count);
+  for (std::size_t at = 0; at < count; ++at) {
+    char32_t point = unit_at(at);
+    const bool pair = IsHighSurrogate(point) && at + 1 < count && IsLowSurrogate(unit_at(at + 1));
+    if (pair) point = 0x10000 + ((point - 0xD800) << 10) + (unit_at(++at) - 0xDC00);
+    AppendWide(point, text);
+  }
+  return text;
+}
+
 }  // namespace kestrelon

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,5 +33,8 @@ std::wstring HexText(const std::uint8_t* bytes, std::size_t size);
 // The UTF-16 code units of a text in memory order of the platform (little endian), closed by a
 // null unit: the form in which the filtering platform holds application ids.
 std::vector<std::uint8_t> Utf16BytesWithNull(std::wstring_view text);
+
+// The text of such bytes without the nulls at its end; an odd last byte is no part of it.
+std::wstring WideFromUtf16Bytes(std::span<const std::uint8_t> bytes);
 
 }  // namespace kestrelon

@@ -30,7 +30,6 @@ constexpr const wchar_t* kSmbRule = L"Network drives (SMB, local network only)";
 constexpr const wchar_t* kLlmnrRule = L"LLMNR (local name resolution)";
 constexpr const wchar_t* kMdnsRule = L"mDNS (local name resolution)";
 constexpr const wchar_t* kKernelRule = L"Windows kernel - local network";
-constexpr const wchar_t* kDownloadsRule = L"Windows downloads for the signed-in user";
 constexpr const wchar_t* kRevocationRule = L"Certificate revocation checks (lsass)";
 
 constexpr const wchar_t* kDnsServers = L"$dns";

@@ -10,6 +10,9 @@ namespace kestrelon {
 
 inline constexpr std::int32_t kPresetsGeneration = 9;
 
+// Name of the rule whose connections the system tracks by itself.
+inline constexpr const wchar_t* kDownloadsRule = L"Windows downloads for the signed-in user";
+
 struct PresetRule {
   std::int32_t generation = 1;   // the generation that introduced the row
   bool default_enabled = false;  // on in a fresh default configuration

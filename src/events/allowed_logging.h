@@ -1,9 +1,6 @@
 // Whether the engine reports allowed connections: costly, and so only while something asks for it.
 #pragma once
 
-#include <cstdint>
-#include <optional>
-
 #include "config/config.h"
 #include "core/core_state.h"
 
@@ -16,10 +13,5 @@ void RefreshAllowedSelection(const Config& config) REQUIRES(ConfigGuard);
 // Turns the engine's reports of allowed connections on or off, when that is a change. Does nothing
 // without a subscription. What fails is logged and not tried again for the same wish.
 void SetAllowedLogging(bool on) REQUIRES(ConfigGuard);
-
-// For the callbacks, any thread: whether the reports are turned on, and the direction of a layer by
-// its number in events; nothing for a layer that is none of the four.
-[[nodiscard]] bool AllowedLoggingOn();
-[[nodiscard]] std::optional<std::uint32_t> DirectionOfLayer(std::uint16_t layer_id);
 
 }  // namespace kestrelon

@@ -10,15 +10,18 @@ namespace kestrelon {
 // subscription: blocking works without it. Does nothing while subscribed.
 void StartNetEvents() REQUIRES(ConfigGuard);
 
-// Waits for the running callbacks; afterwards none runs. Does nothing without a subscription.
+// Turns the reports of allowed connections off, ends the subscription and waits for the running
+// callbacks; afterwards none runs. Also for a session whose engine is gone; does nothing without
+// one.
 void StopNetEvents() REQUIRES(ConfigGuard);
 
-// Whether the reports come in, as far as is known: a subscription ends silently with its engine.
-[[nodiscard]] bool NetEventsOpen() REQUIRES(ConfigGuard);
+// The session; 0 without a subscription. A subscription ends silently with its engine.
+[[nodiscard]] platform::EngineHandle NetEventSession() REQUIRES(ConfigGuard);
 
 // The callbacks, for the newest and for the oldest record: count the event and hand what is the
 // product's to the activity log and to the table of allowed connections. They run on threads of the
-// engine's, several at a time, and take leaf guards and RecordGuard, each for a moment.
+// engine's, several at a time, and take leaf guards and RecordGuard, each for a moment. They don't
+// throw: an event that there is no memory for is lost.
 void OnNetEvent(void* context, const platform::NetEvent* event);
 void OnNetEventLegacy(void* context, const platform::NetEvent* event);
 

@@ -27,6 +27,7 @@ inline constexpr std::uint32_t kRightEnum = 0x20;
 inline constexpr std::uint32_t kRightOpen = 0x40;
 inline constexpr std::uint32_t kRightRead = 0x80;
 inline constexpr std::uint32_t kRightSubscribe = 0x200;
+inline constexpr std::uint32_t kRightWrite = 0x400;
 inline constexpr std::uint32_t kRightDelete = 0x10000;
 inline constexpr std::uint32_t kRightReadControl = 0x20000;
 inline constexpr std::uint32_t kRightWriteDac = 0x40000;

@@ -37,7 +37,7 @@ Code Engine::OpenSession(const platform::SessionOptions& options, const Caller& 
 
 Code Engine::CloseSession(SessionId session) {
   if (session == 0) return platform::kSuccess;
-  std::map<SubscriptionId, std::uint32_t> subscriptions;
+  std::map<SubscriptionId, Subscription> subscriptions;
   {
     const std::lock_guard lock(mutex_);
     const auto found = sessions_.find(session);
@@ -50,10 +50,10 @@ Code Engine::CloseSession(SessionId session) {
       Notify(session, false, filter);
     }
     subscriptions = std::move(found->second.subscriptions);
-    for (const auto& [id, flags] : subscriptions) notifier_.Remove(id);
+    for (const auto& [id, subscription] : subscriptions) notifier_.Remove(id);
     sessions_.erase(found);
   }
-  for (const auto& [id, flags] : subscriptions) notifier_.WaitForCallback(id);
+  for (const auto& [id, subscription] : subscriptions) notifier_.WaitForCallback(id);
   return platform::kSuccess;
 }
 
@@ -162,9 +162,11 @@ void Engine::Notify(SessionId origin, bool added, const StoredFilter& filter) {
   for (const auto& [id, session] : sessions_) {
     if (id == origin || session.subscriptions.empty()) continue;
     if (!Grants(*filter.head.security, session.token.sids, kRightRead)) continue;
-    for (const auto& [subscription, flags] : session.subscriptions) {
-      if ((flags & kind) == 0) continue;
-      notifier_.Post(subscription, {.added = added, .key = record.key, .id = record.id});
+    for (const auto& [number, subscription] : session.subscriptions) {
+      const auto* subscribed = std::get_if<ChangeSubscription>(&subscription);
+      if (subscribed == nullptr || (subscribed->flags & kind) == 0) continue;
+      const FilterChange change{.added = added, .key = record.key, .id = record.id};
+      notifier_.Post(number, [callback = subscribed->callback, change] { callback(change); });
     }
   }
 }
@@ -223,13 +225,33 @@ Code Engine::SubscribeFilterChanges(SessionId session, std::uint32_t flags, Chan
   if (!Grants(store_.container(ObjectKind::kFilter), entered->token.sids, kRightSubscribe)) {
     return platform::kAccessDenied;
   }
-  subscription = next_handle_++;
-  entered->subscriptions.emplace(subscription, flags);
-  notifier_.Add(subscription, std::move(callback));
+  subscription = Subscribe(*entered, ChangeSubscription{flags, std::move(callback)});
   return platform::kSuccess;
 }
 
-Code Engine::UnsubscribeFilterChanges(SessionId session, SubscriptionId subscription) {
+Code Engine::SubscribeNetEvents(SessionId session, NetEventCallback callback,
+                                SubscriptionId& subscription) {
+  const std::lock_guard lock(mutex_);
+  Session* entered = nullptr;
+  if (const Code code = FindSession(session, entered)) return code;
+  if (InTransaction(session)) return platform::kTransactionInProgress;
+  // Nobody can set the access list of the events' container, so it is the engine's.
+  if (!Grants(DefaultSecurity(), entered->token.sids, kRightSubscribe)) {
+    return platform::kAccessDenied;
+  }
+  subscription = Subscribe(*entered, NetEventSubscription{std::move(callback)});
+  return platform::kSuccess;
+}
+
+SubscriptionId Engine::Subscribe(Session& session, Subscription subscription) {
+  const SubscriptionId id = next_handle_++;
+  session.subscriptions.emplace(id, std::move(subscription));
+  notifier_.Add(id);
+  return id;
+}
+
+template <typename Kind>
+Code Engine::Unsubscribe(SessionId session, SubscriptionId id) {
   Code code = platform::kSuccess;
   {
     const std::lock_guard lock(mutex_);
@@ -237,13 +259,25 @@ Code Engine::UnsubscribeFilterChanges(SessionId session, SubscriptionId subscrip
     code = FindSession(session, entered);
     if (code == platform::kSuccess) {
       if (InTransaction(session)) return platform::kTransactionInProgress;
-      if (entered->subscriptions.erase(subscription) == 0) return platform::kObjectNotFound;
-      notifier_.Remove(subscription);
+      const auto found = entered->subscriptions.find(id);
+      if (found == entered->subscriptions.end() || !std::holds_alternative<Kind>(found->second)) {
+        return platform::kObjectNotFound;
+      }
+      entered->subscriptions.erase(found);
+      notifier_.Remove(id);
     }
   }
   // A session that the service's stop ended may still have a callback on its way.
-  notifier_.WaitForCallback(subscription);
+  notifier_.WaitForCallback(id);
   return code;
+}
+
+Code Engine::UnsubscribeFilterChanges(SessionId session, SubscriptionId subscription) {
+  return Unsubscribe<ChangeSubscription>(session, subscription);
+}
+
+Code Engine::UnsubscribeNetEvents(SessionId session, SubscriptionId subscription) {
+  return Unsubscribe<NetEventSubscription>(session, subscription);
 }
 
 std::size_t Engine::open_sessions() const {

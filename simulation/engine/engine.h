@@ -24,18 +24,18 @@
 #include "platform/codes.h"
 #include "platform/wfp.h"
 #include "simulation/engine/access.h"
-#include "simulation/engine/change_notifier.h"
 #include "simulation/engine/connection.h"
 #include "simulation/engine/kernel_filters.h"
+#include "simulation/engine/net_event_options.h"
+#include "simulation/engine/notifier.h"
 #include "simulation/engine/object_store.h"
+#include "simulation/engine/subscription.h"
 
 namespace simulation {
 
 using platform::Code;
 
 using EnumId = std::uint64_t;
-
-using NetEventCallback = std::function<void(const NetEvent&)>;
 
 using FilterList = std::vector<std::shared_ptr<const platform::Filter>>;
 
@@ -100,8 +100,8 @@ class Engine {
   // subscription begins after the return, unless the code is kTransactionInProgress.
   Code UnsubscribeFilterChanges(SessionId session, SubscriptionId subscription);
 
-  // Waits until all changes committed so far are delivered, for clocks that don't run by
-  // themselves; returns at once within a callback.
+  // Waits until all changes committed and all events reported so far are delivered, for clocks that
+  // don't run by themselves; returns at once within a callback.
   void WaitForNotifications() { notifier_.WaitForAll(); }
 
   // The machine's options, by their number (platform/net_events.h). They outlive a stop, a restart
@@ -123,10 +123,10 @@ class Engine {
   // verdict; without it they are 0.
   void SetClock(std::function<std::int64_t()> clock);
 
-  // What the kernel decides, now; also while the engine service is stopped. The event is kept and
-  // told to the subscribers.
+  // What the kernel decides, now; also while the engine service is stopped. If the options let its
+  // event through, it is kept and told to the subscribers.
   [[nodiscard]] Verdict Classify(const Connection& connection);
-  // The last events, oldest first; the platform keeps some 128 as well.
+  // The last events reported, oldest first; the platform keeps some 128 as well.
   [[nodiscard]] std::vector<NetEvent> NetEvents() const;
   // How many verdicts so far met a tied conflict.
   [[nodiscard]] std::uint64_t TiedConflicts() const;
@@ -144,7 +144,7 @@ class Engine {
   // disabled at Start.
   void SetAutoStartServices(std::set<std::wstring> names);
 
-  // The persistent and boot-time objects as bytes.
+  // The persistent and boot-time objects and the options as bytes.
   [[nodiscard]] platform::Bytes SavePersistent() const;
   // Takes the place of everything stored, as found by an engine that starts; ends all sessions.
   // In force are then, by whether the service runs, the persistent or the boot-time filters. False
@@ -169,9 +169,13 @@ class Engine {
     bool aborted = false;  // the service stopped; the handle only waits to be closed
     std::uint32_t wait_ms = 0;
     std::map<EnumId, Enumeration> enumerations;
-    std::map<SubscriptionId, std::uint32_t> subscriptions;  // with their flags
+    std::map<SubscriptionId, Subscription> subscriptions;
   };
   enum class Need { kRead, kWrite };
+
+  // Ends a subscription of this kind, for the public calls; takes mutex_ itself.
+  template <typename Kind>
+  Code Unsubscribe(SessionId session, SubscriptionId id);
 
   // All below need mutex_ held; a `lock` is released while waiting for the transaction lock.
   Code FindSession(SessionId id, Session*& session);
@@ -183,6 +187,8 @@ class Engine {
   void CommitImplicit(SessionId id);
   void Publish(SessionId id);
   void Notify(SessionId origin, bool added, const StoredFilter& filter);
+  void Report(const Layer& layer, const Connection& connection, const Verdict& verdict);
+  SubscriptionId Subscribe(Session& session, Subscription subscription);
   void EndTransaction(SessionId id);
   void AbortAllSessions();
 
@@ -219,9 +225,11 @@ class Engine {
   ObjectStore store_;
   KernelFilters kernel_;
   std::set<std::wstring> auto_start_services_;
-  std::deque<NetEvent> events_;
+  NetEventOptions options_;
+  std::function<std::int64_t()> clock_;
+  std::deque<std::shared_ptr<const NetEvent>> events_;
   std::uint64_t tied_conflicts_ = 0;
-  ChangeNotifier notifier_;  // has its own mutex
+  Notifier notifier_;  // has its own mutex
 };
 
 }  // namespace simulation

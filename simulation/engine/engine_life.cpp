@@ -1,4 +1,4 @@
-// The service's stops and starts, what is in force meanwhile, and verdicts.
+// The service's stops and starts, and what is in force meanwhile.
 #include <algorithm>
 #include <utility>
 
@@ -8,34 +8,9 @@
 namespace simulation {
 namespace {
 
-constexpr std::size_t kEventsKept = 128;
 constexpr std::uint32_t kProviderDisabled = 0x10;
 
 }  // namespace
-
-Verdict Engine::Classify(const Connection& connection) {
-  const std::lock_guard lock(mutex_);
-  Verdict verdict = kernel_.Classify(connection);
-  if (verdict.tied_conflict) ++tied_conflicts_;
-  if (const Layer* layer = FindLayer(connection.layer)) {
-    if (events_.size() == kEventsKept) events_.pop_front();
-    events_.push_back({.type = verdict.permit ? NetEventType::kAllow : NetEventType::kDrop,
-                       .filter_id = verdict.filter == nullptr ? 0 : verdict.filter->id,
-                       .layer_id = layer->id,
-                       .connection = connection});
-  }
-  return verdict;
-}
-
-std::vector<NetEvent> Engine::NetEvents() const {
-  const std::lock_guard lock(mutex_);
-  return {events_.begin(), events_.end()};
-}
-
-std::uint64_t Engine::TiedConflicts() const {
-  const std::lock_guard lock(mutex_);
-  return tied_conflicts_;
-}
 
 FilterList Engine::Filters() const {
   const std::lock_guard lock(mutex_);
@@ -50,10 +25,10 @@ void Engine::AbortAllSessions() {
   if (writer_ != 0) store_.Undo();
   writer_ = 0;
   readers_.clear();
-  for (auto& [id, session] : sessions_) {
+  for (auto& [session_id, session] : sessions_) {
     session.aborted = true;
     session.enumerations.clear();
-    for (const auto& [subscription, flags] : session.subscriptions) notifier_.Remove(subscription);
+    for (const auto& [id, subscription] : session.subscriptions) notifier_.Remove(id);
   }
   transaction_ended_.notify_all();
 }
@@ -146,10 +121,8 @@ void Engine::Restart() {
     Enforce(Lifetime::kBootTime);
     events_.clear();
   }
-  for (const auto& [id, session] : ended) {
-    for (const auto& [subscription, flags] : session.subscriptions) {
-      notifier_.WaitForCallback(subscription);
-    }
+  for (const auto& [session_id, session] : ended) {
+    for (const auto& [id, subscription] : session.subscriptions) notifier_.WaitForCallback(id);
   }
 }
 
@@ -165,14 +138,16 @@ void Engine::SetAutoStartServices(std::set<std::wstring> names) {
 
 platform::Bytes Engine::SavePersistent() const {
   const std::lock_guard lock(mutex_);
-  return WriteObjects(StoredObjects());
+  return WritePersistent(StoredObjects(), options_);
 }
 
 bool Engine::LoadPersistent(const platform::Bytes& bytes) {
   ObjectList objects;
-  if (!ReadObjects(bytes, objects)) return false;
+  NetEventOptions options;
+  if (!ReadPersistent(bytes, objects, options)) return false;
   const std::lock_guard lock(mutex_);
   AbortAllSessions();
+  options_ = options;
   Revive(objects);
   ReplaceObjects(std::move(objects));
   Enforce(running_ ? Lifetime::kPersistent : Lifetime::kBootTime);

@@ -4,13 +4,14 @@
 #include <set>
 #include <utility>
 
+#include "platform/net_events.h"
 #include "simulation/engine/filter_rules.h"
 #include "simulation/engine/wire.h"
 
 namespace simulation {
 namespace {
 
-constexpr std::uint32_t kFormat = 0x31504645;  // "EFP1"
+constexpr std::uint32_t kFormat = 0x32504645;  // "EFP2"
 constexpr std::size_t kSmallestObject = 32;    // what a count of objects must be followed by
 constexpr std::size_t kSmallestEntry = 9;
 
@@ -98,7 +99,7 @@ bool HangsTogether(const ObjectList& objects) {
 
 }  // namespace
 
-Bytes WriteObjects(const ObjectList& objects) {
+Bytes WritePersistent(const ObjectList& objects, const NetEventOptions& options) {
   Bytes bytes;
   WireWriter writer(bytes);
   const auto put_list = [&](const auto& list, auto record_of) {
@@ -117,10 +118,12 @@ Bytes WriteObjects(const ObjectList& objects) {
   put_list(objects.filters, [](const StoredFilter& object) -> const platform::Filter& {
     return *object.filter->record;
   });
+  writer.U32(options.collect ? 1 : 0);
+  writer.U32(options.keywords);
   return bytes;
 }
 
-bool ReadObjects(const Bytes& bytes, ObjectList& objects) {
+bool ReadPersistent(const Bytes& bytes, ObjectList& objects, NetEventOptions& options) {
   WireReader reader(bytes.data(), bytes.size());
   ObjectList read;
   if (reader.U32() != kFormat) return false;
@@ -133,8 +136,13 @@ bool ReadObjects(const Bytes& bytes, ObjectList& objects) {
     read.sublayers.push_back({TakeSublayer(reader), head, 0});
   });
   TakeFilters(reader, read);
+  NetEventOptions read_options;
+  for (const std::uint32_t option : {platform::kCollectNetEvents, platform::kNetEventKeywords}) {
+    if (read_options.Set(option, reader.U32()) != platform::kSuccess) return false;
+  }
   if (!reader.Finished() || !HangsTogether(read)) return false;
   objects = std::move(read);
+  options = read_options;
   return true;
 }
 

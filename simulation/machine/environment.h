@@ -24,7 +24,8 @@ struct Environment {
   };
   std::wstring program_data = L"C:\\ProgramData";
   std::wstring executable = L"C:\\Program Files\\Kestrelon\\KestrelonSvc.exe";
-  std::vector<std::wstring> arguments;  // of the command line, without the program's name
+  std::vector<std::wstring> arguments;   // of the command line, without the program's name
+  bool engine_has_newest_events = true;  // Windows 10 1809 and later
 };
 
 }  // namespace simulation

@@ -126,6 +126,8 @@ class Engine {
   // What the kernel decides, now; also while the engine service is stopped. If the options let its
   // event through, it is kept and told to the subscribers.
   [[nodiscard]] Verdict Classify(const Connection& connection);
+  // What it would decide: the same verdict, of which nobody hears.
+  [[nodiscard]] Verdict Judge(const Connection& connection);
   // The last events reported, oldest first; the platform keeps some 128 as well.
   [[nodiscard]] std::vector<NetEvent> NetEvents() const;
   // How many verdicts so far met a tied conflict.
@@ -187,6 +189,7 @@ class Engine {
   void CommitImplicit(SessionId id);
   void Publish(SessionId id);
   void Notify(SessionId origin, bool added, const StoredFilter& filter);
+  Verdict Decide(const Connection& connection);
   void Report(const Layer& layer, const Connection& connection, const Verdict& verdict);
   SubscriptionId Subscribe(Session& session, Subscription subscription);
   void EndTransaction(SessionId id);

@@ -10,10 +10,20 @@ constexpr std::size_t kEventsKept = 128;
 
 }  // namespace
 
-Verdict Engine::Classify(const Connection& connection) {
-  const std::lock_guard lock(mutex_);
+Verdict Engine::Decide(const Connection& connection) {
   Verdict verdict = kernel_.Classify(connection);
   if (verdict.tied_conflict) ++tied_conflicts_;
+  return verdict;
+}
+
+Verdict Engine::Judge(const Connection& connection) {
+  const std::lock_guard lock(mutex_);
+  return Decide(connection);
+}
+
+Verdict Engine::Classify(const Connection& connection) {
+  const std::lock_guard lock(mutex_);
+  Verdict verdict = Decide(connection);
   const Layer* layer = FindLayer(connection.layer);
   if (layer != nullptr && options_.Report(*layer, connection, verdict.permit)) {
     Report(*layer, connection, verdict);

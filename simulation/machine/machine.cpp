@@ -62,6 +62,7 @@ Machine::Machine()
     pipes.WakeAll();
     http.WakeAll();
   });
+  engine.SetClock([this] { return clock.SystemTime(); });
   InstallSystemFiles(files);
   InstallServices(services);
   network.SetDnsServers({L"192.0.2.53"});

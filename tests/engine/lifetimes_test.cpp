@@ -109,6 +109,28 @@ TEST_F(Lifetimes, StopEndsSessionsAndTheirTransactions) {
   EXPECT_EQ(engine.open_sessions(), 0u);
 }
 
+// A provider's service must start by itself for its persistent filters to be in force.
+TEST_F(Lifetimes, FiltersWaitForTheServiceThatTheirProviderNames) {
+  Provider provider;
+  provider.key = Key(9);
+  provider.name = L"Served";
+  provider.flags = kProviderPersistent;
+  provider.service_name = L"Service";
+  ASSERT_EQ(engine.AddProvider(session, provider, {}), kSuccess);
+  ASSERT_EQ(AddSublayer(session, Key(8), kSublayerPersistent, Key(9)), kSuccess);
+  Filter filter = WithKey(1, kFilterPersistent);
+  filter.provider = Key(9);
+  filter.sublayer = Key(8);
+  ASSERT_EQ(Add(filter), kSuccess);
+  for (const bool automatic : {false, true}) {
+    if (automatic) engine.SetAutoStartServices({L"Service"});
+    engine.Stop();
+    engine.Start();
+    EXPECT_EQ(Permits(), !automatic);
+    EXPECT_EQ((engine.Filters().at(0)->flags & kFilterDisabled) != 0, !automatic);
+  }
+}
+
 TEST_F(Lifetimes, PersistentObjectsComeBackFromTheirBytes) {
   Filter permit = WithKey(1, kFilterPersistent | kFilterIndexed);
   permit.action = kActionPermit;

@@ -1,14 +1,28 @@
 #include "simulation/bench/bfe_connection.h"
 
-#include <algorithm>
+#include <cstdint>
 #include <utility>
 
-#include "simulation/bench/verdict_wire.h"
+#include "simulation/bench/bench_wire.h"
+
 namespace simulation {
 namespace {
 
 using kestrelon::platform::kObjectNotFound;
 using kestrelon::platform::kSuccess;
+
+// Of filter changes none is lost, however many a commit makes. Net events are the platform's best
+// effort: a reader who is behind by so many loses the next ones.
+constexpr std::size_t kMostChanges = SIZE_MAX;
+constexpr std::size_t kMostEvents = 16384;
+
+template <typename Record>
+Bytes MessageOf(const Record& record) {
+  Bytes message;
+  WireWriter writer(message);
+  Put(writer, record);
+  return message;
+}
 
 }  // namespace
 
@@ -22,7 +36,7 @@ void BfeConnection::Run() {
     if (code != kSuccess) channel_.Begin().U32(code);
     if (!channel_.Send()) break;
   }
-  if (listening_ != nullptr) SendChanges();
+  if (listening_ != nullptr) SendStream();
   EndSession();
 }
 
@@ -30,8 +44,6 @@ Code BfeConnection::Handle(Operation operation, WireReader& request, WireWriter&
   switch (operation) {
     case Operation::kOpen:
       return Open(request);
-    case Operation::kListen:
-      return Listen(request);
     case Operation::kClose:
       return Close(request);
     case Operation::kClassify:
@@ -46,13 +58,31 @@ Code BfeConnection::Handle(Operation operation, WireReader& request, WireWriter&
       return NextFilters(request, reply);
     case Operation::kCloseEnum:
       return CloseEnum(request);
-    case Operation::kSubscribe:
-      return Subscribe(request, reply);
+    case Operation::kSetOption:
+    case Operation::kGetOption:
+    case Operation::kGetLayerId:
+      return HandleSettings(operation, request, reply);
+    case Operation::kListen:
+    case Operation::kSubscribeChanges:
+    case Operation::kSubscribeEvents:
     case Operation::kUnsubscribe:
-      return Unsubscribe(request);
+      return HandleStreams(operation, request, reply);
     default:
       return HandleObjects(operation, request, reply);
   }
+}
+
+Code BfeConnection::HandleSettings(Operation operation, WireReader& request, WireWriter& reply) {
+  if (operation == Operation::kSetOption) return SetOption(request);
+  if (operation == Operation::kGetOption) return GetOption(request, reply);
+  return GetLayerId(request, reply);
+}
+
+Code BfeConnection::HandleStreams(Operation operation, WireReader& request, WireWriter& reply) {
+  if (operation == Operation::kListen) return Listen(request);
+  if (operation == Operation::kSubscribeChanges) return SubscribeChanges(request, reply);
+  if (operation == Operation::kSubscribeEvents) return SubscribeEvents(request, reply);
+  return Unsubscribe(request);
 }
 
 Code BfeConnection::HandleObjects(Operation operation, WireReader& request, WireWriter& reply) {
@@ -219,51 +249,94 @@ Code BfeConnection::CloseEnum(WireReader& request) {
   return bfe_.engine.CloseFilterEnum(session_, enumeration);
 }
 
-Code BfeConnection::Subscribe(WireReader& request, WireWriter& reply) {
+Code BfeConnection::SetOption(WireReader& request) {
+  const std::uint32_t option = request.U32();
+  const std::uint32_t value = request.U32();
+  if (!request.Finished()) return kBadStubData;
+  return SaveImplicit(bfe_.engine.SetOption(session_, option, value));
+}
+
+Code BfeConnection::GetOption(WireReader& request, WireWriter& reply) {
+  const std::uint32_t option = request.U32();
+  if (!request.Finished()) return kBadStubData;
+  std::uint32_t value = 0;
+  const Code code = bfe_.engine.GetOption(session_, option, value);
+  reply.U32(value);
+  return code;
+}
+
+Code BfeConnection::GetLayerId(WireReader& request, WireWriter& reply) {
+  const Guid key = request.Key();
+  if (!request.Finished()) return kBadStubData;
+  std::uint16_t id = 0;
+  const Code code = bfe_.engine.LayerId(session_, key, id);
+  reply.U16(id);
+  return code;
+}
+
+Code BfeConnection::SubscribeChanges(WireReader& request, WireWriter& reply) {
   const std::uint32_t flags = request.U32();
   if (!request.Finished()) return kBadStubData;
-  auto queue = std::make_shared<ChangeQueue>();
+  const auto queue = std::make_shared<StreamQueue>(kMostChanges);
+  const auto tell = [queue](const FilterChange& change) { queue->Push(MessageOf(change)); };
   SubscriptionId id = 0;
-  const Code code = bfe_.engine.SubscribeFilterChanges(
-      session_, flags, [queue](const FilterChange& change) { queue->Push(change); }, id);
-  if (code != kSuccess) return code;
-  bfe_.changes.Add(id, std::move(queue));
-  subscriptions_.insert(id);
-  reply.U64(id);
-  return kSuccess;
+  const Code code = bfe_.engine.SubscribeFilterChanges(session_, flags, tell, id);
+  if (code == kSuccess) AddStream(queue, &Engine::UnsubscribeFilterChanges, id, reply);
+  return code;
+}
+
+Code BfeConnection::SubscribeEvents(WireReader& request, WireWriter& reply) {
+  if (!request.Finished()) return kBadStubData;
+  const auto queue = std::make_shared<StreamQueue>(kMostEvents);
+  const auto tell = [queue](const NetEvent& event) { queue->Push(MessageOf(event)); };
+  SubscriptionId id = 0;
+  const Code code = bfe_.engine.SubscribeNetEvents(session_, tell, id);
+  if (code == kSuccess) AddStream(queue, &Engine::UnsubscribeNetEvents, id, reply);
+  return code;
+}
+
+void BfeConnection::AddStream(std::shared_ptr<StreamQueue> queue,
+                              Code (Engine::*unsubscribe)(SessionId, SubscriptionId),
+                              SubscriptionId id, WireWriter& reply) {
+  const StreamId stream = bfe_.streams.Add(std::move(queue));
+  streams_[stream] = {unsubscribe, id};
+  reply.U64(stream);
 }
 
 Code BfeConnection::Unsubscribe(WireReader& request) {
-  const SubscriptionId id = request.U64();
+  const StreamId stream = request.U64();
   if (!request.Finished()) return kBadStubData;
-  const Code code = bfe_.engine.UnsubscribeFilterChanges(session_, id);
+  const auto found = streams_.find(stream);
+  if (found == streams_.end()) return kObjectNotFound;
+  const Code code = (bfe_.engine.*found->second.unsubscribe)(session_, found->second.id);
   // The way closes whatever the code: the client waits for its end.
-  if (subscriptions_.erase(id) > 0) bfe_.changes.Remove(id);
+  streams_.erase(found);
+  bfe_.streams.Remove(stream);
   return code;
 }
 
 Code BfeConnection::Listen(WireReader& request) {
-  const SubscriptionId id = request.U64();
+  const StreamId stream = request.U64();
   if (!request.Finished() || session_ != 0) return kBadStubData;
-  listening_ = bfe_.changes.Find(id);
+  listening_ = bfe_.streams.Find(stream);
   return listening_ == nullptr ? kObjectNotFound : kSuccess;
 }
 
-void BfeConnection::SendChanges() {
-  FilterChange change;
-  while (listening_->Take(change)) {
-    WireWriter message = channel_.Begin();
-    message.U8(change.added ? 1 : 0);
-    message.Key(change.key);
-    message.U64(change.id);
-    if (!channel_.Send()) return;
+void BfeConnection::SendStream() {
+  Bytes message;
+  while (listening_->Take(message)) {
+    channel_.Begin().Raw(message.data(), message.size());
+    if (!channel_.Send()) break;
   }
+  // Nobody takes any more: a reader who died leaves nothing to gather.
+  listening_->Close();
 }
 
 void BfeConnection::EndSession() {
   if (session_ == 0) return;
   (void)bfe_.engine.CloseSession(std::exchange(session_, 0));
-  for (const SubscriptionId id : subscriptions_) bfe_.changes.Remove(id);
+  for (const auto& [stream, open] : streams_) bfe_.streams.Remove(stream);
+  streams_.clear();
 }
 
 }  // namespace simulation

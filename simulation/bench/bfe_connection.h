@@ -1,12 +1,12 @@
-// One connection to BFE: a session, or the way out of one subscription's changes.
+// One connection to BFE: a session, or the way out of what one subscription is told.
 #pragma once
 
-#include <set>
+#include <map>
 
-#include "simulation/bench/change_queue.h"
 #include "simulation/bench/pipe_channel.h"
 #include "simulation/bench/policy_file.h"
 #include "simulation/bench/protocol.h"
+#include "simulation/bench/stream_queue.h"
 #include "simulation/engine/engine.h"
 
 namespace simulation {
@@ -15,7 +15,7 @@ namespace simulation {
 struct Bfe {
   Engine& engine;
   PolicyFile& policy;
-  ChangeQueues& changes;
+  StreamQueues& streams;
 };
 
 class BfeConnection {
@@ -31,6 +31,8 @@ class BfeConnection {
   Code Handle(Operation operation, WireReader& request, WireWriter& reply);
   Code HandleObjects(Operation operation, WireReader& request, WireWriter& reply);
   Code HandleTransaction(Operation operation, WireReader& request);
+  Code HandleSettings(Operation operation, WireReader& request, WireWriter& reply);
+  Code HandleStreams(Operation operation, WireReader& request, WireWriter& reply);
   Code Open(WireReader& request);
   Code Close(WireReader& request);
   Code Classify(WireReader& request, WireWriter& reply);
@@ -38,7 +40,11 @@ class BfeConnection {
   Code OpenEnum(WireReader& request, WireWriter& reply);
   Code NextFilters(WireReader& request, WireWriter& reply);
   Code CloseEnum(WireReader& request);
-  Code Subscribe(WireReader& request, WireWriter& reply);
+  Code SetOption(WireReader& request);
+  Code GetOption(WireReader& request, WireWriter& reply);
+  Code GetLayerId(WireReader& request, WireWriter& reply);
+  Code SubscribeChanges(WireReader& request, WireWriter& reply);
+  Code SubscribeEvents(WireReader& request, WireWriter& reply);
   Code Unsubscribe(WireReader& request);
   Code Listen(WireReader& request);
 
@@ -53,15 +59,25 @@ class BfeConnection {
 
   // After a success outside of an explicit transaction: has it saved before the reply.
   Code SaveImplicit(Code code);
-  void SendChanges();
+  // The other end listens to the queue by the number in the reply, until `unsubscribe` is called
+  // for the engine's subscription.
+  void AddStream(std::shared_ptr<StreamQueue> queue,
+                 Code (Engine::*unsubscribe)(SessionId, SubscriptionId), SubscriptionId id,
+                 WireWriter& reply);
+  void SendStream();
   void EndSession();
+
+  struct OpenStream {
+    Code (Engine::*unsubscribe)(SessionId, SubscriptionId) = nullptr;
+    SubscriptionId id = 0;
+  };
 
   Bfe bfe_;
   PipeChannel channel_;
   SessionId session_ = 0;  // 0: none was opened
   bool in_transaction_ = false;
-  std::set<SubscriptionId> subscriptions_;
-  std::shared_ptr<ChangeQueue> listening_;  // set: the connection turns into a way for changes
+  std::map<StreamId, OpenStream> streams_;  // of the session
+  std::shared_ptr<StreamQueue> listening_;  // set: the connection turns into the queue's way out
 };
 
 }  // namespace simulation

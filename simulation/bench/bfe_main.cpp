@@ -34,13 +34,22 @@ std::wstring PathBesideExecutable(const wchar_t* name) {
   return text.substr(0, text.rfind(L'\\') + 1) + name;
 }
 
+// 100 ns steps since 1601-01-01 UTC.
+std::int64_t SystemTime() {
+  FILETIME now{};
+  GetSystemTimeAsFileTime(&now);
+  return static_cast<std::int64_t>(std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime);
+}
+
 // The engine and what serves it. Made once, and never destroyed: connections use it until the
 // process is gone.
 struct Service {
+  Service() { engine.SetClock(SystemTime); }
+
   Engine engine;
   PolicyFile policy{engine, policy_path};
-  ChangeQueues changes;
-  BfeServer server{Bfe{engine, policy, changes}};
+  StreamQueues streams;
+  BfeServer server{Bfe{engine, policy, streams}};
 };
 
 // The service with its stored policy in force and its pipe open; null, and the reason on stderr,

@@ -183,14 +183,36 @@ Code EngineClient::CloseEnum(std::uint64_t enumeration) {
   return Call(Operation::kCloseEnum, put, kNoResults);
 }
 
-Code EngineClient::Subscribe(std::uint32_t flags, std::uint64_t& subscription) {
-  const auto put = [&](WireWriter& request) { request.U32(flags); };
-  const auto take = [&](WireReader& reply) { subscription = reply.U64(); };
-  return Call(Operation::kSubscribe, put, take);
+Code EngineClient::SetOption(std::uint32_t option, std::uint32_t value) {
+  const auto put = [&](WireWriter& request) {
+    request.U32(option);
+    request.U32(value);
+  };
+  return Call(Operation::kSetOption, put, kNoResults);
 }
 
-Code EngineClient::Unsubscribe(std::uint64_t subscription) {
-  const auto put = [&](WireWriter& request) { request.U64(subscription); };
+Code EngineClient::GetOption(std::uint32_t option, std::uint32_t& value) {
+  const auto put = [&](WireWriter& request) { request.U32(option); };
+  return Call(Operation::kGetOption, put, [&](WireReader& reply) { value = reply.U32(); });
+}
+
+Code EngineClient::GetLayerId(const Guid& layer, std::uint16_t& id) {
+  const auto put = [&](WireWriter& request) { request.Key(layer); };
+  return Call(Operation::kGetLayerId, put, [&](WireReader& reply) { id = reply.U16(); });
+}
+
+Code EngineClient::SubscribeChanges(std::uint32_t flags, std::uint64_t& stream) {
+  const auto put = [&](WireWriter& request) { request.U32(flags); };
+  return Call(Operation::kSubscribeChanges, put, [&](WireReader& reply) { stream = reply.U64(); });
+}
+
+Code EngineClient::SubscribeEvents(std::uint64_t& stream) {
+  const auto take = [&](WireReader& reply) { stream = reply.U64(); };
+  return Call(Operation::kSubscribeEvents, kNoArguments, take);
+}
+
+Code EngineClient::Unsubscribe(std::uint64_t stream) {
+  const auto put = [&](WireWriter& request) { request.U64(stream); };
   return Call(Operation::kUnsubscribe, put, kNoResults);
 }
 

@@ -66,9 +66,14 @@ class EngineClient {
                                  std::vector<Filter>& filters);
   [[nodiscard]] Code CloseEnum(std::uint64_t enumeration);
 
-  // The changes come by a FilterChangeListener with this number.
-  [[nodiscard]] Code Subscribe(std::uint32_t flags, std::uint64_t& subscription);
-  [[nodiscard]] Code Unsubscribe(std::uint64_t subscription);
+  [[nodiscard]] Code SetOption(std::uint32_t option, std::uint32_t value);
+  [[nodiscard]] Code GetOption(std::uint32_t option, std::uint32_t& value);
+  [[nodiscard]] Code GetLayerId(const Guid& layer, std::uint16_t& id);
+
+  // The filter changes, or the net events, come by a StreamListener with this number.
+  [[nodiscard]] Code SubscribeChanges(std::uint32_t flags, std::uint64_t& stream);
+  [[nodiscard]] Code SubscribeEvents(std::uint64_t& stream);
+  [[nodiscard]] Code Unsubscribe(std::uint64_t stream);
 
  private:
   EngineClient() = default;

@@ -8,39 +8,22 @@
 
 #include <fwpmu.h>
 
-#include <algorithm>
 #include <memory>
 #include <vector>
 
-#include "base/guard.h"
 #include "simulation/bench/app_id.h"
-#include "simulation/bench/change_listener.h"
-#include "simulation/bench/engine_client.h"
+#include "simulation/bench/engine_session.h"
 #include "simulation/bench/wfp_input.h"
 #include "simulation/bench/wfp_output.h"
 
 namespace simulation {
 namespace {
 
-using kestrelon::GuardLock;
 using kestrelon::platform::kInvalidHandle;
 using kestrelon::platform::kNotSupported;
 using kestrelon::platform::kNullPointer;
 using kestrelon::platform::kSuccess;
-
-// What an engine handle points at.
-struct EngineSession {
-  std::unique_ptr<EngineClient> client;
-  kestrelon::Guard guard{"EngineSession", kestrelon::GuardRank::kRecord};
-  std::vector<std::unique_ptr<FilterChangeListener>> listeners GUARDED_BY(guard);
-};
-
-EngineSession& SessionOf(HANDLE handle) {
-  return *static_cast<EngineSession*>(handle);
-}
-EngineClient& ClientOf(HANDLE handle) {
-  return *SessionOf(handle).client;
-}
+using kestrelon::platform::kTypeMismatch;
 
 Code SetDacl(HANDLE engine, TargetKind kind, const GUID* key, SECURITY_INFORMATION parts,
              const ACL* dacl) {
@@ -78,27 +61,6 @@ Code InputOf(HANDLE engine, const Native* native, PSECURITY_DESCRIPTOR sd, Recor
   return BytesOfDescriptor(sd, descriptor);
 }
 
-ChangeCallback NativeCallback(FWPM_FILTER_CHANGE_CALLBACK0 callback, void* context) {
-  return [callback, context](const FilterChange& change) {
-    FWPM_FILTER_CHANGE0 native{};
-    native.changeType = change.added ? FWPM_CHANGE_ADD : FWPM_CHANGE_DELETE;
-    native.filterKey = NativeOf(change.key);
-    native.filterId = change.id;
-    callback(context, &native);
-  };
-}
-
-// Takes a listener out of the session; null if it is not there.
-std::unique_ptr<FilterChangeListener> TakeListener(EngineSession& session, HANDLE handle) {
-  const GuardLock lock(session.guard);
-  const auto found = std::find_if(session.listeners.begin(), session.listeners.end(),
-                                  [&](const auto& listener) { return listener.get() == handle; });
-  if (found == session.listeners.end()) return nullptr;
-  std::unique_ptr<FilterChangeListener> listener = std::move(*found);
-  session.listeners.erase(found);
-  return listener;
-}
-
 }  // namespace
 }  // namespace simulation
 
@@ -133,6 +95,32 @@ DWORD WINAPI FwpmEngineClose0(HANDLE engine) {
   // BFE ends the session's subscriptions with its pipe, and then the listeners can be waited for.
   session->client.reset();
   return kSuccess;
+}
+
+DWORD WINAPI FwpmEngineSetOption0(HANDLE engine, FWPM_ENGINE_OPTION option,
+                                  const FWP_VALUE0* value) {
+  if (engine == nullptr) return kInvalidHandle;
+  if (value == nullptr) return kNullPointer;
+  if (value->type != FWP_UINT32) return kTypeMismatch;
+  return ClientOf(engine).SetOption(static_cast<std::uint32_t>(option), value->uint32);
+}
+
+DWORD WINAPI FwpmEngineGetOption0(HANDLE engine, FWPM_ENGINE_OPTION option, FWP_VALUE0** value) {
+  if (engine == nullptr) return kInvalidHandle;
+  if (value == nullptr) return kNullPointer;
+  std::uint32_t number = 0;
+  const Code code = ClientOf(engine).GetOption(static_cast<std::uint32_t>(option), number);
+  if (code == kSuccess) *value = AnswerOf(number);
+  return code;
+}
+
+DWORD WINAPI FwpmLayerGetByKey0(HANDLE engine, const GUID* key, FWPM_LAYER0** layer) {
+  if (engine == nullptr) return kInvalidHandle;
+  if (key == nullptr || layer == nullptr) return kNullPointer;
+  std::uint16_t id = 0;
+  const Code code = ClientOf(engine).GetLayerId(GuidOf(*key), id);
+  if (code == kSuccess) *layer = AnswerOfLayer(*key, id);
+  return code;
 }
 
 DWORD WINAPI FwpmProviderAdd0(HANDLE engine, const FWPM_PROVIDER0* provider,
@@ -235,40 +223,6 @@ DWORD WINAPI FwpmFilterEnum0(HANDLE engine, HANDLE enumeration, UINT32 requested
 DWORD WINAPI FwpmFilterDestroyEnumHandle0(HANDLE engine, HANDLE enumeration) {
   if (engine == nullptr) return kInvalidHandle;
   return ClientOf(engine).CloseEnum(reinterpret_cast<std::uint64_t>(enumeration));
-}
-
-DWORD WINAPI FwpmFilterSubscribeChanges0(HANDLE engine,
-                                         const FWPM_FILTER_SUBSCRIPTION0* subscription,
-                                         FWPM_FILTER_CHANGE_CALLBACK0 callback, void* context,
-                                         HANDLE* change_handle) {
-  if (engine == nullptr) return kInvalidHandle;
-  if (subscription == nullptr || callback == nullptr || change_handle == nullptr) {
-    return kNullPointer;
-  }
-  if (subscription->enumTemplate != nullptr) return kNotSupported;
-  EngineSession& session = SessionOf(engine);
-  std::uint64_t number = 0;
-  if (const Code code = session.client->Subscribe(subscription->flags, number)) return code;
-  std::unique_ptr<FilterChangeListener> listener;
-  const Code code =
-      FilterChangeListener::Start(number, NativeCallback(callback, context), listener);
-  if (code != kSuccess) {
-    (void)session.client->Unsubscribe(number);
-    return code;
-  }
-  const GuardLock lock(session.guard);
-  *change_handle = listener.get();
-  session.listeners.push_back(std::move(listener));
-  return kSuccess;
-}
-
-DWORD WINAPI FwpmFilterUnsubscribeChanges0(HANDLE engine, HANDLE change_handle) {
-  if (engine == nullptr) return kInvalidHandle;
-  EngineSession& session = SessionOf(engine);
-  const std::unique_ptr<FilterChangeListener> listener = TakeListener(session, change_handle);
-  if (listener == nullptr) return kInvalidHandle;
-  // The listener's end, on return, waits for a running callback. If BFE is gone its pipe is too.
-  return session.client->Unsubscribe(listener->subscription());
 }
 
 DWORD WINAPI FwpmTransactionBegin0(HANDLE engine, UINT32 flags) {

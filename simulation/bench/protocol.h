@@ -3,8 +3,9 @@
 // A message is a 32-bit length and that many bytes. Each request is an operation and its arguments;
 // each reply is a platform code and, when it is 0, the results. A connection is one session: it
 // begins with kOpen and ends when the pipe does, with everything that a session's end means. A
-// connection that begins with kListen is no session but the way by which the changes of one
-// subscription come. kClassify needs no session.
+// connection that begins with kListen is no session but the way by which what one subscription is
+// told comes: behind the reply, one message for each filter change or net event. kClassify needs no
+// session.
 #pragma once
 
 #include <cstddef>
@@ -26,30 +27,34 @@ inline constexpr std::uint32_t kBadStubData = 1783;        // a message was malf
 
 // Behind each: arguments -> results.
 enum class Operation : std::uint8_t {
-  kOpen = 1,         // u8 caller, text name, u32 flags, u32 transaction wait in ms ->
-  kListen,           // u64 subscription -> then one message for each change: u8 added, key, u64 id
-  kAddProvider,      // provider, blob descriptor ->
-  kAddSublayer,      // sublayer, blob descriptor ->
-  kAddFilter,        // filter, blob descriptor -> u64 id
-  kDeleteProvider,   // key ->
-  kDeleteSublayer,   // key ->
-  kDeleteFilter,     // key ->
-  kGetProvider,      // key -> provider
-  kGetSublayer,      // key -> sublayer
-  kGetFilter,        // key -> filter
-  kSetProviderDacl,  // key, blob descriptor ->
-  kSetSublayerDacl,  // key, blob descriptor ->
-  kSetFilterDacl,    // key, blob descriptor ->
-  kBegin,            // u32 flags ->
-  kCommit,           // ->
-  kAbort,            // ->
-  kOpenEnum,         // -> u64 enumeration
-  kNextFilters,      // u64 enumeration, u32 count -> u8 whether it is the end, u32 n, n filters
-  kCloseEnum,        // u64 enumeration ->
-  kSubscribe,        // u32 flags -> u64 subscription
-  kUnsubscribe,      // u64 subscription ->
-  kClassify,         // u32 n, n connections -> n verdict summaries
-  kClose,            // -> ; by then the session has ended
+  kOpen = 1,          // u8 caller, text name, u32 flags, u32 transaction wait in ms ->
+  kListen,            // u64 stream ->
+  kAddProvider,       // provider, blob descriptor ->
+  kAddSublayer,       // sublayer, blob descriptor ->
+  kAddFilter,         // filter, blob descriptor -> u64 id
+  kDeleteProvider,    // key ->
+  kDeleteSublayer,    // key ->
+  kDeleteFilter,      // key ->
+  kGetProvider,       // key -> provider
+  kGetSublayer,       // key -> sublayer
+  kGetFilter,         // key -> filter
+  kSetProviderDacl,   // key, blob descriptor ->
+  kSetSublayerDacl,   // key, blob descriptor ->
+  kSetFilterDacl,     // key, blob descriptor ->
+  kBegin,             // u32 flags ->
+  kCommit,            // ->
+  kAbort,             // ->
+  kOpenEnum,          // -> u64 enumeration
+  kNextFilters,       // u64 enumeration, u32 count -> u8 whether it is the end, u32 n, n filters
+  kCloseEnum,         // u64 enumeration ->
+  kSubscribeChanges,  // u32 flags -> u64 stream
+  kUnsubscribe,       // u64 stream, of either kind ->
+  kClassify,          // u32 n, n connections -> n verdict summaries
+  kClose,             // -> ; by then the session has ended
+  kSetOption,         // u32 option, u32 value ->
+  kGetOption,         // u32 option -> u32 value
+  kGetLayerId,        // key -> u16 id
+  kSubscribeEvents,   // -> u64 stream
 };
 
 // Who a session's owner is. A program cannot be LocalSystem under Wine, so it says who it stands

@@ -195,4 +195,20 @@ FWP_BYTE_BLOB* AnswerOf(const Bytes& bytes) {
   return static_cast<FWP_BYTE_BLOB*>(block.Release());
 }
 
+FWP_VALUE0* AnswerOf(std::uint32_t number) {
+  OutputBlock block;
+  FWP_VALUE0* const value = block.New<FWP_VALUE0>();
+  value->type = FWP_UINT32;
+  value->uint32 = number;
+  return static_cast<FWP_VALUE0*>(block.Release());
+}
+
+FWPM_LAYER0* AnswerOfLayer(const GUID& key, std::uint16_t id) {
+  OutputBlock block;
+  FWPM_LAYER0* const layer = block.New<FWPM_LAYER0>();
+  layer->layerKey = key;
+  layer->layerId = id;
+  return static_cast<FWPM_LAYER0*>(block.Release());
+}
+
 }  // namespace simulation

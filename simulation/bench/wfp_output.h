@@ -32,4 +32,10 @@ Native* AnswerOf(const Record& record) {
 FWPM_FILTER0** AnswerOf(const std::vector<Filter>& records);
 FWP_BYTE_BLOB* AnswerOf(const Bytes& bytes);
 
+// An answer of one number.
+FWP_VALUE0* AnswerOf(std::uint32_t number);
+
+// What is told of a layer: how it is known, and neither its names nor its fields.
+FWPM_LAYER0* AnswerOfLayer(const GUID& key, std::uint16_t id);
+
 }  // namespace simulation

@@ -28,6 +28,7 @@ constexpr NamedCommand kCommands[] = {
     {L"batch", Batch},
     {L"list", List},
     {L"count", Count},
+    {L"options", Options},
     {L"add-filter", AddFilter},
     {L"set-weight", SetWeight},
     {L"delete-filter", DeleteFilter},
@@ -43,6 +44,7 @@ constexpr wchar_t kUsage[] =
   batch FILE|-             a line for each line CONNECTION of a file, or at once of the input
   list                     every filter, boot-time ones too: key, layer, weight, action, flags, conditions, name
   count                    the number of filters
+  options                  what is reported of connections: "collect=1 keywords=0x3"
   add-filter FILTER        adds a filter and prints its key
   set-weight KEY N         gives a filter another weight
   delete-filter KEY        deletes a filter

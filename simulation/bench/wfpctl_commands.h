@@ -20,6 +20,7 @@ int Connect(Arguments& arguments);
 int Batch(Arguments& arguments);
 int List(Arguments& arguments);
 int Count(Arguments& arguments);
+int Options(Arguments& arguments);
 int AddFilter(Arguments& arguments);
 int SetWeight(Arguments& arguments);
 int DeleteFilter(Arguments& arguments);

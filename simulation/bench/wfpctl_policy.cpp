@@ -7,6 +7,7 @@
 
 #include "base/format.h"
 #include "base/text.h"
+#include "platform/net_events.h"
 #include "simulation/bench/wfp_input.h"
 #include "simulation/bench/wfpctl_commands.h"
 #include "simulation/bench/wfpctl_connection.h"
@@ -150,6 +151,22 @@ int Count(Arguments& arguments) {
   const Code code = ForEachFilter(*client, [&](const Filter&) { ++count; });
   if (code != kSuccess) return ReportFailure(L"count", code);
   PrintLine(Format(L"%zu", count));
+  return kExitDone;
+}
+
+int Options(Arguments& arguments) {
+  const BenchCaller caller = TakeCaller(arguments);
+  if (!arguments.Finished()) return kExitError;
+  std::unique_ptr<EngineClient> client;
+  if (const Code code = OpenSession(caller, client)) return ReportFailure(L"options", code);
+  std::uint32_t collect = 0;
+  std::uint32_t keywords = 0;
+  Code code = client->GetOption(kestrelon::platform::kCollectNetEvents, collect);
+  if (code == kSuccess) {
+    code = client->GetOption(kestrelon::platform::kNetEventKeywords, keywords);
+  }
+  if (code != kSuccess) return ReportFailure(L"options", code);
+  PrintLine(Format(L"collect=%u keywords=0x%x", collect, keywords));
   return kExitDone;
 }
 

@@ -8,7 +8,7 @@
 
 #include "base/format.h"
 #include "base/text.h"
-#include "simulation/bench/verdict_wire.h"
+#include "simulation/bench/bench_wire.h"
 #include "simulation/bench/wfpctl_commands.h"
 #include "simulation/bench/wfpctl_connection.h"
 #include "simulation/bench/wfpctl_text.h"

@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <random>
 #include <tuple>
 
-#include "simulation/bench/verdict_wire.h"
+#include "simulation/bench/bench_wire.h"
+#include "simulation/bench/stream_queue.h"
 
 namespace simulation {
 namespace {
@@ -74,6 +76,10 @@ auto Fields(const Filter& f) {
                   f.conditions, f.action, f.id);
 }
 
+auto Fields(const FilterChange& c) {
+  return std::tuple(c.added, c.key, c.id);
+}
+
 template <typename Record>
 Bytes BytesOf(const Record& record) {
   Bytes bytes;
@@ -82,21 +88,32 @@ Bytes BytesOf(const Record& record) {
   return bytes;
 }
 
+auto Fields(const NetEvent& e) {
+  return std::tuple(e.type, e.time, e.filter_id, e.layer_id, BytesOf(e.connection));
+}
+
 TEST(Wire, RecordsComeBackOneBehindTheOther) {
   const Filter filter = FilterWithEverything();
   const Filter plain{};
   const VerdictSummary verdict{true, true, true, kOneKey, L"decides", std::uint64_t{1} << 40};
+  const FilterChange change{true, kOtherKey, 0x123456789ABCDEF0};
+  const NetEvent event{NetEventType::kAllow, 133'000'000'000'000'000, 0xFEDCBA9876543210, 0x8765,
+                       kConnection};
   Bytes bytes;
   WireWriter writer(bytes);
   Put(writer, filter);
   Put(writer, plain);
   Put(writer, kConnection);
   Put(writer, verdict);
+  Put(writer, change);
+  Put(writer, event);
   WireReader reader(bytes.data(), bytes.size());
   EXPECT_EQ(Fields(TakeFilter(reader)), Fields(filter));
   EXPECT_EQ(Fields(TakeFilter(reader)), Fields(plain));
   EXPECT_EQ(BytesOf(TakeConnection(reader)), BytesOf(kConnection));
   EXPECT_EQ(TakeVerdictSummary(reader), verdict);
+  EXPECT_EQ(Fields(TakeFilterChange(reader)), Fields(change));
+  EXPECT_EQ(Fields(TakeNetEvent(reader)), Fields(event));
   EXPECT_TRUE(reader.Finished());
 }
 
@@ -121,6 +138,17 @@ TEST(Wire, AMessageCutAnywhereIsRefusedAndGivesNothingMore) {
   };
   expect_refused(BytesOf(FilterWithEverything()), TakeFilter);
   expect_refused(BytesOf(kConnection), TakeConnection);
+  expect_refused(BytesOf(NetEvent{.connection = kConnection}), TakeNetEvent);
+}
+
+TEST(Wire, EventsOfNoKnownTypeAreRefused) {
+  for (int type = 0; type < 256; ++type) {
+    Bytes bytes = BytesOf(NetEvent{});
+    bytes.front() = static_cast<std::uint8_t>(type);
+    WireReader reader(bytes.data(), bytes.size());
+    (void)TakeNetEvent(reader);
+    EXPECT_EQ(reader.Finished(), type == 3 || type == 6) << type;
+  }
 }
 
 TEST(Wire, CountsAreNotBelievedBeforeTheirBytesAreThere) {
@@ -158,6 +186,27 @@ TEST(Wire, SpoiltBytesAreRefusedOrMeanWhatTheySay) {
       EXPECT_EQ(BytesOf(filter), bytes) << "round " << round;
     }
   }
+}
+
+// A reader who is behind costs the bench a bounded room, and loses nothing that was queued.
+TEST(StreamQueue, GivesWhatFitIntoItAndThenItsEnd) {
+  StreamQueues queues;
+  const auto queue = std::make_shared<StreamQueue>(2);
+  const StreamId id = queues.Add(queue);
+  ASSERT_EQ(queues.Find(id), queue);
+  Bytes message;
+  for (std::uint8_t n = 1; n <= 3; ++n) queue->Push({n});
+  ASSERT_TRUE(queue->Take(message));
+  EXPECT_EQ(message, Bytes{1});
+  queue->Push({4});
+  queues.Remove(id);
+  queue->Push({5});
+  ASSERT_TRUE(queue->Take(message));
+  EXPECT_EQ(message, Bytes{2});
+  ASSERT_TRUE(queue->Take(message));
+  EXPECT_EQ(message, Bytes{4});
+  EXPECT_FALSE(queue->Take(message));
+  EXPECT_EQ(queues.Find(id), nullptr);
 }
 
 }  // namespace

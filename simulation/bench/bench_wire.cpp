@@ -1,4 +1,4 @@
-#include "simulation/bench/verdict_wire.h"
+#include "simulation/bench/bench_wire.h"
 
 namespace simulation {
 
@@ -66,6 +66,39 @@ VerdictSummary TakeVerdictSummary(WireReader& reader) {
   summary.name = reader.Text();
   summary.weight = TakeValue(reader);
   return summary;
+}
+
+void Put(WireWriter& writer, const FilterChange& change) {
+  writer.U8(change.added ? 1 : 0);
+  writer.Key(change.key);
+  writer.U64(change.id);
+}
+
+FilterChange TakeFilterChange(WireReader& reader) {
+  FilterChange change;
+  change.added = reader.U8() != 0;
+  change.key = reader.Key();
+  change.id = reader.U64();
+  return change;
+}
+
+void Put(WireWriter& writer, const NetEvent& event) {
+  writer.U8(static_cast<std::uint8_t>(event.type));
+  writer.U64(static_cast<std::uint64_t>(event.time));
+  writer.U64(event.filter_id);
+  writer.U16(event.layer_id);
+  Put(writer, event.connection);
+}
+
+NetEvent TakeNetEvent(WireReader& reader) {
+  NetEvent event;
+  event.type = static_cast<NetEventType>(reader.U8());
+  if (event.type != NetEventType::kDrop && event.type != NetEventType::kAllow) reader.Fail();
+  event.time = static_cast<std::int64_t>(reader.U64());
+  event.filter_id = reader.U64();
+  event.layer_id = reader.U16();
+  event.connection = TakeConnection(reader);
+  return event;
 }
 
 }  // namespace simulation

@@ -10,7 +10,7 @@ namespace kestrelon {
 [[nodiscard]] bool FetchBlocklistUrl(const std::wstring& url, std::string& body,
                                      std::wstring& error);
 
-// For good: a running fetch fails at once, later ones too. Any thread.
+// For good: a running fetch fails at once, later ones before they send anything. Any thread.
 void CancelBlocklistFetches();
 [[nodiscard]] bool BlocklistFetchesCancelled();
 

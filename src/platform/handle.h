@@ -25,6 +25,9 @@ class Handle {
     if (value_ != 0) kClose(std::exchange(value_, 0));
   }
 
+  // Hands the value over to the caller, who gives it back.
+  [[nodiscard]] std::uintptr_t Release() { return std::exchange(value_, 0); }
+
   // The platform's value; 0 while closed. For the implementation of the calls.
   std::uintptr_t handle() const { return value_; }
   void Adopt(std::uintptr_t value) {

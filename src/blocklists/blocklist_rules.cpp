@@ -1,0 +1,85 @@
+#include "blocklists/blocklist_rules.h"
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "base/text.h"
+#include "blocklists/blocklist_catalog.h"
+#include "blocklists/blocklist_store.h"
+#include "config/address_spec.h"
+#include "identity/paths.h"
+
+namespace kestrelon {
+namespace {
+
+// Bounds the text of one rule and the filters made of it.
+constexpr std::size_t kChunkEntries = 200;
+constexpr std::uint32_t kTcp = 6;
+
+// Entries are any texts that a view can be made of.
+template <typename Text>
+void AppendBlockRules(std::vector<RuleEntry>& rules, const std::wstring& name,
+                      std::uint32_t direction, const std::vector<Text>& entries) {
+  for (std::size_t at = 0; at < entries.size(); ++at) {
+    if (at % kChunkEntries == 0) {
+      RuleEntry rule;
+      rule.name = name;
+      rule.allow = false;
+      rule.direction = direction;
+      rule.remote = entries[at];
+      rules.push_back(std::move(rule));
+    } else {
+      rules.back().remote += L", ";
+      rules.back().remote += entries[at];
+    }
+  }
+}
+
+// Whether the configuration names a list that the product knows.
+bool AppendListRules(const Config& config, std::vector<RuleEntry>& rules) EXCLUDES(BlocklistGuard) {
+  bool known = false;
+  const GuardLock lock(BlocklistGuard);
+  for (const std::wstring& id : config.blocklists) {
+    const BlocklistRow* const row = FindBlocklist(id);
+    if (row == nullptr) continue;
+    known = true;
+    AppendBlockRules(rules, L"Blocklist: " + row->name, row->direction,
+                     BlocklistStates[row->id].entries);
+  }
+  return known;
+}
+
+// A piece may hold several addresses with blanks between them; the compiler takes them apart.
+void AppendCustomRules(const std::wstring& custom, std::vector<RuleEntry>& rules) {
+  const std::wstring_view text = Trim(custom);
+  std::vector<AddressEntry> parsed;
+  std::wstring ignored;
+  if (text.empty() || !ParseAddressSpec(text, parsed, ignored)) return;
+  std::vector<std::wstring_view> pieces = SplitAt(text, L",;\r\n");
+  for (std::wstring_view& piece : pieces) piece = Trim(piece);
+  std::erase_if(pieces, [](std::wstring_view piece) { return piece.empty(); });
+  AppendBlockRules(rules, L"Blocklist: Your own malicious networks", kDirectionBoth, pieces);
+}
+
+// Lets the refresh out. Without the executable's path there is no rule: one without an application
+// would be for all of them.
+void AppendUpdateRule(std::vector<RuleEntry>& rules) {
+  RuleEntry rule;
+  rule.name = L"Kestrelon blocklist updates";
+  rule.direction = kDirectionOut;
+  rule.protocol = kTcp;
+  rule.remote_ports = L"443";
+  rule.app = ExecutablePath();
+  if (!rule.app.empty()) rules.push_back(std::move(rule));
+}
+
+}  // namespace
+
+void BlocklistRules(const Config& config, std::vector<RuleEntry>& rules) {
+  const bool known = AppendListRules(config, rules);
+  AppendCustomRules(config.custom_blocklist, rules);
+  if (known && config.blocklists_auto_update) AppendUpdateRule(rules);
+}
+
+}  // namespace kestrelon

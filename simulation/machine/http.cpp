@@ -18,6 +18,7 @@ Code CrackUrl(const std::wstring& url, UrlParts& parts) {
 }
 
 void CloseHttp(std::uintptr_t handle) {
+  TheMachine().faults.Announce("CloseHttp");
   TheMachine().http.Close(handle);
 }
 
@@ -54,7 +55,7 @@ Code OpenHttpRequest(const HttpHandle& connection, const std::wstring& /*verb*/,
   return code;
 }
 
-Code SendHttpRequest(std::uintptr_t request, const std::wstring& /*headers*/) {
+Code SendHttpRequest(std::uintptr_t request) {
   if (const Code fault = TheMachine().faults.Next("SendHttpRequest")) return fault;
   return TheMachine().http.Send(request);
 }

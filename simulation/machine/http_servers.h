@@ -20,7 +20,7 @@ namespace simulation {
 struct HttpResponse {
   Code failure = kestrelon::platform::kSuccess;  // no connection comes about: 12029, 12175 ...
   std::uint32_t status = 200;
-  std::string body;
+  std::string body = {};
   // A Location: the client goes there. The status is then 302 unless one of 3xx is given.
   std::wstring redirect = {};
   std::uint32_t chunk = 8192;  // at most so many bytes of the body are there at a time

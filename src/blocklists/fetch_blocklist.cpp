@@ -73,7 +73,7 @@ platform::Code OpenRequest(const platform::UrlParts& url, Server& server,
 // Sends the request and waits until the server has promised the text.
 bool AwaitText(std::uintptr_t request, std::wstring& error) {
   std::uint32_t status = 0;
-  platform::Code code = platform::SendHttpRequest(request, L"");
+  platform::Code code = platform::SendHttpRequest(request);
   if (code == platform::kSuccess) code = platform::ReceiveHttpResponse(request);
   if (code == platform::kSuccess) code = platform::QueryHttpStatus(request, status);
   if (code != platform::kSuccess) {

@@ -17,7 +17,7 @@ struct UrlParts {
   bool secure = false;  // the scheme is "https"
   std::wstring host;
   std::uint16_t port = 0;
-  std::wstring path;  // with the query; "/..." or empty
+  std::wstring path = {};  // with the query; "/..." or empty
 };
 
 // Takes a URL apart. Host and path must fit 256 and 2048 characters with their closing null.
@@ -49,8 +49,8 @@ Code SetHttpTimeouts(const HttpHandle& session, const HttpTimeouts& timeouts);
 // The calls of a running request take its bare value, which another thread may close meanwhile;
 // they then fail.
 
-// Sends the request without a body; `headers` may be empty, else each line ends in CR LF.
-[[nodiscard]] Code SendHttpRequest(std::uintptr_t request, const std::wstring& headers);
+// Sends the request, without headers of its own and without a body.
+[[nodiscard]] Code SendHttpRequest(std::uintptr_t request);
 
 // Waits for the status line and the headers; redirects are followed.
 [[nodiscard]] Code ReceiveHttpResponse(std::uintptr_t request);

@@ -1,0 +1,251 @@
+#include "events/activity_log.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "control/event_stream.h"
+#include "core/line_file.h"
+#include "identity/follow_queue.h"
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+constexpr const wchar_t* kLog = L"C:\\ProgramData\\Kestrelon\\activity.log";
+constexpr const wchar_t* kOldLog = L"C:\\ProgramData\\Kestrelon\\activity.log.old";
+constexpr std::int64_t kSecond = 1000 * platform::kTimeStepsPerMs;
+constexpr std::int64_t kNoon = simulation::kFirstSystemTime;
+
+BlockedEvent Connection() {
+  BlockedEvent event;
+  event.time = kNoon;
+  event.app = L"C:\\Apps\\tool.exe";
+  event.protocol = 6;
+  event.local_addr = L"192.0.2.7";
+  event.remote_addr = L"203.0.113.5";
+  event.local_port = 50000;
+  event.remote_port = 443;
+  event.reason = L"default";
+  return event;
+}
+
+// One of many connections that have no twin.
+BlockedEvent Connection(std::uint32_t remote_port) {
+  BlockedEvent event = Connection();
+  event.remote_port = remote_port;
+  return event;
+}
+
+class ActivityLog : public testing::Test {
+ protected:
+  ActivityLog() { machine.files.MakeDirectories(L"C:\\ProgramData\\Kestrelon"); }
+
+  std::string Log() { return machine.files.Read(kLog).value_or(""); }
+  std::size_t Lines() {
+    const std::string log = Log();
+    return static_cast<std::size_t>(std::count(log.begin(), log.end(), '\n'));
+  }
+
+  simulation::Machine& machine = simulation::TheMachine();
+};
+
+TEST_F(ActivityLog, MergesWhatDiffersInNothingThatTells) {
+  const struct {
+    const char* what;
+    bool merged;
+    void (*change)(BlockedEvent&);
+  } rows[] = {
+      {"nothing", true, [](BlockedEvent&) {}},
+      {"local end", true, [](BlockedEvent& e) { e.local_addr = L"192.0.2.8", e.local_port = 1; }},
+      {"remote port", false, [](BlockedEvent& e) { e.remote_port = 1; }},
+      {"case of the program", true, [](BlockedEvent& e) { e.app = L"c:\\apps\\TOOL.exe"; }},
+      {"program", false, [](BlockedEvent& e) { e.app += L"2"; }},
+      {"direction", false, [](BlockedEvent& e) { e.direction ^= 1; }},
+      {"protocol", false, [](BlockedEvent& e) { e.protocol = 17; }},
+      {"reason", false, [](BlockedEvent& e) { e.reason = L"app"; }},
+      {"remote address", false, [](BlockedEvent& e) { e.remote_addr = L"203.0.113.6"; }},
+      {"case of the package", false, [](BlockedEvent& e) { e.package_sid = L"s-1-15-2-7"; }},
+      {"case of the rule", false, [](BlockedEvent& e) { e.rule = L"RULE"; }},
+      {"case of the service", true, [](BlockedEvent& e) { e.service = L"DNSCACHE"; }},
+      {"service unknown", true, [](BlockedEvent& e) { e.service.clear(); }},
+      {"service", false, [](BlockedEvent& e) { e.service = L"Dhcp"; }},
+      {"ten minutes", true, [](BlockedEvent& e) { e.time += 600 * kSecond; }},
+      {"more than ten minutes", false, [](BlockedEvent& e) { e.time += 600 * kSecond + 1; }},
+      {"an hour back", true, [](BlockedEvent& e) { e.time -= 3600 * kSecond; }},
+  };
+  BlockedEvent first = Connection();
+  first.package_sid = L"S-1-15-2-7";
+  first.rule = L"Rule";
+  first.service = L"Dnscache";
+  for (const auto& row : rows) {
+    BlockedEvent second = first;
+    row.change(second);
+    ClearRecentEvents();
+    machine.files.Remove(kLog);
+    RecordBlockedEvent(first);
+    RecordBlockedEvent(second);
+    const std::size_t expected = row.merged ? 1 : 2;
+    EXPECT_EQ(RecentBlockedEvents().size(), expected) << row.what;
+    EXPECT_EQ(Lines(), expected) << row.what;
+  }
+}
+
+TEST_F(ActivityLog, AMergedRecordStandsLastWithSumLaterTimeAndKnownService) {
+  RecordBlockedEvent(Connection(1));
+  RecordBlockedEvent(Connection(2));
+  BlockedEvent repeat = Connection(1);
+  repeat.service = L"Dnscache";
+  repeat.time -= kSecond;
+  repeat.count = 3;
+  RecordBlockedEvent(repeat);
+  repeat.service = L"DNSCACHE";
+  repeat.time += 2 * kSecond;
+  RecordBlockedEvent(repeat);
+  const std::vector<BlockedEvent> events = RecentBlockedEvents();
+  ASSERT_EQ(events.size(), 2U);
+  EXPECT_EQ(events[0].remote_port, 2U);
+  EXPECT_EQ(events[1].remote_port, 1U);
+  EXPECT_EQ(events[1].count, 7U);
+  EXPECT_EQ(events[1].time, kNoon + kSecond);
+  EXPECT_EQ(events[1].service, L"Dnscache");
+}
+
+TEST_F(ActivityLog, LooksForATwinAmong64RecordsUpToTheFirstOldOne) {
+  for (std::uint32_t port = 1; port <= 64; ++port) RecordBlockedEvent(Connection(port));
+  RecordBlockedEvent(Connection(1));
+  EXPECT_EQ(RecentBlockedEvents().size(), 64U);
+  RecordBlockedEvent(Connection(65));
+  RecordBlockedEvent(Connection(2));
+  EXPECT_EQ(RecentBlockedEvents().size(), 66U) << "64 others have come since";
+  BlockedEvent late = Connection(66);
+  late.time -= 601 * kSecond;
+  RecordBlockedEvent(late);
+  RecordBlockedEvent(Connection(2));
+  EXPECT_EQ(RecentBlockedEvents().size(), 68U);
+}
+
+TEST_F(ActivityLog, TellsInboundConnectionsApartByTheLocalPort) {
+  BlockedEvent event = Connection();
+  event.direction = 1;
+  RecordBlockedEvent(event);
+  event.remote_port = 1;
+  RecordBlockedEvent(event);
+  EXPECT_EQ(RecentBlockedEvents().size(), 1U);
+  event.local_port = 1;
+  RecordBlockedEvent(event);
+  EXPECT_EQ(RecentBlockedEvents().size(), 2U);
+}
+
+TEST_F(ActivityLog, KeepsTheLast2000UntilCleared) {
+  for (std::uint32_t port = 0; port <= 2000; ++port) RecordBlockedEvent(Connection(port));
+  const std::vector<BlockedEvent> events = RecentBlockedEvents();
+  ASSERT_EQ(events.size(), 2000U);
+  EXPECT_EQ(events.front().remote_port, 1U);
+  EXPECT_EQ(events.back().remote_port, 2000U);
+
+  const std::string log = Log();
+  ClearRecentEvents();
+  EXPECT_TRUE(RecentBlockedEvents().empty());
+  EXPECT_EQ(Log(), log);
+}
+
+TEST_F(ActivityLog, ALineTellsTheConnection) {
+  BlockedEvent inbound = Connection();
+  inbound.time += kSecond;
+  inbound.app.clear();
+  inbound.direction = 1;
+  inbound.remote_addr = L"2001:db8::1";
+  BlockedEvent ruled = Connection();
+  ruled.time = -1;
+  ruled.app = L"C:\\Gr\u00fcn.exe";
+  ruled.service = L"Dnscache";
+  ruled.package_sid = L"S-1-15-2-7";
+  ruled.protocol = 17;
+  ruled.reason = L"rule";
+  ruled.rule = L"No 100% tool";
+  for (const BlockedEvent& event : {Connection(), inbound, ruled}) RecordBlockedEvent(event);
+  EXPECT_EQ(Log(),
+            "2026-11-21 12:00:00\tout\t6\tC:\\Apps\\tool.exe\t203.0.113.5:443\tdefault\r\n"
+            "2026-11-21 12:00:01\tin\t6\tSystem\t[2001:db8::1]:50000\tdefault\r\n"
+            "\tout\t17\tC:\\Gr\xC3\xBCn.exe (Dnscache) [S-1-15-2-7]\t203.0.113.5:443\t"
+            "rule: No 100% tool\r\n");
+}
+
+TEST_F(ActivityLog, Writes300LinesAMinuteAndSumsUpTheRest) {
+  for (std::uint32_t port = 1; port <= 301; ++port) RecordBlockedEvent(Connection(port));
+  EXPECT_EQ(Lines(), 300U);
+  machine.clock.Advance(59'999);
+  RecordBlockedEvent(Connection(302));
+  EXPECT_EQ(Lines(), 300U);
+  ActivityNote(L"installed");
+  EXPECT_TRUE(Log().ends_with("\n2026-11-21 12:00:59\tKestrelon\tinstalled\r\n"))
+      << "notes are not counted";
+
+  machine.clock.Advance(1);
+  RecordBlockedEvent(Connection(302));
+  EXPECT_EQ(Lines(), 301U) << "a repeat begins no span";
+  BlockedEvent next = Connection(303);
+  next.time = kNoon + 60 * kSecond;
+  RecordBlockedEvent(next);
+  EXPECT_TRUE(
+      Log().ends_with("\r\n2026-11-21 12:01:00\t(2 more events in the last minute not "
+                      "written)\r\n2026-11-21 12:01:00\tout\t6\tC:\\Apps\\tool.exe\t"
+                      "203.0.113.5:303\tdefault\r\n"));
+  for (std::uint32_t port = 304; port <= 603; ++port) RecordBlockedEvent(Connection(port));
+  EXPECT_EQ(Lines(), 301U + 301U) << "300 events and the sum";
+}
+
+TEST_F(ActivityLog, RotatesAboveFourMebibytes) {
+  const std::string full(0x400000, 'a');
+  machine.files.Write(kLog, full);
+  machine.files.Write(kOldLog, "oldest");
+  ActivityNote(L"one more");
+  EXPECT_EQ(machine.files.Read(kOldLog), "oldest");
+  RecordBlockedEvent(Connection());
+  EXPECT_EQ(machine.files.Read(kOldLog), full + "2026-11-21 12:00:00\tKestrelon\tone more\r\n");
+  EXPECT_EQ(Lines(), 1U);
+}
+
+TEST_F(ActivityLog, AFileThatCannotBeOpenedLosesTheLineAlone) {
+  Subscription subscription;
+  ActivityNote(L"kept");
+  machine.files.HoldOpen(kLog);
+  RecordBlockedEvent(Connection());
+  machine.files.LetGo(kLog);
+  EXPECT_EQ(Log(), "2026-11-21 12:00:00\tKestrelon\tkept\r\n");
+  EXPECT_EQ(RecentBlockedEvents().size(), 1U);
+  EXPECT_NE(subscription.Next(), nullptr);
+}
+
+TEST_F(ActivityLog, SubscribersGetEachEventAsItCame) {
+  Subscription subscription;
+  BlockedEvent repeat = Connection();
+  repeat.local_port = 50001;
+  for (const BlockedEvent& event : {Connection(), repeat}) {
+    RecordBlockedEvent(event);
+    EXPECT_EQ(*subscription.Next(),
+              R"({"type":"blocked","event":)" + BlockedEventToJson(event).Dump(false) + "}");
+  }
+  EXPECT_EQ(RecentBlockedEvents().size(), 1U);
+}
+
+TEST_F(ActivityLog, OffersWhatNoRuleNamedForFollowing) {
+  for (const wchar_t* reason : {L"app", L"rule", L"default"}) {
+    for (const wchar_t* app : {L"", L"\\Device\\Mup\\tool.exe", L"C:\\Apps\\tool.exe"}) {
+      BlockedEvent event = Connection();
+      event.reason = reason;
+      event.app = app;
+      RecordBlockedEvent(event);
+    }
+  }
+  QueueFollow(L"last");
+  for (const wchar_t* expected : {L"C:\\Apps\\tool.exe", L"last"}) {
+    std::wstring path;
+    ASSERT_TRUE(TakeFollow(path));
+    EXPECT_EQ(path, expected);
+  }
+}
+
+}  // namespace
+}  // namespace kestrelon

@@ -50,15 +50,20 @@ bool AppendListRules(const Config& config, std::vector<RuleEntry>& rules) EXCLUD
   return known;
 }
 
-// A piece may hold several addresses with blanks between them; the compiler takes them apart.
-void AppendCustomRules(const std::wstring& custom, std::vector<RuleEntry>& rules) {
-  const std::wstring_view text = Trim(custom);
-  std::vector<AddressEntry> parsed;
+// How many addresses and networks a text names; none if it can't be read.
+std::size_t AddressCount(std::wstring_view text) {
+  std::vector<AddressEntry> entries;
   std::wstring ignored;
-  if (text.empty() || !ParseAddressSpec(text, parsed, ignored)) return;
-  std::vector<std::wstring_view> pieces = SplitAt(text, L",;\r\n");
+  return ParseAddressSpec(text, entries, ignored) ? entries.size() : 0;
+}
+
+// A piece may hold several addresses with blanks between them; the compiler takes them apart. One
+// that names none, such as "$dns", must not become a rule by itself: that would block everything.
+void AppendCustomRules(const std::wstring& custom, std::vector<RuleEntry>& rules) {
+  if (AddressCount(custom) == 0) return;
+  std::vector<std::wstring_view> pieces = SplitAt(custom, L",;\r\n");
   for (std::wstring_view& piece : pieces) piece = Trim(piece);
-  std::erase_if(pieces, [](std::wstring_view piece) { return piece.empty(); });
+  std::erase_if(pieces, [](std::wstring_view piece) { return AddressCount(piece) == 0; });
   AppendBlockRules(rules, L"Blocklist: Your own malicious networks", kDirectionBoth, pieces);
 }
 

@@ -22,13 +22,7 @@ const char* DirectionText(std::uint32_t direction) {
   }
 }
 
-Json ArrayOfTexts(const std::vector<std::wstring>& texts) {
-  Json array = Json::Array();
-  for (const std::wstring& text : texts) array.Append(text);
-  return array;
-}
-
-Json JsonOf(const AppEntry& app) {
+Json AppToJson(const AppEntry& app) {
   Json object;
   object["path"] = app.path;
   object["action"] = ActionText(app.allow);
@@ -39,11 +33,11 @@ Json JsonOf(const AppEntry& app) {
   if (app.expires != 0) object["expires"] = app.expires;
   if (app.until_reboot) object["until_reboot"] = true;
   object["trust_updates"] = app.trust_updates;
-  if (!app.sha256.empty()) object["sha256"] = ArrayOfTexts(app.sha256);
+  if (!app.sha256.empty()) object["sha256"] = JsonArray(app.sha256);
   return object;
 }
 
-Json JsonOf(const RuleEntry& rule) {
+Json RuleToJson(const RuleEntry& rule) {
   Json object;
   object["name"] = rule.name;
   object["enabled"] = rule.enabled;
@@ -58,7 +52,7 @@ Json JsonOf(const RuleEntry& rule) {
   return object;
 }
 
-Json JsonOf(const ModuleEntry& module) {
+Json ModuleToJson(const ModuleEntry& module) {
   Json object;
   object["id"] = module.id;
   object["enabled"] = module.enabled;
@@ -66,13 +60,6 @@ Json JsonOf(const ModuleEntry& module) {
   object["grant"] = module.grant;
   object["approved"] = module.approved;
   return object;
-}
-
-template <typename Entry>
-Json ArrayOf(const std::vector<Entry>& entries) {
-  Json array = Json::Array();
-  for (const Entry& entry : entries) array.Append(JsonOf(entry));
-  return array;
 }
 
 }  // namespace
@@ -86,15 +73,15 @@ Json ConfigToJson(const Config& config) {
   document["notifications"] = config.notifications;
   document["notify_system"] = config.notify_system;
   document["log_allowed"] = config.log_allowed;
-  document["log_allowed_apps"] = ArrayOfTexts(config.log_allowed_apps);
-  document["blocklists"] = ArrayOfTexts(config.blocklists);
+  document["log_allowed_apps"] = JsonArray(config.log_allowed_apps);
+  document["blocklists"] = JsonArray(config.blocklists);
   document["blocklists_auto_update"] = config.blocklists_auto_update;
   document["updates_auto_check"] = config.updates_auto_check;
   document["custom_blocklist"] = config.custom_blocklist;
   document["presets_version"] = config.presets_version;
-  document["apps"] = ArrayOf(config.apps);
-  document["rules"] = ArrayOf(config.rules);
-  if (!config.modules.empty()) document["modules"] = ArrayOf(config.modules);
+  document["apps"] = JsonArray(config.apps, AppToJson);
+  document["rules"] = JsonArray(config.rules, RuleToJson);
+  if (!config.modules.empty()) document["modules"] = JsonArray(config.modules, ModuleToJson);
   return document;
 }
 

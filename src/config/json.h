@@ -10,6 +10,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -167,5 +168,13 @@ class Json {
 
   Data data_;
 };
+
+// The array of some items, of each what `make` gives.
+template <typename Items, typename Make = std::identity>
+Json JsonArray(const Items& items, const Make& make = {}) {
+  Json array = Json::Array();
+  for (const auto& item : items) array.Append(make(item));
+  return array;
+}
 
 }  // namespace kestrelon

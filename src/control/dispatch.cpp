@@ -3,11 +3,14 @@
 #include <string_view>
 #include <utility>
 
+#include "blocklists/refresh_blocklists.h"
 #include "config/app_reference.h"
 #include "config/config_file.h"
 #include "control/reply.h"
 #include "core/config_change.h"
 #include "core/status.h"
+#include "events/activity_log.h"
+#include "events/allowed_connections.h"
 #include "identity/file_identity.h"
 #include "identity/service_info.h"
 
@@ -61,6 +64,42 @@ Json FileInfo(const Json& request) {
   return reply;
 }
 
+Json GetLog(const Json& /*request*/) {
+  Json reply = OkReply();
+  reply["events"] = JsonArray(RecentBlockedEvents(), BlockedEventToJson);
+  return reply;
+}
+
+bool LogsAllAllowed() EXCLUDES(ConfigGuard) {
+  GuardLock lock(ConfigGuard);
+  return Core.CurrentConfig.enabled && Core.CurrentConfig.log_allowed;
+}
+
+// The list may be long: it is written out with no guard held.
+Json GetAllowed(const Json& /*request*/) EXCLUDES(ConfigGuard) {
+  Json reply = OkReply();
+  reply["enabled"] = LogsAllAllowed();
+  const AllowedList list = AllowedConnections();
+  reply["tracked_rules"] = JsonArray(list.tracked_rules);
+  reply["connections"] = JsonArray(list.connections, ConnectionRecordToJson);
+  return reply;
+}
+
+Json UpdateBlocklists(const Json& /*request*/) REQUIRES(ConfigGuard) {
+  StartBlocklistRefresh(Core.CurrentConfig, true);
+  return OkReply();
+}
+
+Json ClearAllowed(const Json& /*request*/) {
+  ClearAllowedConnections();
+  return OkReply();
+}
+
+Json ClearLog(const Json& /*request*/) {
+  ClearRecentEvents();
+  return OkReply();
+}
+
 // How the table calls a handler. They are templates so that each call names its handler and the
 // thread-safety analysis compares what that one requires with what is held; it can't see through a
 // pointer in a table.
@@ -84,6 +123,11 @@ constexpr Command kCommands[] = {
     {"status", UnderConfigGuard<Status>},
     {"get_config", UnderConfigGuard<GetConfig>},
     {"set_config", Unguarded<ChangeConfig>},
+    {"get_log", Unguarded<GetLog>},
+    {"get_allowed", Unguarded<GetAllowed>},
+    {"update_blocklists", UnderConfigGuard<UpdateBlocklists>},
+    {"clear_allowed", Unguarded<ClearAllowed>},
+    {"clear_log", Unguarded<ClearLog>},
     {"file_info", Unguarded<FileInfo>},
 };
 

@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "blocklists/refresh_blocklists.h"
 #include "config/config_store.h"
 #include "control/subscribers.h"
 #include "core/config_change.h"
 #include "core/health_line.h"
 #include "core/service_log.h"
 #include "core/temporary_apps.h"
+#include "events/net_events.h"
 #include "filtering/apply_config.h"
 #include "filtering/boot_filters.h"
 #include "filtering/filter_audit.h"
@@ -42,11 +44,19 @@ struct Pass {
   }
 };
 
-// False: nothing can be done without a session.
-bool EnsureSession(Pass& pass) {
-  if (EngineIsOpen(TheEngine)) return true;
+// Opens a session with an engine that has restarted. It has forgotten who listens to its reports.
+bool OpenAgain() REQUIRES(ConfigGuard) {
   std::wstring error;
-  pass.reopened = OpenEngine(TheEngine, error);
+  if (!OpenEngine(TheEngine, error)) return false;
+  StopNetEvents();
+  StartNetEvents();
+  return true;
+}
+
+// False: nothing can be done without a session.
+bool EnsureSession(Pass& pass) REQUIRES(ConfigGuard) {
+  if (EngineIsOpen(TheEngine)) return true;
+  pass.reopened = OpenAgain();
   return pass.reopened;
 }
 
@@ -76,16 +86,15 @@ void HeedEarlierPasses(Pass& pass) REQUIRES(ConfigGuard) {
 }
 
 // False: the engine is gone, and the pass ends.
-bool Reconnect(Pass& pass) {
+bool Reconnect(Pass& pass) REQUIRES(ConfigGuard) {
   LogService(L"WFP engine connection lost - reconnecting");
   CloseEngine(TheEngine);
-  std::wstring error;
-  if (!OpenEngine(TheEngine, error)) return false;
+  if (!OpenAgain()) return false;
   pass.Ask(L"reconnect");
   return true;
 }
 
-bool HeedAudit(Pass& pass) {
+bool HeedAudit(Pass& pass) REQUIRES(ConfigGuard) {
   pass.audit = FilterAudit(TheEngine, pass.difference);
   if (pass.audit == AuditResult::kEngineLost) return Reconnect(pass);
   if (pass.audit == AuditResult::kDiffers) {
@@ -110,6 +119,13 @@ void HeedDrift(Pass& pass) REQUIRES(ConfigGuard) {
     pass.Ask(L"prune");
   } else if (!pass.need && IdentitiesDrifted(Core.CurrentConfig)) {
     pass.Ask(L"files changed");
+  }
+}
+
+void HeedBlocklists(Pass& pass) REQUIRES(ConfigGuard) {
+  StartBlocklistRefresh(Core.CurrentConfig, false);
+  if (Core.BlocklistsChanged.exchange(false) && Core.CurrentConfig.enabled) {
+    pass.Ask(L"blocklists updated");
   }
 }
 
@@ -158,6 +174,7 @@ void LoopPass() {
   if (!HeedAudit(pass)) return;
   HeedFileWatch(pass);
   HeedDrift(pass);
+  HeedBlocklists(pass);
   ApplyWhatIsDue(pass);
 }
 

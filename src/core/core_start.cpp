@@ -3,6 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include "blocklists/blocklist_store.h"
+#include "blocklists/refresh_blocklists.h"
 #include "config/config_store.h"
 #include "config/presets.h"
 #include "control/pipe_server.h"
@@ -10,6 +12,8 @@
 #include "core/data_dir.h"
 #include "core/service_log.h"
 #include "core/temporary_apps.h"
+#include "events/allowed_logging.h"
+#include "events/net_events.h"
 #include "filtering/changed_files.h"
 #include "filtering/filter_engine.h"
 #include "identity/file_watch.h"
@@ -56,6 +60,26 @@ void StopListeningToMachine() {
   interface_notification = 0;
 }
 
+void StartReports() {
+  GuardLock lock(ConfigGuard);
+  StartNetEvents();
+  // The first application asked for it when there was no subscription yet.
+  RefreshAllowedSelection(Core.CurrentConfig);
+}
+
+// The machine's options stay as they are set: allowed connections are not to be reported to nobody.
+void StopReports() {
+  GuardLock lock(ConfigGuard);
+  SetAllowedLogging(false);
+  StopNetEvents();
+}
+
+// Under the guard: an application still running for a client that hangs would start watches anew.
+void StopWatching() {
+  GuardLock lock(ConfigGuard);
+  SyncFileWatch({}, &Core.WakeEvent);
+}
+
 }  // namespace
 
 bool CoreStart() {
@@ -70,6 +94,7 @@ bool CoreStart() {
     EndTemporaryPermissions(config);
     UpgradePredefinedRules(config);
   }
+  LoadBlocklists();
 
   ListenToMachine();
   TheEngine.change_event = &Core.WakeEvent;
@@ -79,6 +104,7 @@ bool CoreStart() {
     return false;
   }
   StartFollowWorker();
+  StartReports();
   // Last, so that the first client sees applied filters.
   StartControlPipe();
   return true;
@@ -88,11 +114,12 @@ void CoreStop() {
   LogService(L"Kestrelon service stopping (filters stay active)");
   Core.Stopping = true;
   StopControlPipe();
+  StopReports();
   StopFollowWorker();
   StopListeningToMachine();
-  // Under the guard: an application still running for a client that hangs would start watches anew.
+  StopWatching();
+  StopBlocklistRefresh();
   GuardLock lock(ConfigGuard);
-  SyncFileWatch({}, &Core.WakeEvent);
   CloseEngine(TheEngine);
 }
 

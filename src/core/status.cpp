@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "blocklists/blocklist_store.h"
+#include "blocklists/refresh_blocklists.h"
 #include "control/reply.h"
 #include "filtering/apply_config.h"
 #include "filtering/compile_apps.h"
@@ -12,12 +14,6 @@
 
 namespace kestrelon {
 namespace {
-
-Json TextArray(const std::vector<std::wstring>& texts) {
-  Json array = Json::Array();
-  for (const std::wstring& text : texts) array.Append(text);
-  return array;
-}
 
 // How the start came to its configuration, while that is not the user's last word.
 void AddFallback(Json& status) REQUIRES(ConfigGuard) {
@@ -37,11 +33,13 @@ void BuildStatus(Json& reply) {
   status["filters"] = std::uint64_t{FilterCount(TheEngine)};
   status["boot_filter"] = Core.BootInstalled;
   status["last_error"] = Core.LastError;
+  status["blocklists"] = BlocklistStatus();
+  status["blocklists_busy"] = BlocklistRefreshRunning();
   AddFallback(status);
   status["net_events"] = Core.NetEvents.load();
   status["net_drops"] = Core.NetDrops.load();
-  status["warnings"] = TextArray(InstalledWarnings());
-  status["changed_apps"] = TextArray(KeptBlockedPaths());
+  status["warnings"] = JsonArray(InstalledWarnings());
+  status["changed_apps"] = JsonArray(KeptBlockedPaths());
   status["modules_running"] = Core.ModulesRunning.load();
   reply = std::move(status);
 }

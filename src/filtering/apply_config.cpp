@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "core/service_log.h"
+#include "events/allowed_logging.h"
 #include "filtering/apply_filters.h"
 #include "filtering/boot_filters.h"
 #include "filtering/changed_files.h"
@@ -62,6 +63,7 @@ bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
   installed_fingerprint = std::move(plan.fingerprint);
   if (!config.enabled) plan.entries.clear();  // none of them is permitted by a filter
   SnapshotPinned(plan.entries);
+  RefreshAllowedSelection(config);
   if (!Core.Stopping) SyncFileWatch(FilesToWatch(plan.entries), &Core.WakeEvent);
   BlockFilesChangedMeanwhile();
   if (Core.ChangedFilePending) Core.WakeEvent.Set();

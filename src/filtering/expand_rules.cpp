@@ -1,13 +1,14 @@
 #include "filtering/expand_rules.h"
 
 #include "base/format.h"
+#include "blocklists/blocklist_rules.h"
 #include "config/address_spec.h"
 
 namespace kestrelon {
 
 Config ExpandRules(const Config& config, FilterPlan& plan) {
-  // The user's rules stand first; rules that the system makes itself are to be appended to them.
-  // Precedence comes from the weights of the filters, not from this order.
+  // The user's rules stand first, those that the system makes itself behind them. Precedence comes
+  // from the weights of the filters, not from this order.
   Config effective = config;
   for (RuleEntry& rule : effective.rules) {
     if (!rule.enabled || !SpecHasDns(rule.remote)) continue;
@@ -18,6 +19,7 @@ Config ExpandRules(const Config& config, FilterPlan& plan) {
     plan.warnings.push_back(
         Format(L"Rule '%s' is inactive: no DNS server is configured right now", rule.name));
   }
+  if (config.enabled) BlocklistRules(config, effective.rules);
   return effective;
 }
 

@@ -7,7 +7,8 @@
 namespace kestrelon {
 
 // The effective configuration: `plan.dns_servers` in place of each "$dns"; a rule that has no
-// remote address left is switched off with a warning in `plan`. The input stays as it is.
+// remote address left is switched off with a warning in `plan`. While protection is on, the rules
+// of the blocklists are appended. The input stays as it is.
 [[nodiscard]] Config ExpandRules(const Config& config, FilterPlan& plan);
 
 }  // namespace kestrelon

@@ -42,6 +42,19 @@ TEST(Clock, GivesACalendarTimeNearTheSystemTime) {
   EXPECT_TRUE(local->hour < 24 && local->minute < 60 && local->second < 61);
 }
 
+TEST(LocalTimeOf, GivesTheCalendarTimeOfAMoment) {
+  constexpr std::int64_t kMoment = 134'397'380'960'000'000;  // 2026-11-21 12:34:56 UTC
+  for (const std::int64_t time : {kMoment, kMoment + 9'999'999}) {
+    const std::optional<CalendarTime> local = LocalTimeOf(time);
+    ASSERT_TRUE(local.has_value());
+    // Zones differ by whole quarters of an hour.
+    EXPECT_TRUE(local->year == 2026 && local->month == 11);
+    EXPECT_TRUE(local->day >= 20 && local->day <= 22);
+    EXPECT_TRUE(local->minute % 15 == 34 % 15 && local->second == 56);
+  }
+  EXPECT_FALSE(LocalTimeOf(-1).has_value());
+}
+
 TEST(WaitForAny, TakesTheFirstSetEventInListOrder) {
   Event a(Event::Reset::kAutomatic);
   Event b(Event::Reset::kAutomatic);

@@ -86,6 +86,34 @@ TEST(SidFromText, GivesTheKnownBytes) {
   EXPECT_EQ(sid, Sid{7});
 }
 
+TEST(SidText, IsReadBackAsTheSameSid) {
+  for (const std::wstring text : {L"S-1-5-18", L"S-1-5-32-544", L"S-1-15-2-1-4294967295"}) {
+    Sid sid;
+    ASSERT_EQ(SidFromText(text, sid), kSuccess);
+    std::wstring written;
+    EXPECT_EQ(SidText(sid, written), kSuccess);
+    EXPECT_EQ(written, text);
+  }
+}
+
+TEST(SidText, RefusesWhatIsNoSid) {
+  const Bytes bad[] = {
+      {},
+      {1, 0, 0, 0, 0, 0, 0},                   // shorter than any
+      {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0},   // a part is missing
+      {1, 255, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0}  // more parts than a SID has
+  };
+  for (const Bytes& bytes : bad) {
+    std::wstring text = L"unchanged";
+    EXPECT_EQ(SidText(bytes, text), 1337u) << testing::PrintToString(bytes);
+    EXPECT_EQ(text, L"unchanged");
+  }
+  Bytes other_revision = kSystemSid;
+  other_revision[0] = 2;
+  std::wstring text;
+  EXPECT_EQ(SidText(other_revision, text), 1337u);
+}
+
 TEST(SidOfAccount, KnowsServicesByTheirName) {
   std::wstring sid;
   ASSERT_EQ(SidOfAccount(L"NT SERVICE\\EventLog", sid), kSuccess);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <set>
 
 #include "platform/resources.h"
 #include "platform/service_host.h"
@@ -59,6 +60,30 @@ TEST(Services, AreRefusedWhenMissingOrNotAskedFor) {
   std::vector<std::wstring> names = {L"kept"};
   EXPECT_EQ(EnumerateServices(manager, kServiceTypeWin32, kServiceStateAll, names), kAccessDenied);
   EXPECT_EQ(names, std::vector<std::wstring>{L"kept"});
+  std::vector<ServiceProcess> services(1);
+  EXPECT_EQ(EnumerateServiceProcesses(manager, kServiceTypeWin32, kServiceStateAll, services),
+            kAccessDenied);
+  EXPECT_EQ(services.size(), 1u);
+}
+
+TEST(ServiceProcesses, AreThoseOfTheRunningServices) {
+  ServiceHandle manager;
+  ASSERT_EQ(OpenServiceManager(kManagerConnect | kManagerEnumerate, manager), kSuccess);
+  std::vector<ServiceProcess> active = {{L"left over", 1}};
+  ASSERT_EQ(EnumerateServiceProcesses(manager, kServiceTypeWin32, kServiceStateActive, active),
+            kSuccess);
+  EXPECT_FALSE(active.empty());
+  std::set<std::wstring> names;
+  for (const ServiceProcess& service : active) {
+    EXPECT_NE(service.process_id, 0u) << testing::PrintToString(service.name);
+    names.insert(service.name);
+  }
+  std::vector<ServiceProcess> all;
+  ASSERT_EQ(EnumerateServiceProcesses(manager, kServiceTypeWin32, kServiceStateAll, all), kSuccess);
+  EXPECT_GE(all.size(), active.size());
+  for (const ServiceProcess& service : all) {
+    EXPECT_EQ(service.process_id != 0, names.contains(service.name));
+  }
 }
 
 // A service of this machine's, gone again at the end of the case. Its program is not there.

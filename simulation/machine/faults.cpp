@@ -77,9 +77,13 @@ void Faults::SetPower(bool on) {
   if (!on && when_power_goes_) when_power_goes_();
 }
 
+void Faults::Announce(std::string_view name) {
+  if (const std::function<void()> action = TakeAction(name)) action();
+}
+
 Code Faults::Next(std::string_view name) {
   if (power_lost()) return kPowerLost;
-  if (const std::function<void()> action = TakeAction(name)) action();
+  Announce(name);
   const std::lock_guard lock(mutex_);
   ++calls_;
   const auto found = named_.find(name);

@@ -54,6 +54,9 @@ class Faults {
   // Counts a call and gives the code that it fails with, or success. For the seam.
   [[nodiscard]] Code Next(std::string_view name);
 
+  // Does what is planned before a call that can't fail, and counts nothing. For the seam.
+  void Announce(std::string_view name);
+
   // Switches the machine's power; without it Next answers kPowerLost and counts nothing.
   void SetPower(bool on);
   bool power_lost() const { return !power_; }

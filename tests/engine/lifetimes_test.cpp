@@ -117,10 +117,9 @@ TEST_F(Lifetimes, FiltersWaitForTheServiceThatTheirProviderNames) {
   provider.flags = kProviderPersistent;
   provider.service_name = L"Service";
   ASSERT_EQ(engine.AddProvider(session, provider, {}), kSuccess);
-  ASSERT_EQ(AddSublayer(session, Key(8), kSublayerPersistent, Key(9)), kSuccess);
   Filter filter = WithKey(1, kFilterPersistent);
   filter.provider = Key(9);
-  filter.sublayer = Key(8);
+  filter.sublayer = kUniversalSublayer;
   ASSERT_EQ(Add(filter), kSuccess);
   for (const bool automatic : {false, true}) {
     if (automatic) engine.SetAutoStartServices({L"Service"});

@@ -10,10 +10,11 @@ namespace simulation {
 namespace {
 
 using namespace kestrelon::platform;
+using simulation::NetEvent;
 
 class Notifications : public EngineWorld {
  protected:
-  // Subscribes a session of its own; what it hears is appended to `heard` as "+<key>" or "-<key>".
+  // What subscribers hear is appended to `heard`: "+<key>", "-<key>", "!" for a net event.
   SubscriptionId Subscribe(SessionId as, std::uint32_t flags) {
     SubscriptionId subscription = 0;
     const auto note = [this](const FilterChange& change) {
@@ -22,6 +23,15 @@ class Notifications : public EngineWorld {
       heard_ += static_cast<char>('0' + change.key.data4[7]);
     };
     EXPECT_EQ(engine.SubscribeFilterChanges(as, flags, note, subscription), kSuccess);
+    return subscription;
+  }
+  SubscriptionId SubscribeEvents(SessionId as) {
+    SubscriptionId subscription = 0;
+    const auto note = [this](const NetEvent&) {
+      const std::lock_guard lock(mutex_);
+      heard_ += '!';
+    };
+    EXPECT_EQ(engine.SubscribeNetEvents(as, note, subscription), kSuccess);
     return subscription;
   }
   std::string Heard() {
@@ -63,21 +73,42 @@ TEST_F(Notifications, TellOnlyWhatWasAskedForAndMayBeRead) {
   EXPECT_EQ(Heard(), "+1-2");
 }
 
+TEST_F(Notifications, TellChangesAndNetEventsInTheirOrder) {
+  Subscribe(listener, kNotifyOnAdd | kNotifyOnDelete);
+  SubscribeEvents(listener);
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(Add(WithKey(1)), kSuccess);
+    EXPECT_FALSE(Permits());
+    Clear();
+  }
+  EXPECT_EQ(Heard(), "+1!-1+1!-1+1!-1");
+}
+
 TEST_F(Notifications, EndWithSubscriptionSessionAndService) {
-  const SubscriptionId subscription = Subscribe(listener, kNotifyOnAdd);
-  EXPECT_EQ(engine.UnsubscribeFilterChanges(listener, subscription), kSuccess);
-  EXPECT_EQ(engine.UnsubscribeFilterChanges(listener, subscription), kObjectNotFound);
+  SubscriptionId changes = Subscribe(listener, kNotifyOnAdd);
+  SubscriptionId events = SubscribeEvents(listener);
+  EXPECT_EQ(engine.UnsubscribeFilterChanges(listener, events), kObjectNotFound) << "not of changes";
+  EXPECT_EQ(engine.UnsubscribeNetEvents(session, events), kObjectNotFound) << "another's";
+  EXPECT_EQ(engine.UnsubscribeFilterChanges(listener, changes), kSuccess);
+  EXPECT_EQ(engine.UnsubscribeFilterChanges(listener, changes), kObjectNotFound);
+  EXPECT_EQ(engine.UnsubscribeNetEvents(listener, events), kSuccess);
   ASSERT_EQ(Add(WithKey(1)), kSuccess);
+  EXPECT_FALSE(Permits());
   Subscribe(listener, kNotifyOnAdd);
+  SubscribeEvents(listener);
   ASSERT_EQ(engine.CloseSession(listener), kSuccess);
   ASSERT_EQ(Add(WithKey(2)), kSuccess);
+  EXPECT_FALSE(Permits());
   listener = Open(LocalSystemCaller());
-  const SubscriptionId lost = Subscribe(listener, kNotifyOnAdd);
+  changes = Subscribe(listener, kNotifyOnAdd);
+  events = SubscribeEvents(listener);
   engine.Stop();
   engine.Start();
-  EXPECT_EQ(engine.UnsubscribeFilterChanges(listener, lost), kSessionAborted);
+  EXPECT_EQ(engine.UnsubscribeFilterChanges(listener, changes), kSessionAborted);
+  EXPECT_EQ(engine.UnsubscribeNetEvents(listener, events), kSessionAborted);
   session = Open(LocalSystemCaller());
   ASSERT_EQ(Add(WithKey(3)), kSuccess);
+  EXPECT_FALSE(Permits());
   EXPECT_EQ(Heard(), "");
 }
 

@@ -32,6 +32,14 @@ TEST_F(Security, PlainUsersMayOpenAndNothingElse) {
   EXPECT_EQ(engine.OpenFilterEnum(as, enumeration), kAccessDenied);
   EXPECT_EQ(engine.SubscribeFilterChanges(as, 3, ignore, subscription), kAccessDenied);
   EXPECT_EQ(engine.SetFilterDacl(as, Key(1), {}), kAccessDenied);
+  std::uint16_t layer = 0;
+  std::uint32_t value = 0;
+  EXPECT_EQ(engine.SubscribeNetEvents(
+                as, [](const auto&) {}, subscription),
+            kAccessDenied);
+  EXPECT_EQ(engine.SetOption(as, 0, 0), kAccessDenied);
+  EXPECT_EQ(engine.GetOption(as, 0, value), kAccessDenied);
+  EXPECT_EQ(engine.LayerId(as, kLayerConnectV4, layer), kAccessDenied);
 }
 
 TEST_F(Security, LockedObjectsRefuseAdministratorsByRight) {

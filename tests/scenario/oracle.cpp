@@ -23,7 +23,7 @@ std::vector<std::wstring> Items(const std::wstring& text) {
   std::vector<std::wstring> items;
   std::wstring item;
   for (const wchar_t c : text + L",") {
-    if (c != L',' && c != L' ') {
+    if (c != L',' && c != L' ' && c != L';') {
       item += c;
     } else if (!item.empty()) {
       items.push_back(item);
@@ -89,6 +89,13 @@ bool PortFits(const std::wstring& ports, std::uint16_t port) {
   });
 }
 
+bool IsOneOf(const Attempt& attempt, const std::wstring& networks) {
+  const std::vector<std::wstring> items = Items(networks);
+  const Address address = *AddressOf(attempt.remote);
+  return std::any_of(items.begin(), items.end(),
+                     [&](const std::wstring& item) { return ItemOf(item).Holds(address); });
+}
+
 // Whether the rule names addresses and this is one of them, or names none at all. A rule whose only
 // address is "$dns" without any server applies to nothing.
 bool RemoteFits(const RuleEntry& rule, const OracleFacts& facts, const Attempt& attempt) {
@@ -97,10 +104,7 @@ bool RemoteFits(const RuleEntry& rule, const OracleFacts& facts, const Attempt& 
   for (const std::wstring& item : Items(rule.remote)) {
     text += (item == L"$dns" ? facts.dns_servers : item) + L",";
   }
-  const std::vector<std::wstring> items = Items(text);
-  const Address address = *AddressOf(attempt.remote);
-  return std::any_of(items.begin(), items.end(),
-                     [&](const std::wstring& item) { return ItemOf(item).Holds(address); });
+  return IsOneOf(attempt, text);
 }
 
 bool RuleFits(const RuleEntry& rule, const OracleFacts& facts, const Attempt& attempt) {
@@ -117,6 +121,18 @@ bool RuleFits(const RuleEntry& rule, const OracleFacts& facts, const Attempt& at
   }
   return RemoteFits(rule, facts, attempt) && PortFits(rule.remote_ports, attempt.remote_port) &&
          PortFits(rule.local_ports, attempt.local_port);
+}
+
+bool EnablesTheList(const Config& config) {
+  return std::any_of(config.blocklists.begin(), config.blocklists.end(),
+                     [](const std::wstring& id) { return Lower(id) == L"drop"; });
+}
+
+// The service's own way out to the feeds.
+bool FetchesLists(const Config& config, const Attempt& attempt) {
+  return EnablesTheList(config) && config.blocklists_auto_update && !attempt.inbound &&
+         attempt.protocol == 6 && attempt.remote_port == 443 &&
+         Lower(attempt.program) == L"c:\\program files\\kestrelon\\kestrelonsvc.exe";
 }
 
 enum class Standing { kAbsent, kAllowed, kBlocked, kHeld };
@@ -185,8 +201,13 @@ Answer Judge(const Config& config, const OracleFacts& facts, const Attempt& atte
     allowed = allowed || rule.allow;
   }
 
+  const bool listed = IsOneOf(attempt, config.custom_blocklist) ||
+                      (EnablesTheList(config) && IsOneOf(attempt, facts.listed_networks));
+  allowed = allowed || FetchesLists(config, attempt);
+
   if (held) return decide(Answer::kBlocked, L"the program is held back");
   if (attempt.loopback && config.allow_loopback) return decide(Answer::kPass, L"loopback");
+  if (listed) return decide(Answer::kBlocked, L"a blocklist names it");
   if (blocked_rule) return decide(Answer::kBlocked, L"a rule blocks it");
   if (blocked_app) return decide(Answer::kBlocked, L"the application is blocked");
   if (allowed) return decide(Answer::kPass, L"a rule or application allows it");

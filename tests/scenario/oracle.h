@@ -36,7 +36,8 @@ struct OracleFacts {
   std::map<std::wstring, KnownFile> files;        // by lower-case path
   std::map<std::wstring, std::wstring> services;  // executable path by lower-case service name
   std::map<std::wstring, std::wstring> service_sids;
-  std::wstring dns_servers;  // ", "-separated
+  std::wstring dns_servers;      // ", "-separated
+  std::wstring listed_networks;  // of the blocklist "drop", the same way
 };
 
 enum class Answer { kPass, kBlocked };

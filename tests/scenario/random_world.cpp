@@ -9,7 +9,7 @@
 namespace kestrelon::test {
 namespace {
 
-const wchar_t* const kPrograms[] = {kTool, kOther, kBrowser, kSvchost, kLsass, L"System"};
+const wchar_t* const kPrograms[] = {kTool, kOther, kBrowser, kSvchost, kLsass, L"System", kService};
 const wchar_t* const kAddresses[] = {L"10.0.0.1",     L"10.0.0.9",    L"10.200.0.1", L"192.168.1.7",
                                      L"192.0.2.53",   L"203.0.113.5", L"fe80::1",    L"2001:db8::1",
                                      L"2001:db8::ff", L"fd00::7"};
@@ -17,6 +17,7 @@ const wchar_t* const kRemotes[] = {L"10.0.0.1",       L"10.0.0.0/8",     L"10.0.
                                    L"0.0.0.0/0",      L"192.168.0.0/16", L"$dns",
                                    L"203.0.113.4/31", L"2001:db8::/120", L"2001:db8::ff",
                                    L"::/0",           L"fe80::/10",      L"203.0.113.5"};
+const wchar_t* const kCustomLists[] = {L"", L"", L"", L"10.0.0.9", L"203.0.113.0/24 fd00::/8; ::1"};
 const wchar_t* const kPortTexts[] = {L"53", L"80", L"443", L"80-443", L"0-65535", L"1-79, 444"};
 const std::uint16_t kPorts[] = {1, 53, 79, 80, 443, 444, 5353};
 const std::uint8_t kProtocols[] = {6, 6, 17, 17, 1, 58, 47};
@@ -77,6 +78,9 @@ Config RandomConfig(Dice& dice, const World& world) {
     config.apps.push_back(RandomApp(dice, world));
   }
   for (std::size_t left = dice.Below(7); left > 0; --left) config.rules.push_back(RandomRule(dice));
+  if (dice.OneIn(3)) config.blocklists = {dice.OneIn(2) ? L"drop" : L"DROP", L"unknown"};
+  config.blocklists_auto_update = dice.OneIn(2);
+  config.custom_blocklist = dice.Of(kCustomLists);
   return config;
 }
 

@@ -38,6 +38,16 @@ platform::Sid SidOf(const std::wstring& text) {
   return sid;
 }
 
+Attempt MakeAttempt(const std::wstring& program, const std::wstring& remote) {
+  Attempt attempt;
+  attempt.program = program;
+  attempt.remote = remote;
+  attempt.family = remote.find(L':') == std::wstring::npos ? 4 : 6;
+  return attempt;
+}
+
+}  // namespace
+
 simulation::Connection ConnectionOf(const Attempt& attempt) {
   simulation::Connection connection;
   connection.layer = LayerOf(attempt);
@@ -55,16 +65,6 @@ simulation::Connection ConnectionOf(const Attempt& attempt) {
   if (!attempt.package_sid.empty()) connection.package_sid = SidOf(attempt.package_sid);
   return connection;
 }
-
-Attempt MakeAttempt(const std::wstring& program, const std::wstring& remote) {
-  Attempt attempt;
-  attempt.program = program;
-  attempt.remote = remote;
-  attempt.family = remote.find(L':') == std::wstring::npos ? 4 : 6;
-  return attempt;
-}
-
-}  // namespace
 
 World::World() {
   Program(kTool, "tool, first version");
@@ -151,8 +151,20 @@ void World::Signed(const std::wstring& path, const std::string& content,
   facts_.files[platform::LowerCase(path)] = KnownFile{signer, HashText(content)};
 }
 
+void World::InstallBlocklist(const std::wstring& networks) {
+  machine().files.Write(L"C:\\Program Files\\Kestrelon\\blocklists\\drop_v4.json",
+                        Utf8FromWide(networks));
+  facts_.listed_networks = networks;
+}
+
 bool World::Passes(const Attempt& attempt) {
-  return machine().engine.Classify(ConnectionOf(attempt)).permit;
+  return machine().engine.Judge(ConnectionOf(attempt)).permit;
+}
+
+bool World::Connects(const Attempt& attempt) {
+  const bool passes = machine().engine.Classify(ConnectionOf(attempt)).permit;
+  machine().engine.WaitForNotifications();
+  return passes;
 }
 
 bool World::Reaches(const std::wstring& program) {
@@ -160,7 +172,7 @@ bool World::Reaches(const std::wstring& program) {
 }
 
 std::wstring World::Explain(const Attempt& attempt) {
-  const simulation::Verdict verdict = machine().engine.Classify(ConnectionOf(attempt));
+  const simulation::Verdict verdict = machine().engine.Judge(ConnectionOf(attempt));
   return Format(L"%s %s %s protocol %d remote port %d local port %d%s: %s by '%s'", attempt.program,
                 attempt.inbound ? L"from" : L"to", attempt.remote,
                 static_cast<int>(attempt.protocol), static_cast<int>(attempt.remote_port),
@@ -198,6 +210,7 @@ void World::ExpectNothingLeft() {
   EXPECT_EQ(machine().pipes.open_handles(), 0U);
   EXPECT_EQ(machine().watches.open_watches(), 0U);
   EXPECT_EQ(machine().network.notifications(), 0U);
+  EXPECT_EQ(machine().http.open_handles(), 0U);
   EXPECT_EQ(machine().engine.open_sessions(), 0U);
   EXPECT_FALSE(machine().engine.transaction_open());
   EXPECT_EQ(machine().engine.TiedConflicts(), 0U);

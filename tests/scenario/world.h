@@ -20,6 +20,7 @@ inline constexpr const wchar_t* kLsass = L"C:\\Windows\\System32\\lsass.exe";
 inline constexpr const wchar_t* kTool = L"C:\\Tools\\tool.exe";        // unsigned
 inline constexpr const wchar_t* kOther = L"C:\\Tools\\other.exe";      // unsigned
 inline constexpr const wchar_t* kBrowser = L"C:\\Tools\\browser.exe";  // signed by kPublisher
+inline constexpr const wchar_t* kService = L"C:\\Program Files\\Kestrelon\\KestrelonSvc.exe";
 inline constexpr const wchar_t* kPublisher = L"Example Publisher";
 inline constexpr const wchar_t* kConfigFile = L"C:\\ProgramData\\Kestrelon\\config.json";
 
@@ -52,10 +53,15 @@ class World {
   void Program(const std::wstring& path, const std::string& content);
   void Signed(const std::wstring& path, const std::string& content, const std::wstring& signer);
 
-  // Puts the attempt to the engine.
+  // Lays a copy of the blocklist "drop" beside the executable, as the installer does.
+  void InstallBlocklist(const std::wstring& networks);
+
+  // Asks the engine what it would do, without a connection that it would report.
   bool Passes(const Attempt& attempt);
   // Whether the program gets through to a host that no rule of the tests' own names.
   bool Reaches(const std::wstring& program);
+  // Puts a connection to the engine and waits until its report has been heeded.
+  bool Connects(const Attempt& attempt);
   // The verdict with the deciding filter's name, for the text of a failure.
   std::wstring Explain(const Attempt& attempt);
 
@@ -84,6 +90,9 @@ Attempt Out(const std::wstring& program, const std::wstring& remote, std::uint16
 Attempt In(const std::wstring& program, const std::wstring& remote, std::uint16_t local_port);
 Attempt Udp(Attempt attempt);
 Attempt Loopback(Attempt attempt);
+
+// The attempt as the engine meets it.
+simulation::Connection ConnectionOf(const Attempt& attempt);
 
 // An application entry that allows or blocks.
 AppEntry Allowed(const std::wstring& path);

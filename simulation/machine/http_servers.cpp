@@ -38,11 +38,6 @@ bool Follow(const std::wstring& location, UrlParts& target) {
   return true;
 }
 
-// How much of the body comes before its end or the loss of the connection.
-std::size_t Reachable(const HttpResponse& response) {
-  return std::min(response.body.size(), response.fail_after);
-}
-
 }  // namespace
 
 void HttpServers::Serve(const std::wstring& url, HttpResponse response) {
@@ -208,29 +203,33 @@ Code HttpServers::QueryStatus(std::uintptr_t handle, std::uint32_t& status) cons
   return kSuccess;
 }
 
+// An answered request and how much of its body has arrived and not been read.
+Code HttpServers::FindBody(std::uintptr_t handle, std::shared_ptr<Object>& request,
+                           std::uint32_t& arrived) const {
+  if (const Code code = FindRequest(handle, Phase::kAnswered, request)) return code;
+  const HttpResponse& response = request->response;
+  const std::size_t end = std::min(response.body.size(), response.fail_after);
+  if (request->position == end && end < response.body.size()) return response.read_failure;
+  arrived =
+      static_cast<std::uint32_t>(std::min<std::size_t>(end - request->position, response.chunk));
+  return kSuccess;
+}
+
 Code HttpServers::QueryData(std::uintptr_t handle, std::uint32_t& available) const {
   const std::lock_guard lock(mutex_);
   std::shared_ptr<Object> request;
-  if (const Code code = FindRequest(handle, Phase::kAnswered, request)) return code;
-  const HttpResponse& response = request->response;
-  const std::size_t left = Reachable(response) - request->position;
-  if (left == 0 && request->position < response.body.size()) return response.read_failure;
-  available = static_cast<std::uint32_t>(std::min<std::size_t>(left, response.chunk));
-  return kSuccess;
+  return FindBody(handle, request, available);
 }
 
 Code HttpServers::Read(std::uintptr_t handle, void* bytes, std::uint32_t size,
                        std::uint32_t& read) {
   const std::lock_guard lock(mutex_);
   std::shared_ptr<Object> request;
-  if (const Code code = FindRequest(handle, Phase::kAnswered, request)) return code;
-  const HttpResponse& response = request->response;
-  const std::size_t left = Reachable(response) - request->position;
-  if (left == 0 && request->position < response.body.size()) return response.read_failure;
-  const std::size_t count = std::min<std::size_t>({left, response.chunk, size});
-  std::memcpy(bytes, response.body.data() + request->position, count);
-  request->position += count;
-  read = static_cast<std::uint32_t>(count);
+  std::uint32_t arrived = 0;
+  if (const Code code = FindBody(handle, request, arrived)) return code;
+  read = std::min(arrived, size);
+  std::memcpy(bytes, request->response.body.data() + request->position, read);
+  request->position += read;
   return kSuccess;
 }
 

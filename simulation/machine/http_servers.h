@@ -89,6 +89,8 @@ class HttpServers {
   std::uintptr_t Add(Object object);
   Code Find(std::uintptr_t handle, Kind kind, std::shared_ptr<Object>& object) const;
   Code FindRequest(std::uintptr_t handle, Phase phase, std::shared_ptr<Object>& request) const;
+  Code FindBody(std::uintptr_t handle, std::shared_ptr<Object>& request,
+                std::uint32_t& arrived) const;
   void Ask(Object& request);
   Code WaitInVain(const Object& request, std::unique_lock<std::mutex>& lock);
 

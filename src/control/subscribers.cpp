@@ -11,6 +11,11 @@ constexpr std::size_t kMostQueuedEvents = 1000;
 
 }  // namespace
 
+bool HasSubscribers() {
+  GuardLock lock(TheControlPipe.SubscriberGuard);
+  return !TheControlPipe.subscribers.empty();
+}
+
 void PublishEvent(const std::string& text) {
   const auto shared = std::make_shared<const std::string>(text);
   GuardLock lock(TheControlPipe.SubscriberGuard);

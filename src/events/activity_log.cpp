@@ -128,6 +128,7 @@ void ActivityLine(const BlockedEvent& event) REQUIRES(LogGuard) {
 }
 
 void Publish(const BlockedEvent& event) {
+  if (!HasSubscribers()) return;
   Json message;
   message["type"] = "blocked";
   message["event"] = BlockedEventToJson(event);

@@ -1,0 +1,141 @@
+# A connection that the engine drops is told of three times: to subscribers, in activity.log, and to
+# those who ask for the list.
+put_program Tools/tool.exe 'a tool'
+cp "$1/tests/endtoend/port_service.exe" "$drive_c/Tools/"
+put_config <<'END'
+{"presets_version": 9, "apps": [
+  {"path": "C:\\Tools\\tool.exe"}, {"path": "C:\\Tools\\refused.exe", "action": "block"}],
+ "rules": [{"name": "No telnet", "action": "block", "protocol": 6, "remote_ports": "23"}]}
+END
+
+# drop CONNECTION...: a connection that is blocked.
+drop() {
+  ! wfpctl connect "$@" >"$machine_dir/verdict" || fail "not blocked: $*"
+}
+
+# A line for each record of the list: all of it but the times.
+list_records() {
+  ask '{"cmd":"get_log"}' || fail 'get_log was refused'
+  python3 - "$reply" <<'END'
+import json, sys
+for e in json.load(open(sys.argv[1], encoding="utf-8"))["events"]:
+    print(e["app"], e["dir"], e["protocol"], e["local_port"], e["remote_addr"], e["remote_port"],
+          e["reason"], e.get("rule", "-"), e.get("service", "-"), e["count"], sep="|")
+END
+}
+records_hold() {
+  list_records >"$machine_dir/records"
+  cmp -s "$machine_dir/records" "$machine_dir/expected_records"
+}
+expect_records() {
+  cat >"$machine_dir/expected_records"
+  wait_for 5 records_hold
+}
+
+# What the file holds, without the times: they are the local ones.
+activity() {
+  tr -d '\r' <"$data_dir/activity.log" |
+    sed -E 's/^[0-9]{4}(-[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}\t//'
+}
+expect_activity() {
+  diff - <(activity) >&2 || fail 'activity.log holds other lines than expected'
+}
+has_blocked_events() {
+  [ "$(grep -c '"type":"blocked"' "$events/all")" -eq "$1" ]
+}
+
+start_service
+expect_logged 'Subscribed to WFP net events (FwpmNetEventSubscribe4)'
+follow all
+# The same configuration again is told of too, once the subscriber is there.
+is_following() {
+  set_config <"$data_dir/config.json"
+  has_event all '{"type":"config_changed"}'
+}
+wait_for 10 is_following
+drop --program 'C:\Tools\other.exe' --remote 203.0.113.5 --remote-port 443
+drop --program 'C:\Tools\tool.exe' --remote 203.0.113.5 --remote-port 23
+drop --program 'C:\Tools\refused.exe' --remote 2001:db8::5 --direction in --local-port 80
+expect_records <<'END'
+C:\tools\other.exe|out|6|49152|203.0.113.5|443|default|-|-|1
+C:\Tools\tool.exe|out|6|49152|203.0.113.5|23|rule|No telnet|-|1
+C:\tools\refused.exe|in|6|80|2001:db8::5|0|app|-|-|1
+END
+wait_for 5 has_blocked_events 3
+has_event all '"app":"C:\\tools\\other.exe","dir":"out"' || fail 'the event names another program'
+ask '{"cmd":"status"}'
+expect_reply '"net_drops": 3'
+
+# A repeat is told of again and counted, and moves to the end; the file has it once.
+drop --program 'C:\Tools\other.exe' --remote 203.0.113.5 --remote-port 443 --local-port 50000
+expect_records <<'END'
+C:\Tools\tool.exe|out|6|49152|203.0.113.5|23|rule|No telnet|-|1
+C:\tools\refused.exe|in|6|80|2001:db8::5|0|app|-|-|1
+C:\tools\other.exe|out|6|49152|203.0.113.5|443|default|-|-|2
+END
+wait_for 5 has_blocked_events 4
+expect_activity <<'END'
+out	6	C:\tools\other.exe	203.0.113.5:443	default
+out	6	C:\Tools\tool.exe	203.0.113.5:23	rule: No telnet
+in	6	C:\tools\refused.exe	[2001:db8::5]:80	app
+END
+
+# A process of the shared host is named by the service that owns its port.
+port=$((20000 + $$ % 20000))
+wine sc create PortHolder binPath= "C:\\Tools\\port_service.exe $port" >/dev/null 2>&1
+wine sc start PortHolder >/dev/null 2>&1
+port_is_held() {
+  wine sc query PortHolder 2>/dev/null | grep -q RUNNING
+}
+wait_for 10 port_is_held
+ask '{"cmd":"clear_log"}' || fail 'clear_log was refused'
+for local_port in "$port" 9; do
+  drop --program 'C:\windows\system32\svchost.exe' --protocol udp --remote 203.0.113.5 \
+    --remote-port "$local_port" --local-port "$local_port"
+done
+# Clearing has emptied the list and left the file.
+expect_records <<END
+C:\\windows\\system32\\svchost.exe|out|17|$port|203.0.113.5|$port|default|-|PortHolder|1
+C:\\windows\\system32\\svchost.exe|out|17|9|203.0.113.5|9|default|-|-|1
+END
+expect_activity <<END
+out	6	C:\\tools\\other.exe	203.0.113.5:443	default
+out	6	C:\\Tools\\tool.exe	203.0.113.5:23	rule: No telnet
+in	6	C:\\tools\\refused.exe	[2001:db8::5]:80	app
+out	17	C:\\windows\\system32\\svchost.exe (PortHolder)	203.0.113.5:$port	default
+out	17	C:\\windows\\system32\\svchost.exe	203.0.113.5:9	default
+END
+
+# A new version of a listed program by the same publisher is let through once it was blocked.
+mkdir -p "$drive_c/Tools/App-1.2" "$drive_c/Tools/App-1.3"
+for version in 1.2 1.3; do
+  "$(dirname "${BASH_SOURCE[0]}")/../wine/make_signer.sh" "$machine_dir/signer" 'Example Publisher' \
+    "$drive_c/bench/BFE.exe" "$drive_c/Tools/App-$version/app.exe" >/dev/null 2>&1
+done
+set_config <<'END'
+{"presets_version": 9, "apps": [{"path": "C:\\Tools\\App-1.2\\app.exe"}]}
+END
+drop --program 'C:\Tools\App-1.3\app.exe' --remote 203.0.113.5 --remote-port 443
+take_connections <<'END'
+PERMIT --program C:\Tools\App-1.3\app.exe --remote 203.0.113.5 --remote-port 443
+PERMIT --program C:\Tools\App-1.2\app.exe --remote 203.0.113.5 --remote-port 443
+END
+wait_for 20 verdicts_hold
+wait_for 5 is_logged 'Update detected: C:\Tools\App-1.2\app.exe -> C:\Tools\App-1.3\app.exe (publisher "Example Publisher")'
+wait_for 5 has_event all '"type":"app_updated"'
+stop_service
+
+# A system without the newest form of the reports: a library that lacks it, as it lacks any other.
+sed 's/FwpmNetEventSubscribe4/FwpmNetEventSubscribe9/' "$1/simulation/bench/fwpuclnt.dll" \
+  >"$machine_dir/older.dll"
+cp --remove-destination "$machine_dir/older.dll" "$drive_c/windows/system32/fwpuclnt.dll"
+mark_log
+start_service
+expect_logged 'FwpmNetEventSubscribe4 failed ('
+expect_logged ') - falling back to FwpmNetEventSubscribe0'
+expect_logged 'Subscribed to WFP net events (FwpmNetEventSubscribe0)'
+drop --program 'C:\Tools\other.exe' --remote 203.0.113.5 --remote-port 443
+expect_records <<'END'
+C:\tools\other.exe|out|6|49152|203.0.113.5|443|default|-|-|1
+END
+stop_service

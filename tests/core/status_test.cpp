@@ -20,10 +20,11 @@ std::string Status() {
 }
 
 TEST(Status, OfAFreshProcessHoldsEveryKeyAndNoFallback) {
-  EXPECT_EQ(Status(),
-            R"({"ok":true,"version":"1.2.2","build":"48","enabled":true,"filters":0,)"
-            R"("boot_filter":false,"last_error":"","net_events":0,"net_drops":0,"warnings":[],)"
-            R"("changed_apps":[],"modules_running":0})");
+  EXPECT_EQ(Status(), R"({"ok":true,"version":"1.2.2","build":"48","enabled":true,"filters":0,)"
+                      R"("boot_filter":false,"last_error":"",)"
+                      R"("blocklists":[{"id":"drop","entries":0,"updated":0,"source":""}],)"
+                      R"("blocklists_busy":false,"net_events":0,"net_drops":0,"warnings":[],)"
+                      R"("changed_apps":[],"modules_running":0})");
 }
 
 TEST(Status, TellsTheFallbackAndCountersOfAnySize) {
@@ -41,7 +42,9 @@ TEST(Status, TellsTheFallbackAndCountersOfAnySize) {
   Core.ModulesRunning = 2;
   EXPECT_EQ(Status(),
             "{\"ok\":true,\"version\":\"1.2.2\",\"build\":\"48\",\"enabled\":false,\"filters\":0,"
-            "\"boot_filter\":true,\"last_error\":\"caf\xC3\xA9\",\"fallback\":\"restored\","
+            "\"boot_filter\":true,\"last_error\":\"caf\xC3\xA9\","
+            "\"blocklists\":[{\"id\":\"drop\",\"entries\":0,\"updated\":0,\"source\":\"\"}],"
+            "\"blocklists_busy\":false,\"fallback\":\"restored\","
             "\"fallback_cause\":\"corrupt\",\"fallback_from\":\"lastgood\","
             "\"net_events\":9.2233720368547758e+18,\"net_drops\":9223372036854775807,"
             "\"warnings\":[],\"changed_apps\":[],\"modules_running\":2}");

@@ -2,6 +2,18 @@
 # those who ask for the list.
 put_program Tools/tool.exe 'a tool'
 cp "$1/tests/endtoend/port_service.exe" "$drive_c/Tools/"
+# A service of the shared host. Its account's SID follows from its name.
+wine sc create Shared DisplayName= 'Shared service' \
+  binPath= 'C:\windows\system32\svchost.exe -k shared' >/dev/null 2>&1
+wine reg add 'HKLM\SYSTEM\CurrentControlSet\Services\Shared' /v ServiceSidType /t REG_DWORD /d 1 /f \
+  >/dev/null 2>&1
+shared_sid=$(
+  python3 - <<'END'
+import hashlib, struct
+parts = struct.unpack("<5I", hashlib.sha1("SHARED".encode("utf-16-le")).digest())
+print("S-1-5-80-" + "-".join(map(str, parts)))
+END
+)
 put_config <<'END'
 {"presets_version": 9, "apps": [
   {"path": "C:\\Tools\\tool.exe"}, {"path": "C:\\Tools\\refused.exe", "action": "block"}],
@@ -80,7 +92,8 @@ out	6	C:\Tools\tool.exe	203.0.113.5:23	rule: No telnet
 in	6	C:\tools\refused.exe	[2001:db8::5]:80	app
 END
 
-# A process of the shared host is named by the service that owns its port.
+# A process of the shared host is named by the service whose filter dropped the connection, or else
+# by the one that owns its port.
 port=$((20000 + $$ % 20000))
 wine sc create PortHolder binPath= "C:\\Tools\\port_service.exe $port" >/dev/null 2>&1
 wine sc start PortHolder >/dev/null 2>&1
@@ -89,21 +102,26 @@ port_is_held() {
 }
 wait_for 10 port_is_held
 ask '{"cmd":"clear_log"}' || fail 'clear_log was refused'
-for local_port in "$port" 9; do
+drop_of_host() {
   drop --program 'C:\windows\system32\svchost.exe' --protocol udp --remote 203.0.113.5 \
-    --remote-port "$local_port" --local-port "$local_port"
-done
+    --remote-port "$1" --local-port "$2" "${@:3}"
+}
+drop_of_host 1 "$port" --user "$shared_sid"
+drop_of_host 2 "$port"
+drop_of_host 3 9
 # Clearing has emptied the list and left the file.
 expect_records <<END
-C:\\windows\\system32\\svchost.exe|out|17|$port|203.0.113.5|$port|default|-|PortHolder|1
-C:\\windows\\system32\\svchost.exe|out|17|9|203.0.113.5|9|default|-|-|1
+C:\\windows\\system32\\svchost.exe|out|17|$port|203.0.113.5|1|default|-|Shared|1
+C:\\windows\\system32\\svchost.exe|out|17|$port|203.0.113.5|2|default|-|PortHolder|1
+C:\\windows\\system32\\svchost.exe|out|17|9|203.0.113.5|3|default|-|-|1
 END
-expect_activity <<END
-out	6	C:\\tools\\other.exe	203.0.113.5:443	default
-out	6	C:\\Tools\\tool.exe	203.0.113.5:23	rule: No telnet
-in	6	C:\\tools\\refused.exe	[2001:db8::5]:80	app
-out	17	C:\\windows\\system32\\svchost.exe (PortHolder)	203.0.113.5:$port	default
-out	17	C:\\windows\\system32\\svchost.exe	203.0.113.5:9	default
+expect_activity <<'END'
+out	6	C:\tools\other.exe	203.0.113.5:443	default
+out	6	C:\Tools\tool.exe	203.0.113.5:23	rule: No telnet
+in	6	C:\tools\refused.exe	[2001:db8::5]:80	app
+out	17	C:\windows\system32\svchost.exe (Shared)	203.0.113.5:1	default
+out	17	C:\windows\system32\svchost.exe (PortHolder)	203.0.113.5:2	default
+out	17	C:\windows\system32\svchost.exe	203.0.113.5:3	default
 END
 
 # A new version of a listed program by the same publisher is let through once it was blocked.

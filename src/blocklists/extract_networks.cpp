@@ -110,7 +110,7 @@ bool IsCandidate(std::string_view word, std::uint8_t kinds) {
 
 // The texts without those that stood before. They are compared in an order by hash instead of being
 // looked up in a table of hashes, which a feed could be made to fill at one place.
-std::vector<std::wstring> WithoutRepeated(std::vector<std::string_view>& texts) {
+std::vector<std::wstring> WithoutRepeated(const std::vector<std::string_view>& texts) {
   struct Key {
     std::size_t hash;
     std::size_t index;
@@ -131,6 +131,7 @@ std::vector<std::wstring> WithoutRepeated(std::vector<std::string_view>& texts) 
         keys[i].hash == keys[i - 1].hash && texts[keys[i].index] == texts[keys[i - 1].index];
   }
   std::vector<std::wstring> result;
+  result.reserve(static_cast<std::size_t>(std::count(repeated.begin(), repeated.end(), false)));
   for (std::size_t i = 0; i < texts.size(); ++i) {
     if (!repeated[i]) result.emplace_back(texts[i].begin(), texts[i].end());
   }

@@ -1,0 +1,125 @@
+// What a blocked connection costs on its way into the list and the file: repeats, of which a storm
+// consists, and first occurrences, of which a port scan does.
+//
+// The bounds of the same run do no more than the least: keeping a copy of the record, as a first
+// occurrence must; making its JSON text, as a subscriber needs it; appending a line to the same
+// file on the simulated machine's disk. All times are the processor's.
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <list>
+#include <vector>
+
+#include "control/event_stream.h"
+#include "core/line_file.h"
+#include "events/activity_log.h"
+#include "simulation/machine/machine.h"
+
+namespace kestrelon {
+namespace {
+
+constexpr std::uint32_t kEvents = 200'000;
+constexpr std::uint32_t kWrittenEvents = 3'000;
+constexpr std::uint32_t kLinesInSpan = 300;
+constexpr std::uint64_t kSpanMs = 60'000;
+constexpr std::uint32_t kSearched = 64;  // records among which a twin is looked for
+constexpr std::size_t kKept = 2000;
+constexpr std::uint32_t kScannedPorts = 4096;
+constexpr int kRounds = 5;
+
+// Of a port scan. Each comes again only when the search for its twin no longer reaches it.
+std::vector<BlockedEvent> ScanEvents() {
+  BlockedEvent event;
+  event.time = simulation::kFirstSystemTime;
+  event.app = L"C:\\Program Files\\Vendor\\Product\\application.exe";
+  event.protocol = 6;
+  event.local_addr = L"192.0.2.7";
+  event.remote_addr = L"203.0.113.5";
+  event.local_port = 49152;
+  event.reason = L"default";
+  std::vector<BlockedEvent> events(kScannedPorts, event);
+  for (std::uint32_t n = 0; n < kScannedPorts; ++n) events[n].remote_port = n;
+  return events;
+}
+
+double ProcessorNanoseconds() {
+  timespec now{};
+  if (clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now) != 0) std::abort();
+  return 1e9 * static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec);
+}
+
+// Nanoseconds for one of so many events, in the best round.
+double PerEvent(std::uint32_t events, const std::function<void(std::uint32_t)>& one) {
+  double best = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    const double begin = ProcessorNanoseconds();
+    for (std::uint32_t n = 0; n < events; ++n) one(n);
+    const double taken = (ProcessorNanoseconds() - begin) / events;
+    if (round == 0 || taken < best) best = taken;
+  }
+  return best;
+}
+
+double RecordAmong(const std::vector<BlockedEvent>& events, std::uint32_t connections) {
+  return PerEvent(kEvents, [&](std::uint32_t n) { RecordBlockedEvent(events[n % connections]); });
+}
+
+void Print(const char* what, double taken, const char* bound_name, double bound) {
+  std::printf("%-48s %9.0f events/s = %5.2f x %s\n", what, 1e9 / taken, taken / bound, bound_name);
+}
+
+void MeasureUnwritten(const std::vector<BlockedEvent>& events) {
+  std::list<BlockedEvent> copies;
+  const double copy = PerEvent(kEvents, [&](std::uint32_t n) {
+    copies.push_back(events[n % kScannedPorts]);
+    if (copies.size() > kKept) copies.pop_front();
+  });
+  const char* bound = "keeping a copy of the record";
+  Print("a repeat of the newest connection", RecordAmong(events, 1), bound, copy);
+  Print("a repeat of the farthest that is searched", RecordAmong(events, kSearched), bound, copy);
+  if (RecentBlockedEvents().back().count == 1) std::abort();  // then it was no repeat
+  const double first = RecordAmong(events, kScannedPorts);
+  if (RecentBlockedEvents().back().count != 1) std::abort();
+  Print("a first occurrence beyond the file's share", first, bound, copy);
+}
+
+void MeasurePublished(const std::vector<BlockedEvent>& events) {
+  std::size_t bytes = 0;
+  const double json = PerEvent(kEvents, [&](std::uint32_t n) {
+    bytes += BlockedEventToJson(events[n % kScannedPorts]).Dump(false).size();
+  });
+  if (bytes == 0) std::abort();
+  const Subscription stalled;
+  Print("a repeat, with a subscriber that takes none", RecordAmong(events, 1),
+        "making its JSON text", json);
+}
+
+void MeasureWritten(const std::vector<BlockedEvent>& events) {
+  simulation::Machine& machine = simulation::TheMachine();
+  constexpr const wchar_t* kFile = L"C:\\ProgramData\\Kestrelon\\activity.log";
+  constexpr const wchar_t* kOtherFile = L"C:\\ProgramData\\Kestrelon\\bound.log";
+  machine.files.Remove(kFile);
+  const double written = PerEvent(kWrittenEvents, [&](std::uint32_t n) {
+    if (n % kLinesInSpan == 0) machine.clock.Advance(kSpanMs);
+    RecordBlockedEvent(events[n]);
+  });
+  const std::string log = machine.files.Read(kFile).value_or("");
+  const std::string line(log.size() / (kWrittenEvents * kRounds), 'x');
+  const double append = PerEvent(kWrittenEvents, [&](std::uint32_t) {
+    GuardLock lock(LogGuard);
+    AppendToLineFile(kOtherFile, 0x400000, line);
+  });
+  Print("a first occurrence that is written", written, "appending a line as long", append);
+}
+
+}  // namespace
+}  // namespace kestrelon
+
+int main() {
+  simulation::TheMachine().files.MakeDirectories(L"C:\\ProgramData\\Kestrelon");
+  const std::vector<kestrelon::BlockedEvent> events = kestrelon::ScanEvents();
+  kestrelon::MeasureUnwritten(events);
+  kestrelon::MeasurePublished(events);
+  kestrelon::MeasureWritten(events);
+}

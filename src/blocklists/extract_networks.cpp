@@ -44,13 +44,15 @@ std::uint8_t KindOf(char byte) {
 // rejected unparsed: the parser would make wide copies of what may be a whole feed.
 constexpr std::size_t kLongestAddress = 256;
 
+using Ipv6Bytes = std::array<std::uint8_t, 16>;
+
 struct Ipv4Range {
   std::uint32_t low;
   std::uint32_t high;
 };
 
 // What the machine itself lives on, or no network that could be reached.
-constexpr Ipv4Range kReserved[] = {
+constexpr Ipv4Range kReservedIpv4[] = {
     {0x00000000, 0x00FFFFFF},  // 0.0.0.0/8
     {0x0A000000, 0x0AFFFFFF},  // 10.0.0.0/8
     {0x64400000, 0x647FFFFF},  // 100.64.0.0/10
@@ -65,21 +67,40 @@ constexpr std::uint32_t kLeastIpv6Prefix = 16;
 
 bool MayBlockIpv4(const AddressEntry& entry) {
   if (entry.high - entry.low >= kTooWide) return false;
-  return std::none_of(std::begin(kReserved), std::end(kReserved), [&](const Ipv4Range& range) {
-    return entry.low <= range.high && entry.high >= range.low;
-  });
+  return std::none_of(
+      std::begin(kReservedIpv4), std::end(kReservedIpv4),
+      [&](const Ipv4Range& range) { return entry.low <= range.high && entry.high >= range.low; });
+}
+
+struct Ipv6Network {
+  Ipv6Bytes address;
+  std::uint32_t prefix;
+};
+
+constexpr Ipv6Network kReservedIpv6[] = {
+    {{0xFF}, 8},                                       // multicast
+    {{0xFE, 0x80}, 10},                                // link-local
+    {{0xFC}, 7},                                       // unique local
+    {{}, 120},                                         // unspecified, loopback and the like
+    {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF}, 96},  // IPv4-mapped
+};
+
+bool StartsAlike(const Ipv6Bytes& a, const Ipv6Bytes& b, std::uint32_t bits) {
+  const std::uint32_t whole = bits / 8;
+  if (!std::equal(a.begin(), a.begin() + whole, b.begin())) return false;
+  return bits % 8 == 0 || (a[whole] ^ b[whole]) >> (8 - bits % 8) == 0;
 }
 
 bool MayBlockIpv6(const AddressEntry& entry) {
-  const auto& bytes = entry.address;
+  const Ipv6Bytes& bytes = entry.address;
   if (entry.prefix < kLeastIpv6Prefix) return false;
-  const auto zero = [](std::uint8_t byte) { return byte == 0; };
-  const bool like_unspecified = std::all_of(bytes.begin(), bytes.end() - 1, zero);
-  const bool multicast = bytes[0] == 0xFF;
-  const bool link_local = bytes[0] == 0xFE && (bytes[1] & 0xC0) == 0x80;
-  const bool unique_local = (bytes[0] & 0xFE) == 0xFC;
-  const bool ipv4_mapped = bytes[0] == 0 && bytes[1] == 0 && bytes[10] == 0xFF && bytes[11] == 0xFF;
-  return !like_unspecified && !multicast && !link_local && !unique_local && !ipv4_mapped;
+  // Whatever stands between: no network has such an address but to look like a mapped one.
+  if (bytes[0] == 0 && bytes[1] == 0 && bytes[10] == 0xFF && bytes[11] == 0xFF) return false;
+  // Two networks touch when they agree as far as the wider one reaches: "0:0:1::/16" holds ::1.
+  return std::none_of(
+      std::begin(kReservedIpv6), std::end(kReservedIpv6), [&](const Ipv6Network& reserved) {
+        return StartsAlike(bytes, reserved.address, std::min(entry.prefix, reserved.prefix));
+      });
 }
 
 // Judges candidates. A feed has many: what the parser needs is kept from one to the next.

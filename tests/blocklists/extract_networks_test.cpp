@@ -83,6 +83,8 @@ TEST(ExtractNetworks, RejectsWhatWouldCutTheMachineOff) {
       {"2001:db8::/32 2001::/16 fe00::1 fec0::1 fbff::/16 ::1:0:0 ::ffff:0",
        "2001:db8::/32 2001::/16 fe00::1 fec0::1 fbff::/16 ::1:0:0 ::ffff:0 "},
       {"2001::/15 fe80::/64 FD00::/8 ff02::1 ::1 ::ffff:1.2.3.4", "-6"},
+      // What the host bits hide: these hold ::1 and the mapped addresses all the same.
+      {"0:0:1::/16 ::1:0:0/80 ::ffc0:0:0/90 1::/16 0:0:1::/48", "1::/16 0:0:1::/48 -3"},
       {":: ::/64 fc00::1 febf::1 ::ff 0:0:1::ffff:1.2.3.4", "-6"},
   });
 }

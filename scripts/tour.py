@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""Shows on a running machine what the service does: verdicts on ten connections, then changes
-through the pipe, tampering, and a replaced program, each with what the service makes of it.
+"""Shows on a running machine what the service does: verdicts on eleven connections, then changes
+through the pipe, tampering, and a replaced program, each with what the service makes of it, and what
+it has noted of the blocked ones.
 
     tour.py DRIVE_C     the machine's drive C:, with wfpctl.exe and KestrelonPipe.exe in C:\\bench
 """
@@ -23,6 +24,7 @@ CONNECTIONS = [
     ("and on IPv6", BROWSER, "out", "tcp", "2001:db8::5", 443),
     ("but nothing comes in for it", BROWSER, "in", "tcp", "203.0.113.5", 8080),
     ("a block rule beats the permission", BROWSER, "out", "tcp", "198.51.100.7", 443),
+    ("and so does a blocklist", BROWSER, "out", "tcp", "203.0.113.200", 443),
     ("a blocked application", GAME, "out", "udp", "203.0.113.9", 27015),
     ("a program nobody listed", UNKNOWN, "out", "tcp", "203.0.113.5", 443),
     ("the same, from outside", UNKNOWN, "in", "tcp", "203.0.113.5", 3389),
@@ -31,7 +33,7 @@ CONNECTIONS = [
     ("Windows anywhere else", SVCHOST, "out", "tcp", "203.0.113.5", 443),
 ]
 BROWSER_OUT = CONNECTIONS[0]
-UNKNOWN_OUT = CONNECTIONS[5]
+UNKNOWN_OUT = CONNECTIONS[6]
 
 
 def words(program, direction, protocol, remote, port):
@@ -164,15 +166,27 @@ def replace_program(machine):
     show(machine, BROWSER_OUT)
 
 
+def show_blocked(machine):
+    title("What was blocked, as a client sees it")
+    for event in machine.request(cmd="get_log")["events"]:
+        port = event["local_port"] if event["dir"] == "in" else event["remote_port"]
+        reason = event["reason"] + (f": {event['rule']}" if "rule" in event else "")
+        print(f'{event["count"]}x {event["app"] or "System"} {event["dir"]} '
+              f'{event["remote_addr"]} port {port} ({reason})', flush=True)
+
+
 def main():
     machine = Machine(pathlib.Path(sys.argv[1]))
-    title("Ten connections")
+    machine.wait_for_log("Blocklist 'drop' downloaded: ", 0)
+    machine.wait_for_verdict("BLOCK", CONNECTIONS[4])
+    title("Eleven connections")
     show_table(machine, CONNECTIONS)
     events = machine.drive_c / "events"
     follower = machine.follow(events)
     change_configuration(machine)
     tamper(machine)
     replace_program(machine)
+    show_blocked(machine)
     title("What a subscriber read meanwhile")
     print(events.read_text(encoding="utf-8").strip(), flush=True)
     follower.terminate()

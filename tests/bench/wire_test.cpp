@@ -151,24 +151,6 @@ TEST(Wire, EventsOfNoKnownTypeAreRefused) {
   }
 }
 
-TEST(Wire, CountsAreNotBelievedBeforeTheirBytesAreThere) {
-  const Bytes most = {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};
-  WireReader blob(most.data(), most.size());
-  WireReader text(most.data(), most.size());
-  WireReader list(most.data(), most.size());
-  (void)blob.Blob();
-  (void)text.Text();
-  EXPECT_EQ(list.Count(1), 0u);
-  EXPECT_FALSE(blob.ok() || text.ok() || list.ok());
-  // Just as many as can follow is allowed, one more is not.
-  for (const std::uint8_t count : {std::uint8_t{2}, std::uint8_t{3}}) {
-    const Bytes few = {count, 0, 0, 0, 9, 9, 9, 9};
-    WireReader reader(few.data(), few.size());
-    EXPECT_EQ(reader.Count(2), count == 2 ? 2u : 0u);
-    EXPECT_EQ(reader.ok(), count == 2);
-  }
-}
-
 // There is one form of each filter: what is read from any bytes is written as the same bytes again.
 TEST(Wire, SpoiltBytesAreRefusedOrMeanWhatTheySay) {
   const Bytes good = BytesOf(FilterWithEverything());

@@ -26,17 +26,6 @@ TEST(ConfigFile, AcceptsOneByteOrderMark) {
             L"invalid JSON in C:\\ProgramData\\Kestrelon\\config.json: unexpected character");
 }
 
-TEST(ConfigFile, TellsWhyItCannotLoad) {
-  StoreWorld world;
-  EXPECT_EQ(LoadError(world, ""),
-            L"invalid JSON in C:\\ProgramData\\Kestrelon\\config.json: unexpected end of input");
-  EXPECT_EQ(LoadError(world, "{\"enabled\":1}"), L"'enabled' must be true or false");
-  world.machine().faults.FailOnce("OpenFile", platform::kSharingViolation);
-  EXPECT_TRUE(
-      LoadError(world, "{}")
-          .starts_with(L"cannot read C:\\ProgramData\\Kestrelon\\config.json: 0x00000020 - "));
-}
-
 TEST(ConfigFile, SizeLimitIsExclusive) {
   StoreWorld world;
   std::string text(0x4000000 - 1, ' ');

@@ -16,17 +16,6 @@ std::wstring BackupPath(const std::wstring& name) {
   return kBackups + name;
 }
 
-TEST(ObtainStartConfig, AFirstStartThatCannotWriteIsFollowedByAnother) {
-  StoreWorld world;
-  world.machine().faults.FailOnce("RenameFile", platform::kAccessDenied);
-  EXPECT_EQ(world.Obtain(), DefaultConfig());
-  EXPECT_FALSE(world.Created());
-  EXPECT_TRUE(world.Log().starts_with(L"Cannot write default configuration: cannot replace "));
-  EXPECT_EQ(world.Obtain(), DefaultConfig());
-  EXPECT_TRUE(world.Created());
-  EXPECT_EQ(world.Fallback(), L"|||");
-}
-
 TEST(ObtainStartConfig, TakesWhatLoadsOrRestoresOrBlocksAll) {
   const std::wstring damaged = L"Configuration is unreadable (invalid JSON in " + kConfigFile +
                                L": unexpected character) - moving it to config.json.bad\n";
@@ -91,19 +80,6 @@ TEST(ObtainStartConfig, ARecoveryThatCannotBeWrittenIsStillInForce) {
   world.Put(kLastGood, MarkedConfig(L"good"));
   EXPECT_EQ(world.Obtain(), MarkedConfig(L"good"));
   EXPECT_EQ(world.Fallback(), L"restored|missing|lastgood|");
-}
-
-TEST(ConfigCreated, OnlyTheValueOneCounts) {
-  StoreWorld world;
-  world.SetCreated(2);
-  EXPECT_FALSE(ConfigCreatedIsSet());
-  SetConfigCreated();
-  EXPECT_TRUE(world.Created() && ConfigCreatedIsSet());
-  world.machine().faults.FailAlways("WriteRegistryDword", platform::kAccessDenied);
-  world.SetCreated(0);
-  SetConfigCreated();
-  EXPECT_TRUE(
-      world.Log().starts_with(L"Cannot write SOFTWARE\\Kestrelon\\ConfigCreated: 0x00000005"));
 }
 
 TEST(RestoreConfig, TakesTheNewestCopyThatLoads) {

@@ -109,14 +109,6 @@ TEST(HeldFile, KeepsItsName) {
   EXPECT_FALSE(Exists(to));
 }
 
-TEST(RenameFile, ChangesTheCaseOfAName) {
-  const std::wstring directory = FreshDirectory();
-  WriteWhole(directory + L"\\name", "x");
-  ASSERT_EQ(RenameFile(directory + L"\\name", directory + L"\\NAME", kReplaceExisting), kSuccess);
-  EXPECT_EQ(Names(directory + L"\\*"), std::vector<std::wstring>{L"NAME"});
-  EXPECT_EQ(ReadWhole(directory + L"\\name"), "x");
-}
-
 TEST(DuplicateFile, ReplacesTheTargetAndLeavesTheSource) {
   const std::wstring directory = FreshDirectory();
   WriteWhole(directory + L"\\a", "longer than before");

@@ -111,19 +111,6 @@ TEST_F(FileBytes, AreAppendedAtTheEndAsItIsAtEachWrite) {
   EXPECT_EQ(ReadWhole(path_), "1234");
 }
 
-TEST_F(FileBytes, AreRefusedWithoutTheAccess) {
-  WriteWhole(path_, "a");
-  char byte = 'x';
-  std::uint32_t count = 7;
-  ASSERT_EQ(OpenToRead(path_, file_), kSuccess);
-  EXPECT_EQ(WriteFileBytes(file_, &byte, 1, count), kAccessDenied);
-  EXPECT_EQ(FlushFile(file_), kAccessDenied);
-  ASSERT_EQ(Open(path_, kGenericWrite, kShareAll, kOpenExisting, file_), kSuccess);
-  EXPECT_EQ(ReadFileBytes(file_, &byte, 1, count), kAccessDenied);
-  EXPECT_EQ(FlushFile(file_), kSuccess);
-  EXPECT_EQ(count, 7u);
-}
-
 TEST_F(Files, InformationTellsSizeKindAndWriteTime) {
   const auto before = static_cast<std::uint64_t>(SystemTime());
   WriteWhole(path_, "12345");
@@ -155,17 +142,6 @@ TEST_F(FileNames, HaveTheLetterCaseOfTheDiskInTheirFinalFormWhateverTheyAreOpene
     ASSERT_EQ(FinalPathName(file_, path), kSuccess);
     EXPECT_EQ(path, L"\\\\?\\" + directory_ + final);
   }
-}
-
-TEST_F(FileNames, MayBeLongToTheLimitOfAComponentAndBeyondThatOfAPath) {
-  const std::wstring name(255, L'n');
-  const std::wstring deep = L"\\\\?\\" + directory_ + L"\\" + std::wstring(200, L'd');
-  ASSERT_EQ(MakeDirectory(deep), kSuccess);
-  WriteWhole(deep + L"\\" + name, "x");
-  std::vector<FoundFile> found;
-  ASSERT_EQ(FindFiles(deep + L"\\*", 9, found), kSuccess);
-  ASSERT_EQ(found.size(), 1u);
-  EXPECT_EQ(found[0].name, name);
 }
 
 std::int64_t JournalNumber(const std::wstring& path) {

@@ -149,19 +149,6 @@ TEST(MakePipe, IsRefusedByTheFlagForTheFirstInstanceWhileThePipeExists) {
   EXPECT_EQ(Make(settings, first), kSuccess);
 }
 
-TEST(MakePipe, KeepsToTheNumberOfInstancesOrToNone) {
-  PipeSettings settings = SettingsOf(FreshName());
-  settings.instances = 2;
-  Pipe pipes[3];
-  for (const int i : {0, 1}) ASSERT_EQ(Make(settings, pipes[i]), kSuccess);
-  EXPECT_EQ(Make(settings, pipes[2]), kPipeBusy);
-  pipes[0].Close();
-  EXPECT_EQ(Make(settings, pipes[2]), kSuccess);
-  const PipeSettings unlimited = SettingsOf(FreshName());
-  std::vector<Pipe> many(kUnlimitedPipeInstances + 2);
-  for (Pipe& pipe : many) ASSERT_EQ(Make(unlimited, pipe), kSuccess);
-}
-
 TEST(OpenPipe, NeedsAFreeInstanceOfTheNameInAnyLetterCase) {
   Pipe client;
   Pipe second;

@@ -30,15 +30,6 @@ TEST(EqualIgnoringCase, ComparesLetterByLetter) {
   EXPECT_FALSE(EqualIgnoringCase(std::wstring_view(L"a\0b", 3), std::wstring_view(L"a\0c", 3)));
 }
 
-TEST(StartsWithIgnoringCase, TakesAWholePrefix) {
-  for (const wchar_t* text : {L"SERVICE:x", L"service:"}) {
-    EXPECT_TRUE(StartsWithIgnoringCase(text, L"service:"));
-  }
-  for (const wchar_t* text : {L"service", L"xservice:", L""}) {
-    EXPECT_FALSE(StartsWithIgnoringCase(text, L"service:"));
-  }
-}
-
 TEST(LowerCase, ChangesLettersAlone) {
   EXPECT_EQ(LowerCase(L"C:\\Program Files\\X [1].EXE"), L"c:\\program files\\x [1].exe");
   EXPECT_EQ(LowerCase(L"\u00c4\u00c9\u0416\u03a9\u00df"), L"\u00e4\u00e9\u0436\u03c9\u00df");

@@ -115,13 +115,6 @@ TEST_F(Dispatch, FileInfoTellsWhatAFileOrTheProgramOfAServiceIs) {
   }
 }
 
-TEST_F(Dispatch, AnAcceptedConfigurationIsLiveAndAnsweredByTheStatus) {
-  const std::string reply = Set(Permitting(L"198.51.100.2"));
-  EXPECT_TRUE(reply.starts_with(R"({"ok":true,"version":"1.2.2",)")) << reply;
-  EXPECT_EQ(reply, Ask(R"({"cmd":"status"})"));
-  EXPECT_EQ(Live(), Text(Permitting(L"198.51.100.2")));
-}
-
 TEST_F(Dispatch, SetConfigLeavesTheModulesAsTheyWere) {
   const ModuleEntry approved{L"net", true, L"1.0", L"grant", 1};
   {
@@ -133,16 +126,6 @@ TEST_F(Dispatch, SetConfigLeavesTheModulesAsTheyWere) {
   EXPECT_TRUE(Set(changed).starts_with(R"({"ok":true,)"));
   changed.modules = {approved};
   EXPECT_EQ(Live(), Text(changed));
-}
-
-TEST_F(Dispatch, ARejectedConfigurationIsNotLive) {
-  const std::string before = Live();
-  EXPECT_TRUE(Set(Permitting(L"198.51.100.300"))
-                  .starts_with(R"({"ok":false,"error":"Invalid configuration: )"));
-  machine.faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
-  EXPECT_TRUE(Set(Permitting(L"198.51.100.2"))
-                  .starts_with(R"({"ok":false,"error":"FwpmTransactionCommit0: 0x80320012)"));
-  EXPECT_EQ(Live(), before);
 }
 
 // What the core does under its guard may take long: reading a large document must not, and need

@@ -1,6 +1,4 @@
 // Who may come to the pipe, and what is answered to frames of every kind and length.
-#include <deque>
-
 #include "control/frames.h"
 #include "control/pipe_server.h"
 #include "tests/control/pipe_world.h"
@@ -77,17 +75,6 @@ TEST_F(PipeRequests, OneByteOverTheLongestRequestEndsTheConnection) {
   EXPECT_EQ(client.Ask(request), kEnded);
   EXPECT_TRUE(Eventually([] { return ServedClients() == 0; }));
   EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: ")) << "others are served";
-}
-
-TEST_F(PipeRequests, AHundredClientsAreServedAtOnce) {
-  std::deque<PipeClient> clients;
-  for (int i = 0; i < 100; ++i) {
-    clients.emplace_back().Send(R"({"cmd":"client)" + std::to_string(i) + R"("})");
-  }
-  for (std::size_t i = 0; i < clients.size(); ++i) {
-    EXPECT_EQ(clients[i].Receive(), Refusal("unknown command: client" + std::to_string(i)));
-  }
-  EXPECT_EQ(ServedClients(), 100U);
 }
 
 }  // namespace

@@ -55,17 +55,5 @@ TEST(CommandLine, ElevationThatCannotBeReadCountsAsNone) {
   EXPECT_EQ(RunCommandLine({L"--console"}), 5);
 }
 
-TEST(CommandLine, AServiceThatCannotReachItsManagerSaysNothing) {
-  simulation::Machine& machine = simulation::TheMachine();
-  machine.faults.FailOnce("RunAsService", platform::kAccessDenied);
-  EXPECT_EQ(RunCommandLine({}), 1);
-  EXPECT_TRUE(machine.console.output.empty());
-}
-
-TEST(CommandLine, AForegroundRunWithoutAnEngineFails) {
-  simulation::TheMachine().engine.Stop();
-  EXPECT_EQ(RunCommandLine({L"--console"}), 1);
-}
-
 }  // namespace
 }  // namespace kestrelon

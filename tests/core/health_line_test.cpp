@@ -54,19 +54,5 @@ TEST_F(HealthLineTest, SumsUpTheStateOfTheService) {
             "restored after tampering 7, changed files blocked 8, modules running 9\r\n");
 }
 
-TEST_F(HealthLineTest, TellsTheErrorThatStandsAndZerosForWhatItCannotRead) {
-  machine.faults.FailAlways("OwnMemoryUse", platform::kAccessDenied);
-  machine.faults.FailAlways("OwnHandleCount", platform::kAccessDenied);
-  {
-    GuardLock lock(ConfigGuard);
-    Core.CurrentConfig.enabled = false;
-    Core.LastError = L"no engine";
-  }
-  EXPECT_EQ(LineAfter(300'000),
-            "Health: up 0.1 h, memory 0.0 MB (private 0.0 MB), 0 handles, protection OFF, "
-            "0 filters, net events 0 (Kestrelon drops 0), applies 0 (failed 0), restored after "
-            "tampering 0, changed files blocked 0, modules running 0, error: no engine\r\n");
-}
-
 }  // namespace
 }  // namespace kestrelon

@@ -47,16 +47,6 @@ TEST_F(ServiceLog, RotatesAboveTwoMebibytesAndKeepsOneGeneration) {
   EXPECT_EQ(machine.files.Read(kOldLog), full + "2026-11-21 12:00:00  one more\r\n");
 }
 
-TEST_F(ServiceLog, DropsALineThatCannotBeWritten) {
-  LogService(L"kept");
-  machine.files.HoldOpen(kLog);
-  LogService(L"dropped");
-  machine.files.LetGo(kLog);
-  LogService(L"kept too");
-  EXPECT_EQ(Log(), "2026-11-21 12:00:00  kept\r\n2026-11-21 12:00:00  kept too\r\n");
-  EXPECT_EQ(machine.files.open_handles(), 0U);
-}
-
 TEST(ErrorText, HoldsCodeAndMessageOrTheCodeAlone) {
   EXPECT_EQ(ErrorText(5).substr(0, 13), L"0x00000005 - ");
   EXPECT_EQ(ErrorText(0x1FFFFFFF), L"0x1FFFFFFF");

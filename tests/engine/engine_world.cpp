@@ -18,7 +18,7 @@ Guid Key(std::uint8_t number) {
   return key;
 }
 
-Bytes DescriptorOf(const std::vector<AccessEntry>& entries, bool is_protected) {
+Bytes DescriptorOf(const std::vector<AccessEntry>& entries) {
   Bytes list;
   for (const AccessEntry& entry : entries) {
     list.push_back(entry.allow ? 0 : 1);
@@ -29,7 +29,7 @@ Bytes DescriptorOf(const std::vector<AccessEntry>& entries, bool is_protected) {
   }
   constexpr std::size_t kHeader = 20;
   Bytes bytes = {1, 0};
-  PutNumber(bytes, is_protected ? 0x9004 : 0x8004, 2);
+  PutNumber(bytes, 0x9004, 2);
   bytes.resize(bytes.size() + 12);  // neither owner nor group nor audit list
   PutNumber(bytes, kHeader, 4);
   bytes.push_back(2);

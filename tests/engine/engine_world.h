@@ -19,7 +19,7 @@ using platform::Value;
 Guid Key(std::uint8_t number);
 
 // A self-relative descriptor with these entries, cut off from what a container passes on.
-Bytes DescriptorOf(const std::vector<AccessEntry>& entries, bool is_protected = true);
+Bytes DescriptorOf(const std::vector<AccessEntry>& entries);
 
 // A user's access descriptor, as conditions hold it.
 Value UserCondition(const std::vector<AccessEntry>& entries);

@@ -48,17 +48,6 @@ TEST_F(Lifetimes, NothingRefersToWhatPassesBeforeIt) {
   EXPECT_EQ(engine.GetSublayer(session, Key(5), gone), kSublayerNotFound);
 }
 
-TEST_F(Lifetimes, SessionsDeleteOnlyWhatIsTheirsToDelete) {
-  const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
-  const SessionId other = Open(LocalSystemCaller(), kSessionDynamic);
-  ASSERT_EQ(AddAs(dynamic, WithKey(1)), kSuccess);
-  ASSERT_EQ(Add(WithKey(2)), kSuccess);
-  EXPECT_EQ(engine.DeleteFilter(other, Key(1)), kWrongSession);
-  EXPECT_EQ(engine.DeleteFilter(session, Key(1)), kWrongSession);
-  EXPECT_EQ(engine.DeleteFilter(dynamic, Key(2)), kDynamicSessionInProgress);
-  EXPECT_EQ(engine.DeleteFilter(dynamic, Key(1)), kSuccess);
-}
-
 // Which of the filters of each lifetime block, by the port that each of them is about.
 TEST_F(Lifetimes, EachStateOfTheServiceEnforcesItsOwn) {
   const auto add = [&](SessionId as, std::uint16_t port, std::uint32_t flags) {
@@ -107,27 +96,6 @@ TEST_F(Lifetimes, StopEndsSessionsAndTheirTransactions) {
   EXPECT_EQ(engine.CloseSession(session), kInvalidHandle);
   EXPECT_EQ(engine.CloseSession(0), kSuccess);
   EXPECT_EQ(engine.open_sessions(), 0u);
-}
-
-// A provider's service must start by itself for its persistent filters to be in force.
-TEST_F(Lifetimes, FiltersWaitForTheServiceThatTheirProviderNames) {
-  Provider provider;
-  provider.key = Key(9);
-  provider.name = L"Served";
-  provider.flags = kProviderPersistent;
-  provider.service_name = L"Service";
-  ASSERT_EQ(engine.AddProvider(session, provider, {}), kSuccess);
-  Filter filter = WithKey(1, kFilterPersistent);
-  filter.provider = Key(9);
-  filter.sublayer = kUniversalSublayer;
-  ASSERT_EQ(Add(filter), kSuccess);
-  for (const bool automatic : {false, true}) {
-    if (automatic) engine.SetAutoStartServices({L"Service"});
-    engine.Stop();
-    engine.Start();
-    EXPECT_EQ(Permits(), !automatic);
-    EXPECT_EQ((engine.Filters().at(0)->flags & kFilterDisabled) != 0, !automatic);
-  }
 }
 
 TEST_F(Lifetimes, PersistentObjectsComeBackFromTheirBytes) {

@@ -58,21 +58,6 @@ TEST_F(Notifications, TellOfWhatASessionTakesAlongButNotOfWhatWasAborted) {
   EXPECT_EQ(Heard(), "+4-4");
 }
 
-TEST_F(Notifications, TellOnlyWhatWasAskedForAndMayBeRead) {
-  SubscriptionId none = 0;
-  const auto ignore = [](const FilterChange&) {};
-  EXPECT_EQ(engine.SubscribeFilterChanges(listener, 0, ignore, none), kInvalidFlags);
-  EXPECT_EQ(engine.SubscribeFilterChanges(listener, 4, ignore, none), kInvalidFlags);
-  Subscribe(listener, kNotifyOnDelete);
-  const SessionId administrator = Open(AdministratorCaller());
-  Subscribe(administrator, kNotifyOnAdd);
-  const Bytes system_only = DescriptorOf({{true, kAllRights, LocalSystemSid()}});
-  ASSERT_EQ(AddAs(session, WithKey(1)), kSuccess);
-  ASSERT_EQ(AddAs(session, WithKey(2), system_only), kSuccess);
-  ASSERT_EQ(engine.DeleteFilter(session, Key(2)), kSuccess);
-  EXPECT_EQ(Heard(), "+1-2");
-}
-
 TEST_F(Notifications, TellChangesAndNetEventsInTheirOrder) {
   Subscribe(listener, kNotifyOnAdd | kNotifyOnDelete);
   SubscribeEvents(listener);

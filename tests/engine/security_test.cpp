@@ -75,24 +75,6 @@ TEST_F(Security, LockedObjectsRefuseAdministratorsByRight) {
   }
 }
 
-TEST_F(Security, KeyOfALockedObjectIsStillToldToBeTaken) {
-  ASSERT_EQ(AddSublayer(session, Key(5), 0, kProvider), kSuccess);
-  ASSERT_EQ(engine.SetProviderDacl(session, kProvider, Lock(kRightRead)), kSuccess);
-  EXPECT_EQ(AddSublayer(administrator, Key(5), 0, kProvider), kObjectExists);
-}
-
-TEST_F(Security, EmptyDescriptorInheritsAndTheNullListGrantsAll) {
-  const SessionId as = OpenAsUser();
-  Filter filter = WithKey(1);
-  ASSERT_EQ(Add(filter), kSuccess);
-  EXPECT_EQ(engine.DeleteFilter(as, Key(1)), kAccessDenied);
-  ASSERT_EQ(engine.SetFilterDacl(session, Key(1), {}), kSuccess);
-  EXPECT_EQ(engine.DeleteFilter(as, Key(1)), kSuccess);
-  // A list that isn't cut off has the container's entries too.
-  ASSERT_EQ(AddAs(session, filter, DescriptorOf({}, false)), kSuccess);
-  EXPECT_EQ(engine.DeleteFilter(administrator, Key(1)), kSuccess);
-}
-
 TEST_F(Security, EnumerationLeavesOutWhatMayNotBeRead) {
   for (std::uint8_t key = 1; key <= 3; ++key) {
     ASSERT_EQ(AddAs(session, WithKey(key), Lock(key == 2 ? kRightDelete : kRightRead)), kSuccess);

@@ -12,18 +12,6 @@ using namespace kestrelon::platform;
 
 using Transactions = EngineWorld;
 
-TEST_F(Transactions, CallsOutOfPlaceAreToldSo) {
-  EXPECT_EQ(engine.Begin(session, 2), kInvalidFlags);
-  EXPECT_EQ(engine.Begin(99, 0), kInvalidHandle);
-  SubscriptionId subscription = 0;
-  const auto ignore = [](const FilterChange&) {};
-  ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  EXPECT_EQ(engine.SetSublayerDacl(session, kSublayer, {}), kTransactionInProgress);
-  EXPECT_EQ(engine.SubscribeFilterChanges(session, kNotifyOnAdd, ignore, subscription),
-            kTransactionInProgress);
-  ASSERT_EQ(engine.Abort(session), kSuccess);
-}
-
 TEST_F(Transactions, LockIsWaitedForAsLongAsTheSessionSays) {
   const SessionId impatient = Open(LocalSystemCaller(), 0, 20);
   const SessionId another = Open(LocalSystemCaller(), 0, 20);

@@ -8,32 +8,6 @@ using namespace kestrelon::platform;
 
 using Validation = EngineWorld;
 
-// What the contract of src/platform doesn't say already.
-TEST_F(Validation, FilterIsRefusedByTheCodeOfItsMistake) {
-  const struct {
-    const char* what;
-    Code code;
-    void (*spoil)(Filter&);
-  } cases[] = {
-      {"disabled", kInvalidFlags, [](Filter& f) { f.flags = kFilterDisabled; }},
-      {"reserved flag", kInvalidFlags, [](Filter& f) { f.flags = 0x1000; }},
-      {"callout's flag", kInvalidFlags, [](Filter& f) { f.flags = 0x10; }},
-      {"context", kProviderContextNotFound, [](Filter& f) { f.flags = kFilterHasProviderContext; }},
-      {"type of weight", kInvalidWeight, [](Filter& f) { f.weight = std::uint16_t{1}; }},
-      {"no such action", kInvalidActionType, [](Filter& f) { f.action = 0x2006; }},
-      {"no such callout", kCalloutNotFound, [](Filter& f) { f.action = 0x5003; }},
-  };
-  for (const auto& c : cases) {
-    Filter filter = SomeFilter();
-    c.spoil(filter);
-    std::uint64_t id = 7;
-    EXPECT_EQ(engine.AddFilter(session, filter, {}, id), c.code) << c.what;
-    EXPECT_EQ(id, 7u) << c.what;
-  }
-  EXPECT_EQ(AddAs(session, SomeFilter(), {1, 2, 3}), kInvalidSecurityDescriptor);
-  EXPECT_TRUE(engine.Filters().empty());
-}
-
 TEST_F(Validation, ConditionIsRefusedByTheCodeOfItsMistake) {
   const Guid destination_type = kestrelon::MakeGuid("1ec1b7c9-4eea-4f5e-b9ef-76beaaaf17ee");
   const ByteArray16 v6{};
@@ -91,20 +65,6 @@ TEST_F(Validation, DamagedDescriptorIsNeverReadBeyondItsEnd) {
       }
     }
   }
-}
-
-TEST_F(Validation, ProviderAndSublayerAreRefusedByTheCodeOfTheirMistake) {
-  Provider provider;
-  EXPECT_EQ(engine.AddProvider(session, provider, {}), kNullDisplayName);
-  provider.name = L"Again";
-  provider.flags = 0x10;
-  EXPECT_EQ(engine.AddProvider(session, provider, {}), kInvalidFlags);
-  Sublayer sublayer;
-  sublayer.key = kUniversalSublayer;
-  sublayer.name = L"Again";
-  EXPECT_EQ(engine.AddSublayer(session, sublayer, {}), kObjectExists);
-  EXPECT_EQ(AddSublayer(session, Key(1), 0, Key(9)), kProviderNotFound);
-  EXPECT_EQ(AddSublayer(session, Key(1), 2, kProvider), kInvalidFlags);
 }
 
 TEST_F(Validation, FilterOfNoSublayerStandsInTheUniversalOne) {

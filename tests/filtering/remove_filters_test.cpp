@@ -69,12 +69,5 @@ TEST_F(Removal, AFailureLeavesEverythingAndIsToldByItsCall) {
   }
 }
 
-TEST_F(Removal, WhatIsMissingIsNoFailure) {
-  CloseEngine(TheEngine);
-  machine_.faults.FailOnce("DeleteSublayer", platform::kSublayerNotFound);
-  machine_.faults.FailOnce("DeleteProvider", platform::kProviderNotFound);
-  EXPECT_TRUE(RemoveAllFilters(true, error_)) << Utf8FromWide(error_);
-}
-
 }  // namespace
 }  // namespace kestrelon

@@ -10,16 +10,6 @@ namespace {
 
 using simulation::TheMachine;
 
-TEST(Paths, PartsAreCutAtTheLastSlash) {
-  EXPECT_EQ(FileNamePart(L"C:\\a\\b.exe"), L"b.exe");
-  EXPECT_EQ(FileNamePart(L"C:\\a/b.exe"), L"b.exe");
-  EXPECT_EQ(FileNamePart(L"C:\\a\\"), L"");
-  EXPECT_EQ(FileNamePart(L"b.exe"), L"b.exe");
-  EXPECT_EQ(ParentDirectory(L"C:\\a\\b/c.exe"), L"C:\\a");
-  EXPECT_EQ(ParentDirectory(L"b.exe"), L"");
-  EXPECT_EQ(ExecutableDirectory(), L"C:\\Program Files\\Kestrelon");
-}
-
 TEST(Paths, ExpansionLeavesWhatItDoesNotKnow) {
   EXPECT_EQ(ExpandPath(L"%SystemRoot%\\x.exe"), L"C:\\Windows\\x.exe");
   EXPECT_EQ(ExpandPath(L"C:\\%nosuch%\\100%.exe"), L"C:\\%nosuch%\\100%.exe");
@@ -54,24 +44,6 @@ TEST(DevicePaths, DeviceBecomesItsDrive) {
       {L"", L""},
   };
   for (const auto& [device_path, path] : rows) EXPECT_EQ(DeviceToWin32(device_path), path);
-}
-
-TEST(DevicePaths, RepeatedPathCostsNothingUntilTheCacheIsFull) {
-  auto& faults = TheMachine().faults;
-  const std::wstring path = L"\\device\\harddiskvolume3\\x.exe";
-  const auto store = [](int first, int last) {
-    for (int i = first; i <= last; ++i) (void)DeviceToWin32(std::to_wstring(i));
-  };
-  const auto is_cached = [&] {
-    faults.Clear();
-    EXPECT_EQ(DeviceToWin32(path), L"C:\\x.exe");
-    return faults.calls() == 0;
-  };
-  EXPECT_FALSE(is_cached());
-  store(2, 2000);
-  EXPECT_TRUE(is_cached());
-  store(2001, 2001);
-  EXPECT_FALSE(is_cached());
 }
 
 }  // namespace

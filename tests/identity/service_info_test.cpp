@@ -58,18 +58,6 @@ TEST(ServiceInfo, WithoutSettingsNothingIsKnown) {
   EXPECT_EQ(info.name, L"before");
 }
 
-TEST(ServiceInfo, UnknownDetailsStayEmpty) {
-  for (const char* call : {"QueryServiceSidType", "SidOfAccount", "QueryServiceState"}) {
-    TheMachine().faults.FailOnce(call, platform::kAccessDenied);
-  }
-  ServiceInfo info;
-  ASSERT_TRUE(ResolveService(L"Dnscache", info));
-  EXPECT_EQ(info.sid_type, 0u);
-  EXPECT_EQ(info.sid, L"");
-  EXPECT_EQ(info.state, 0u);
-  EXPECT_NE(info.image_path, L"");
-}
-
 TEST(ServiceInfo, ListLeavesOutWhatCannotBeOpened) {
   const std::size_t all = ListServices().size();
   ASSERT_GE(all, 5u);

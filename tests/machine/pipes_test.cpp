@@ -1,17 +1,12 @@
-// Named pipes: what a contract can't see of calls that wait, and what the machine's own life does
-// to them.
+// Named pipes: what a contract can't see of calls that wait.
 #include "platform/pipes.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
-#include <iterator>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "platform/files.h"
 #include "simulation/machine/machine.h"
 
 namespace simulation {
@@ -69,49 +64,6 @@ TEST(PipeCalls, OnOneHandleTakeTurns) {
   reader.join();
   closer.join();
   EXPECT_EQ(TheMachine().pipes.open_handles(), 1u);
-}
-
-TEST(PipeCalls, ACancelledWriteTakesBackWhatWasNotRead) {
-  const Ends ends;
-  std::thread writer([&] { EXPECT_EQ(Write(ends.server, "too much"), 995u); });
-  WaitForWaiting(1);
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(ReadByte(ends.client), kMoreData);
-  EXPECT_EQ(CancelPipe(ends.server.handle()), kSuccess);
-  writer.join();
-  EXPECT_EQ(Write(ends.server, "x"), kSuccess);
-  EXPECT_EQ(ReadByte(ends.client), kSuccess);
-}
-
-TEST(PipeCalls, EndWithThePowerAndWithARestart) {
-  for (const bool power_goes : {true, false}) {
-    Pipe servers[4];
-    Pipe clients[3];
-    for (Pipe& server : servers) ASSERT_EQ(Make(server), kSuccess);
-    for (Pipe& client : clients) ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
-    ASSERT_EQ(Write(servers[2], "x"), kSuccess);
-    const std::function<Code()> calls[] = {
-        [&] { return ReadByte(servers[0]); },
-        [&] { return Write(servers[1], "too much"); },
-        [&] { return FlushPipe(servers[2]); },
-        [&] { return AwaitPipeClient(servers[3]); },
-    };
-    std::vector<std::thread> threads;
-    for (const auto& call : calls) {
-      threads.emplace_back([&call] { EXPECT_EQ(call(), kPowerLost); });
-    }
-    WaitForWaiting(std::size(calls));
-    if (power_goes) {
-      TheMachine().files.CutPowerAt(1, CutMode::kKeepMetadata);
-      EXPECT_EQ(MakeDirectory(L"C:\\Data"), kPowerLost);
-    } else {
-      TheMachine().Restart();
-    }
-    for (std::thread& thread : threads) thread.join();
-    if (power_goes) TheMachine().Restart();
-    EXPECT_EQ(TheMachine().pipes.open_handles(), 0u);
-    EXPECT_EQ(ReadByte(clients[0]), kInvalidHandle);
-    EXPECT_EQ(OpenPipe(kName, true, clients[0]), kFileNotFound);
-  }
 }
 
 }  // namespace

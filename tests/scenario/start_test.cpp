@@ -40,15 +40,6 @@ TEST_F(Start, AnOlderConfigurationIsUpgradedLoggedAndSaved) {
   EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood"), world.ConfigOnDisk());
 }
 
-TEST_F(Start, AnEngineThatStaysAwayForAMinuteEndsTheStart) {
-  const std::uint64_t begun = world.machine().clock.Tick();
-  world.machine().faults.FailAlways("OpenEngineSession", platform::kEndpointNotRegistered);
-  EXPECT_FALSE(world.Start());
-  EXPECT_EQ(world.machine().clock.Tick() - begun, 59'000U);
-  EXPECT_TRUE(world.Logged(L"Cannot open the WFP engine: FwpmEngineOpen0: 0x000006D9"));
-  EXPECT_TRUE(world.Logged(L"(persistent filters stay active)"));
-}
-
 TEST_F(Start, AnEngineThatComesUpOnTheSixtiethTryStillStartsTheCore) {
   simulation::Faults& faults = world.machine().faults;
   int tries = 0;

@@ -1,5 +1,7 @@
 #include "blocklists/blocklist_catalog.h"
 
+#include <algorithm>
+
 #include "config/config.h"
 #include "deployment.h"
 #include "platform/system_text.h"
@@ -22,6 +24,17 @@ const BlocklistRow* FindBlocklist(std::wstring_view id) {
     if (platform::EqualIgnoringCase(row.id, id)) return &row;
   }
   return nullptr;
+}
+
+std::vector<const BlocklistRow*> EnabledBlocklists(const std::vector<std::wstring>& ids) {
+  std::vector<const BlocklistRow*> rows;
+  for (const std::wstring& id : ids) {
+    const BlocklistRow* row = FindBlocklist(id);
+    if (row != nullptr && std::find(rows.begin(), rows.end(), row) == rows.end()) {
+      rows.push_back(row);
+    }
+  }
+  return rows;
 }
 
 }  // namespace kestrelon

@@ -21,4 +21,8 @@ struct BlocklistRow {
 // The row of an id, without regard to case; null if there is none.
 [[nodiscard]] const BlocklistRow* FindBlocklist(std::wstring_view id);
 
+// The rows that some ids name, each once, in the order of the ids; unknown ones are passed over.
+[[nodiscard]] std::vector<const BlocklistRow*> EnabledBlocklists(
+    const std::vector<std::wstring>& ids);
+
 }  // namespace kestrelon

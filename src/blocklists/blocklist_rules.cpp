@@ -36,18 +36,13 @@ void AppendBlockRules(std::vector<RuleEntry>& rules, const std::wstring& name,
   }
 }
 
-// Whether the configuration names a list that the product knows.
-bool AppendListRules(const Config& config, std::vector<RuleEntry>& rules) EXCLUDES(BlocklistGuard) {
-  bool known = false;
+void AppendListRules(const std::vector<const BlocklistRow*>& rows, std::vector<RuleEntry>& rules)
+    EXCLUDES(BlocklistGuard) {
   const GuardLock lock(BlocklistGuard);
-  for (const std::wstring& id : config.blocklists) {
-    const BlocklistRow* const row = FindBlocklist(id);
-    if (row == nullptr) continue;
-    known = true;
+  for (const BlocklistRow* row : rows) {
     AppendBlockRules(rules, L"Blocklist: " + row->name, row->direction,
                      BlocklistStates[row->id].entries);
   }
-  return known;
 }
 
 // How many addresses and networks a text names; none if it can't be read.
@@ -82,9 +77,10 @@ void AppendUpdateRule(std::vector<RuleEntry>& rules) {
 }  // namespace
 
 void BlocklistRules(const Config& config, std::vector<RuleEntry>& rules) {
-  const bool known = AppendListRules(config, rules);
+  const std::vector<const BlocklistRow*> rows = EnabledBlocklists(config.blocklists);
+  AppendListRules(rows, rules);
   AppendCustomRules(config.custom_blocklist, rules);
-  if (known && config.blocklists_auto_update) AppendUpdateRule(rules);
+  if (!rows.empty() && config.blocklists_auto_update) AppendUpdateRule(rules);
 }
 
 }  // namespace kestrelon

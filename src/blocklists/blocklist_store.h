@@ -20,7 +20,8 @@ struct BlocklistState {
   std::wstring error;                 // of the last refresh if that failed
 };
 
-// Held for moments, inside ConfigGuard and without it; only LogService may be called under it.
+// Held for moments, inside ConfigGuard and without it, but also while a cache is written; of other
+// guards only LogService's may be taken under it.
 extern Guard BlocklistGuard;
 
 // By the id of a catalog row; a list that was never loaded is absent.

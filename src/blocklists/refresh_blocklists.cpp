@@ -101,12 +101,11 @@ bool RefreshList(const BlocklistRow& row) {
 }
 
 // On the refresh thread.
-void RefreshBlocklists(const std::vector<std::wstring>& ids, platform::Event& wake) {
+void RefreshBlocklists(const std::vector<const BlocklistRow*>& rows, platform::Event& wake) {
   bool changed = false;
-  for (const std::wstring& id : ids) {
+  for (const BlocklistRow* row : rows) {
     if (BlocklistFetchesCancelled()) break;
-    const BlocklistRow* row = FindBlocklist(id);
-    if (row != nullptr && RefreshList(*row)) changed = true;
+    if (RefreshList(*row)) changed = true;
   }
   if (changed) {
     Core.BlocklistsChanged = true;
@@ -115,21 +114,21 @@ void RefreshBlocklists(const std::vector<std::wstring>& ids, platform::Event& wa
   BlocklistBusy = false;
 }
 
-// A list that has only the installed copy is due at once. The difference of the times could
-// overflow: a cache file may name any time.
+// A list that has only the installed copy is due at once, and so is one that was fetched while the
+// clock was ahead. The difference of the times could overflow: a cache file may name any time.
 bool IsDue(const BlocklistState& state, std::int64_t now) {
-  return state.source != L"download" || state.updated < now - kFreshFor;
+  return state.source != L"download" || state.updated < now - kFreshFor || state.updated > now;
 }
 
-std::vector<std::wstring> ListsToRefresh(const Config& config, bool force) {
+std::vector<const BlocklistRow*> ListsToRefresh(const Config& config, bool force) {
   const std::int64_t now = platform::SystemTime();
-  std::vector<std::wstring> ids;
+  std::vector<const BlocklistRow*> rows = EnabledBlocklists(config.blocklists);
+  if (force) return rows;
   GuardLock lock(BlocklistGuard);
-  for (const std::wstring& id : config.blocklists) {
-    const BlocklistRow* row = FindBlocklist(id);
-    if (row != nullptr && (force || IsDue(BlocklistStates[row->id], now))) ids.push_back(id);
-  }
-  return ids;
+  std::erase_if(rows, [&](const BlocklistRow* row) REQUIRES(BlocklistGuard) {
+    return !IsDue(BlocklistStates[row->id], now);
+  });
+  return rows;
 }
 
 bool MayStart(const Config& config, bool force, std::uint64_t tick) REQUIRES(ConfigGuard) {
@@ -145,13 +144,13 @@ bool MayStart(const Config& config, bool force, std::uint64_t tick) REQUIRES(Con
 void StartBlocklistRefresh(const Config& config, bool force) {
   const std::uint64_t tick = platform::TickMilliseconds();
   if (!MayStart(config, force, tick)) return;
-  std::vector<std::wstring> ids = ListsToRefresh(config, force);
-  if (ids.empty()) return;
+  std::vector<const BlocklistRow*> rows = ListsToRefresh(config, force);
+  if (rows.empty()) return;
   BlocklistLastStart = tick;
   BlocklistBusy = true;
   if (BlocklistThread.joinable()) BlocklistThread.join();  // it has done its work
   if (!StartThread(BlocklistThread,
-                   [ids = std::move(ids)] { RefreshBlocklists(ids, Core.WakeEvent); })) {
+                   [rows = std::move(rows)] { RefreshBlocklists(rows, Core.WakeEvent); })) {
     BlocklistBusy = false;
     LogService(L"Cannot start the refresh of the blocklists");
   }

@@ -67,10 +67,8 @@ void StartReports() {
   RefreshAllowedSelection(Core.CurrentConfig);
 }
 
-// The machine's options stay as they are set: allowed connections are not to be reported to nobody.
 void StopReports() {
   GuardLock lock(ConfigGuard);
-  SetAllowedLogging(false);
   StopNetEvents();
 }
 

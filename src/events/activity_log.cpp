@@ -144,7 +144,7 @@ bool MayBeNewVersion(const BlockedEvent& event) {
 }  // namespace
 
 void RecordBlockedEvent(const BlockedEvent& event) {
-  (void)ActivityPath();  // the platform is not to be asked under the guard
+  (void)ActivityPath();  // looked up once, and not under the guard
   {
     GuardLock lock(LogGuard);
     const BlockedEvent& record = Remember(event);

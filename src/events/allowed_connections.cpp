@@ -31,8 +31,7 @@ bool IsWanted(const ConnectionRecord& record, const std::wstring& lower_app)
     REQUIRES(AllowedGuard) {
   if (HoldsIgnoringCase(selection.tracked_rules, record.rule)) return true;
   if (!selection.log_all) return false;
-  if (selection.log_paths.empty() && selection.log_sids.empty()) return true;
-  return Holds(selection.log_paths, lower_app) ||
+  return selection.every_app || Holds(selection.log_paths, lower_app) ||
          HoldsIgnoringCase(selection.log_sids, record.package_sid);
 }
 

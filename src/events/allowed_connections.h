@@ -8,12 +8,14 @@
 
 namespace kestrelon {
 
-// Which connections are wanted. With neither paths nor SIDs, `log_all` means every application.
+// Which connections are wanted. With `log_all` it is those of every application, or those of the
+// listed ones alone, even if nothing on the machine is found of these.
 struct AllowedSelection {
   std::vector<std::wstring> log_paths;  // lower case
   std::vector<std::wstring> log_sids;   // of app packages
   std::vector<std::wstring> tracked_rules;
   bool log_all = false;
+  bool every_app = true;  // there is no list of applications
 };
 
 // Takes the place of the selection. What is no longer wanted leaves the table: all of it when

@@ -42,6 +42,7 @@ bool IsTracked(const RuleEntry& rule) {
 
 void RefreshAllowedSelection(const Config& config) {
   AllowedSelection selection;
+  selection.every_app = config.log_allowed_apps.empty();
   for (const std::wstring& text : config.log_allowed_apps) SelectApp(text, selection);
   selection.log_all = config.enabled && config.log_allowed;
   for (const RuleEntry& rule : config.rules) {

@@ -25,8 +25,9 @@ std::size_t Kept() {
 
 TEST(AllowedConnections, SelectionDecidesWhatIsWanted) {
   const AllowedSelection all = {{}, {}, {}, true};
-  const AllowedSelection listed = {{L"c:\\app\\app.exe"}, {L"S-1-15-2-1"}, {L"Downloads"}, true};
-  const AllowedSelection rules = {{L"c:\\app\\app.exe"}, {}, {L"Downloads"}, false};
+  const AllowedSelection listed = {
+      {L"c:\\app\\app.exe"}, {L"S-1-15-2-1"}, {L"Downloads"}, true, false};
+  const AllowedSelection rules = {{L"c:\\app\\app.exe"}, {}, {L"Downloads"}, false, false};
   const struct {
     const AllowedSelection& selection;
     std::wstring app, package, rule;

@@ -77,6 +77,7 @@ TEST_F(AllowedLogging, ListedApplicationsAreResolved) {
       {{}, true, true, true},
       {{L"%SystemDrive%\\APP\\app.exe"}, true, false, false},
       {{L"C:\\App\\a*.exe", L"service:NoSuchService"}, true, false, false},
+      {{L"C:\\App\\nothing*.exe", L"service:NoSuchService"}, false, false, false},
       {{L"service:dhcp"}, false, true, false},
       {{L"package:Vendor.Package_1"}, false, false, true},
   };

@@ -16,6 +16,17 @@ std::wstring BackupPath(const std::wstring& name) {
   return kBackups + name;
 }
 
+TEST(ObtainStartConfig, AFirstStartThatCannotWriteIsFollowedByAnother) {
+  StoreWorld world;
+  world.machine().faults.FailOnce("RenameFile", platform::kAccessDenied);
+  EXPECT_EQ(world.Obtain(), DefaultConfig());
+  EXPECT_FALSE(world.Created());
+  EXPECT_TRUE(world.Log().starts_with(L"Cannot write default configuration: cannot replace "));
+  EXPECT_EQ(world.Obtain(), DefaultConfig());
+  EXPECT_TRUE(world.Created());
+  EXPECT_EQ(world.Fallback(), L"|||");
+}
+
 TEST(ObtainStartConfig, TakesWhatLoadsOrRestoresOrBlocksAll) {
   const std::wstring damaged = L"Configuration is unreadable (invalid JSON in " + kConfigFile +
                                L": unexpected character) - moving it to config.json.bad\n";

@@ -112,21 +112,6 @@ TEST_F(BlocklistTest, TakesWhatIsThereOfTheInstalledFiles) {
   PutInstalled();
   machine.files.Remove(kInstalled + L"drop_v4.json");
   EXPECT_EQ(Loaded(), R"([{"id":"drop","entries":1,"updated":2000,"source":"bundled"}])");
-  const std::string log =
-      machine.files.Read(L"C:\\ProgramData\\Kestrelon\\service.log").value_or("");
-  EXPECT_NE(log.find("  Blocklist 'drop': 0 entries (bundled)\r\n"), std::string::npos);
-  EXPECT_TRUE(log.ends_with("  Blocklist 'drop': 1 entries (bundled)\r\n"));
-}
-
-TEST_F(BlocklistTest, TellsOfAFailedRefresh) {
-  EXPECT_EQ(BlocklistStatus().Dump(false),
-            R"([{"id":"drop","entries":0,"updated":0,"source":""}])");
-  {
-    const GuardLock lock(BlocklistGuard);
-    BlocklistStates[L"drop"].error = L"no way";
-  }
-  EXPECT_EQ(BlocklistStatus().Dump(false),
-            R"([{"id":"drop","entries":0,"updated":0,"source":"","error":"no way"}])");
 }
 
 TEST_F(BlocklistTest, BecomesBlockRulesOfBoundedSize) {

@@ -145,7 +145,6 @@ TEST_F(NetEvents, SubscriptionFailsTowardsNoReports) {
     bool newest, reports;
     std::string line;
   } rows[] = {
-      {"", true, true, "Subscribed to WFP net events (FwpmNetEventSubscribe4)"},
       {"", false, true, "Subscribed to WFP net events (FwpmNetEventSubscribe0)"},
       {"SubscribeNetEvents", true, false, none + "FwpmNetEventSubscribe: 0x00000005"},
       {"OpenEngineSession", true, false, none + "FwpmEngineOpen0 (events): 0x00000005"},

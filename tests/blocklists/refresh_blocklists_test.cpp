@@ -100,11 +100,13 @@ TEST_F(BlocklistRefresh, RunsWhenTheConfigurationAllowsAndAListIsDue) {
       {true, true, false, L"download", 24 * kHour, false},
       {true, true, false, L"download", 24 * kHour + 1, true},
       {true, true, false, L"download", kNever, true},
+      {true, true, false, L"download", -1, true},  // the clock was ahead then
       {true, true, true, L"download", 23 * kHour, true},
       {true, false, false, L"bundled", 0, false},
       {true, false, true, L"download", 0, true},
       {false, true, true, L"bundled", 0, false},
   };
+  config.blocklists = {L"DROP", L"unknown", L"drop"};  // the same one twice is fetched once
   for (const Case& c : cases) {
     config.enabled = c.enabled;
     config.blocklists_auto_update = c.auto_update;

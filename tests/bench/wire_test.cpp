@@ -76,12 +76,20 @@ auto Fields(const Filter& f) {
                   f.conditions, f.action, f.id);
 }
 
+auto Fields(const FilterChange& c) {
+  return std::tuple(c.added, c.key, c.id);
+}
+
 template <typename Record>
 Bytes BytesOf(const Record& record) {
   Bytes bytes;
   WireWriter writer(bytes);
   Put(writer, record);
   return bytes;
+}
+
+auto Fields(const NetEvent& e) {
+  return std::tuple(e.type, e.time, e.filter_id, e.layer_id, BytesOf(e.connection));
 }
 
 TEST(Wire, RecordsComeBackOneBehindTheOther) {
@@ -104,8 +112,8 @@ TEST(Wire, RecordsComeBackOneBehindTheOther) {
   EXPECT_EQ(Fields(TakeFilter(reader)), Fields(plain));
   EXPECT_EQ(BytesOf(TakeConnection(reader)), BytesOf(kConnection));
   EXPECT_EQ(TakeVerdictSummary(reader), verdict);
-  EXPECT_EQ(BytesOf(TakeFilterChange(reader)), BytesOf(change));
-  EXPECT_EQ(BytesOf(TakeNetEvent(reader)), BytesOf(event));
+  EXPECT_EQ(Fields(TakeFilterChange(reader)), Fields(change));
+  EXPECT_EQ(Fields(TakeNetEvent(reader)), Fields(event));
   EXPECT_TRUE(reader.Finished());
 }
 

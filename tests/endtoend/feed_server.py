@@ -10,10 +10,9 @@ it change the answer:
     path.redirect   a Location; the status is 302 unless given
     path.cut        the connection ends after so many bytes, though more were promised
     path.chunked    no length is told
-    path.silent     no answer as long as this file is there
 
 CERTIFICATE holds the certificate, its key behind it. LOG gets the line "listening", then a line
-for each request when its answer is chosen: path, status ("silent" for none), and the client's name.
+for each request when its answer is chosen: path, status, and the client's name.
 """
 
 import http.server
@@ -21,7 +20,6 @@ import pathlib
 import socketserver
 import ssl
 import sys
-import time
 
 
 class Answer(http.server.BaseHTTPRequestHandler):
@@ -34,9 +32,6 @@ class Answer(http.server.BaseHTTPRequestHandler):
         if not file.is_relative_to(self.server.root):
             file = self.server.root
         self.beside = lambda name: file.with_name(f"{file.name}.{name}")
-        if self.beside("silent").exists():
-            self.stay_silent()
-            return
         body = file.read_bytes() if file.is_file() else None
         location = self.control("redirect")
         default = 302 if location else 404 if body is None else 200
@@ -48,12 +43,6 @@ class Answer(http.server.BaseHTTPRequestHandler):
 
     def note(self, status):
         self.server.note(f"{self.path} {status} {self.headers.get('User-Agent', '')}")
-
-    def stay_silent(self):
-        self.note("silent")
-        while self.beside("silent").exists():
-            time.sleep(0.05)
-        self.close_connection = True
 
     def answer(self, status, location, body):
         cut = self.control("cut")

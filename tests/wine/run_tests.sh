@@ -6,24 +6,20 @@
 #     --bench BIN_DIR    installs the filtering engine's bench from this build directory
 #     --filter FILTER    which cases, as GoogleTest takes them
 #     --prepare SCRIPT   called before with the machine's drive C: and PROGRAM
-#     --feeds PROGRAM    HTTPS servers run meanwhile, of C:\feed\www on port 28444 and of
-#                        C:\untrusted\www on 28445; PROGRAM is trust_authority.exe
 #
 # Cases that Wine can't prove stand in unproved_cases.txt with the reason. They are left out by
 # name and told at the end.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/prefix.sh"
-. "$here/../endtoend/feed.sh"
 
-template= bench= filter='*' prepare= feeds= program=
+template= bench= filter='*' prepare= program=
 while [ $# -gt 0 ]; do
   case $1 in
     --template) template=$2; shift 2 ;;
     --bench) bench=$2; shift 2 ;;
     --filter) filter=$2; shift 2 ;;
     --prepare) prepare=$2; shift 2 ;;
-    --feeds) feeds=$2; shift 2 ;;
     *) program=$(realpath "$1"); shift ;;
   esac
 done
@@ -33,7 +29,6 @@ make_template "$template"
 # Beside the template: clones are hard links.
 run=$(mktemp -d "$template.run.XXXXXX")
 finish() {
-  stop_feed
   stop_machine
   rm -rf "$run"
 }
@@ -44,11 +39,6 @@ start_machine "$run/machine"
   cat "$run/prepare"
   exit 1
 }
-if [ -n "$feeds" ]; then
-  start_feed "$WINEPREFIX/drive_c/feed" 28444
-  start_feed "$WINEPREFIX/drive_c/untrusted" 28445 untrusted
-  trust_feed_authority "$WINEPREFIX/drive_c/feed" "$feeds"
-fi
 [ -z "$bench" ] || install_bench "$bench" "$(basename "$program")"
 
 # The names of the program's cases, one a line: suites stand at the margin, cases below them.

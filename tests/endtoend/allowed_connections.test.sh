@@ -44,13 +44,6 @@ connect 'C:\Tools\tool.exe' 127.0.0.1
 wait_for 5 allowed_are 'C:\Tools\guest.exe|out|203.0.113.5|443|2'
 expect_reply '"enabled": true'
 
-# Of listed programs alone, from now on.
-ask '{"cmd":"clear_allowed"}' || fail 'clear_allowed was refused'
-configure '"log_allowed": true, "log_allowed_apps": ["C:\\Tools\\tool.exe"],'
-connect 'C:\Tools\guest.exe'
-connect 'C:\Tools\tool.exe'
-wait_for 5 allowed_are 'C:\Tools\tool.exe|out|203.0.113.5|443|1'
-
 configure ''
 expect_logged 'Allowed-connection logging off'
 expect_options 'collect=1 keywords=0x3'

@@ -1,6 +1,6 @@
 # Blocklists on the real executable: downloaded over TLS from a server of ours that does everything
 # wrong once, the copy that is installed beside the executable, and the cache.
-. "$(dirname "${BASH_SOURCE[0]}")/feed.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/../../simulation/feed/feed.sh"
 feed=$machine_dir/feed
 www=$feed/www/drop
 url=https://localhost:28443/drop
@@ -54,7 +54,7 @@ END
 feed_text 0 198.51.100.0/25 >"$installed/drop_v4.json"
 feed_text 0 2001:db8:bad::/48 >"$installed/drop_v6.json"
 start_feed "$feed" 28443
-trust_feed_authority "$feed" "$1/tests/endtoend/trust_authority.exe"
+trust_feed_authority "$feed" "$1/simulation/feed/trust_authority.exe"
 printf 503 >"$www/drop_v4.json.status"
 start_service
 expect_logged "Blocklist 'drop': 2 entries (bundled)"

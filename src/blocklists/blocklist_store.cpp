@@ -8,6 +8,7 @@
 #include "base/format.h"
 #include "base/text.h"
 #include "blocklists/extract_networks.h"
+#include "config/whole_file.h"
 #include "core/data_dir.h"
 #include "core/service_log.h"
 #include "identity/paths.h"
@@ -16,25 +17,13 @@
 namespace kestrelon {
 namespace {
 
-constexpr std::uint64_t kFileTooLarge = 0x1000000;  // 16 MiB
+constexpr std::uint32_t kFileTooLarge = 0x1000000;  // 16 MiB
 constexpr std::string_view kUpdatedLabel = "# updated: ";
 constexpr std::string_view kLineEnd = "\r\n";
 
-// Reads a whole file below the size limit in one read.
 bool ReadListFile(const std::wstring& path, std::string& text) {
-  platform::File file;
-  std::uint64_t size = 0;
-  if (platform::OpenFile(path, platform::kGenericRead, platform::kShareRead,
-                         platform::kOpenExisting, platform::kNormalFile,
-                         file) != platform::kSuccess ||
-      platform::FileSize(file, size) != platform::kSuccess || size >= kFileTooLarge) {
-    return false;
-  }
-  text.resize(static_cast<std::size_t>(size));
-  std::uint32_t read = 0;
-  return platform::ReadFileBytes(file, text.data(), static_cast<std::uint32_t>(size), read) ==
-             platform::kSuccess &&
-         read == size;
+  platform::Code ignored = platform::kSuccess;
+  return ReadWholeFile(path, kFileTooLarge, text, ignored);
 }
 
 // The time that a cache gives; 0 when it gives none, or one that 64 bits don't hold.

@@ -107,5 +107,18 @@ TEST_F(ApplyingFilters, WhatOthersPutIntoTheSublayerGoesAndTheRestStays) {
   for (const Guid& key : others) EXPECT_TRUE(present.contains(key));
 }
 
+// --console under an administrator, while an earlier run as LocalSystem has locked the objects:
+// the platform asks for a right to link to the sublayer that only SYSTEM has.
+TEST_F(ApplyingFilters, AnAdministratorCantFillALockedSublayer) {
+  const Guid old = Add(ForeignFilter(ProviderKey, SubLayerKey));
+  CloseEngine(TheEngine);
+  machine_.token.local_system = false;
+  ASSERT_TRUE(OpenEngine(TheEngine, error_)) << Utf8FromWide(error_);
+  EXPECT_FALSE(Apply({}, {}));
+  EXPECT_TRUE(error_.starts_with(L"FwpmFilterAdd0 (Kestrelon - Block all outbound): 0x00000005"))
+      << Utf8FromWide(error_);
+  EXPECT_EQ(ReadKeys(), std::vector<Guid>{old});
+}
+
 }  // namespace
 }  // namespace kestrelon

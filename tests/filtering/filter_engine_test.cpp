@@ -42,6 +42,15 @@ TEST_F(EngineSession, TheLogHearsOfALockOutcomeOnlyWhenItChanges) {
   EXPECT_EQ(LogCount("WFP sublayer locked"), 1u);
 }
 
+TEST_F(EngineSession, AnAdministratorLeavesTheLocksAlone) {
+  CloseEngine(TheEngine);
+  machine_.token.local_system = false;
+  machine_.faults.FailAlways("SetProviderDacl", platform::kAccessDenied);
+  ASSERT_TRUE(OpenEngine(TheEngine, error_));
+  EXPECT_FALSE(machine_.faults.fired());
+  EXPECT_EQ(LogCount("WFP"), 0u);
+}
+
 // Whether he is told that the sublayer is there, or first that he may not link to its provider.
 TEST_F(EngineSession, AnAdministratorOpensBesideASublayerThatHeMayNotAdd) {
   CloseEngine(TheEngine);

@@ -1,5 +1,5 @@
-# The values of a deployment. The defaults are for development: what they name is served by the
-# tests, on this machine.
+# The values of a deployment. The defaults are for development: what they name is served on this
+# machine, by simulation/feed.
 option(KESTRELON_RELEASE "Refuse to build with values for development" OFF)
 
 set(development_feed_base "https://localhost:28443")

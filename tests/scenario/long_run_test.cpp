@@ -2,11 +2,14 @@
 // away: every pass ends in what the configuration means, and nothing grows.
 #include <malloc.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <thread>
 
 #include "base/text.h"
+#include "blocklists/refresh_blocklists.h"
 #include "config/config_file.h"
 #include "core/core_loop.h"
 #include "tests/scenario/client.h"
@@ -44,6 +47,16 @@ std::size_t AllocatedBytes() {
 std::size_t Threads() {
   const std::filesystem::directory_iterator tasks("/proc/self/task");
   return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+// The fewest of several looks: threads that have done their work are still on their way out.
+std::size_t ThreadsAtRest() {
+  std::size_t fewest = Threads();
+  for (int look = 0; look < 100; ++look) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    fewest = std::min(fewest, Threads());
+  }
+  return fewest;
 }
 
 class LongRun : public Scenario {
@@ -146,15 +159,16 @@ class LongRun : public Scenario {
     machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log");
     machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log.old");
     machine.console.debug_output.Clear();
-    // The threads of the clients that have gone are on their way out.
-    while (machine.pipes.open_handles() > 1) std::this_thread::yield();
+    while (machine.pipes.open_handles() > 1 || BlocklistRefreshRunning()) {
+      std::this_thread::yield();
+    }
     Footprint footprint;
+    footprint.threads = ThreadsAtRest();
     footprint.file_handles = machine.files.open_handles();
     footprint.pipe_handles = machine.pipes.open_handles();
     footprint.watches = machine.watches.open_watches();
     footprint.sessions = machine.engine.open_sessions();
     footprint.bytes = AllocatedBytes();
-    footprint.threads = Threads();
     return footprint;
   }
 

@@ -164,6 +164,12 @@ void FileSystem::SetVersion(const std::wstring& path, const std::wstring& sub_bl
   WantedNode(path)->properties.version_bytes[FoldCase(sub_block)] = bytes;
 }
 
+void FileSystem::SetRawData(const std::wstring& path, const std::wstring& name,
+                            std::string_view bytes) {
+  const std::lock_guard lock(mutex_);
+  WantedNode(path)->properties.raw_data[FoldCase(name)].assign(bytes.begin(), bytes.end());
+}
+
 void FileSystem::SetFull(bool full) {
   const std::lock_guard lock(mutex_);
   full_ = full;

@@ -73,6 +73,8 @@ class FileSystem {
                   const std::wstring& text);
   void SetVersion(const std::wstring& path, const std::wstring& sub_block,
                   const std::vector<std::uint8_t>& bytes);
+  // A resource of raw data; it lies beside the content, which a signature and a hash cover.
+  void SetRawData(const std::wstring& path, const std::wstring& name, std::string_view bytes);
 
   // Each write fails with kDiskFull.
   void SetFull(bool full);

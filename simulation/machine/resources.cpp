@@ -8,6 +8,31 @@ namespace kestrelon::platform {
 
 using simulation::TheMachine;
 
+namespace {
+
+constexpr Code kNoImage = 193;  // ERROR_BAD_EXE_FORMAT
+
+// A file as it was when its image was opened; held against writers for as long.
+struct Image {
+  File file;
+  simulation::FileProperties properties;
+};
+
+// Opens a file and takes what a test gave it.
+Code Inspect(const std::wstring& path, std::uint32_t share, File& file,
+             simulation::FileProperties& properties) {
+  std::uintptr_t handle = 0;
+  if (const Code code =
+          TheMachine().files.Open(path, kGenericRead, share, kOpenExisting, 0, handle)) {
+    return code;
+  }
+  file.Adopt(handle);
+  std::string content;
+  return TheMachine().files.Inspect(handle, content, properties);
+}
+
+}  // namespace
+
 struct VersionBlockState {
   simulation::FileProperties properties;
 };
@@ -17,16 +42,9 @@ VersionBlock::~VersionBlock() = default;
 
 Code LoadVersionBlock(const std::wstring& path, VersionBlock& block) {
   if (const Code fault = TheMachine().faults.Next("LoadVersionBlock")) return fault;
-  std::uintptr_t handle = 0;
-  if (const Code code =
-          TheMachine().files.Open(path, kGenericRead, kShareAll, kOpenExisting, 0, handle)) {
-    return code;
-  }
   File file;
-  file.Adopt(handle);
-  std::string content;
   simulation::FileProperties properties;
-  if (const Code code = TheMachine().files.Inspect(handle, content, properties)) return code;
+  if (const Code code = Inspect(path, kShareAll, file, properties)) return code;
   if (properties.version_texts.empty() && properties.version_bytes.empty()) {
     return kResourceNotFound;
   }
@@ -48,6 +66,31 @@ bool VersionText(const VersionBlock& block, const std::wstring& name, std::wstri
   const auto found = values.find(simulation::FoldCase(name));
   if (found == values.end()) return false;
   text = found->second;
+  return true;
+}
+
+void CloseResourceImage(std::uintptr_t image) {
+  delete reinterpret_cast<Image*>(image);
+}
+
+Code OpenResourceImage(const std::wstring& path, ResourceImage& image) {
+  if (const Code fault = TheMachine().faults.Next("OpenResourceImage")) return fault;
+  auto opened = std::make_unique<Image>();
+  if (const Code code =
+          Inspect(path, kShareRead | kShareDelete, opened->file, opened->properties)) {
+    return code;
+  }
+  if (opened->properties.raw_data.empty()) return kNoImage;
+  image.Adopt(reinterpret_cast<std::uintptr_t>(opened.release()));
+  return kSuccess;
+}
+
+bool FindRawData(const ResourceImage& image, const std::wstring& name,
+                 std::span<const std::uint8_t>& bytes) {
+  const auto& resources = reinterpret_cast<const Image*>(image.handle())->properties.raw_data;
+  const auto found = resources.find(simulation::FoldCase(name));
+  if (found == resources.end()) return false;
+  bytes = found->second;
   return true;
 }
 

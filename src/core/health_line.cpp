@@ -4,6 +4,7 @@
 
 #include "core/service_log.h"
 #include "filtering/filter_engine.h"
+#include "modules/module_processes.h"
 #include "platform/clock.h"
 #include "platform/processes.h"
 
@@ -46,7 +47,7 @@ void HealthLine() {
       Mebibytes(memory.private_bytes), handles, Core.CurrentConfig.enabled ? L"on" : L"OFF",
       FilterCount(TheEngine), Core.NetEvents.load(), Core.NetDrops.load(), Core.ApplyCount.load(),
       Core.ApplyFailures.load(), Core.TamperRestores.load(), Core.ChangedFilesBlocked.load(),
-      static_cast<int>(Core.ModulesRunning.load()), error.empty() ? L"" : L", error: ", error);
+      static_cast<int>(ModuleProcessCount()), error.empty() ? L"" : L", error: ", error);
 }
 
 }  // namespace kestrelon

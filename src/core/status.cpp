@@ -11,6 +11,7 @@
 #include "filtering/apply_config.h"
 #include "filtering/compile_apps.h"
 #include "filtering/filter_engine.h"
+#include "modules/module_processes.h"
 
 namespace kestrelon {
 namespace {
@@ -40,7 +41,7 @@ void BuildStatus(Json& reply) {
   status["net_drops"] = Core.NetDrops.load();
   status["warnings"] = JsonArray(InstalledWarnings());
   status["changed_apps"] = JsonArray(KeptBlockedPaths());
-  status["modules_running"] = Core.ModulesRunning.load();
+  status["modules_running"] = ModuleProcessCount();
   reply = std::move(status);
 }
 

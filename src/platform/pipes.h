@@ -49,6 +49,9 @@ struct PipeSettings {
 // is a failure, and the instance good for nothing until DisconnectPipeClient.
 [[nodiscard]] Code AwaitPipeClient(const Pipe& pipe);
 
+// The id of the process at the client's end, as the system knows it.
+[[nodiscard]] Code PipeClientProcess(const Pipe& pipe, std::uint32_t& process_id);
+
 // Ends the connection with the client; what it has not read yet is lost.
 Code DisconnectPipeClient(const Pipe& pipe);
 

@@ -1,12 +1,14 @@
-// Version resources of files.
+// Resources of executable files: their version and raw data. Nothing of a file runs.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "platform/codes.h"
+#include "platform/handle.h"
 
 namespace kestrelon::platform {
 
@@ -35,5 +37,16 @@ class VersionBlock {
 // The text of a value such as "\StringFileInfo\040904b0\ProductName"; false when there is none.
 [[nodiscard]] bool VersionText(const VersionBlock& block, const std::wstring& name,
                                std::wstring& text);
+
+// An executable file mapped for its resources alone; while it is open nobody can write to the file.
+void CloseResourceImage(std::uintptr_t image);
+using ResourceImage = Handle<&CloseResourceImage>;
+
+[[nodiscard]] Code OpenResourceImage(const std::wstring& path, ResourceImage& image);
+
+// The bytes of the resource of raw data (RT_RCDATA) with a name, there while the image is open;
+// false when there is none, or it can't be read.
+[[nodiscard]] bool FindRawData(const ResourceImage& image, const std::wstring& name,
+                               std::span<const std::uint8_t>& bytes);
 
 }  // namespace kestrelon::platform

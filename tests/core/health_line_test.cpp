@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "modules/module_processes.h"
 #include "simulation/machine/machine.h"
 
 namespace kestrelon {
@@ -47,7 +48,10 @@ TEST_F(HealthLineTest, SumsUpTheStateOfTheService) {
   Core.ApplyFailures = 6;
   Core.TamperRestores = 7;
   Core.ChangedFilesBlocked = 8;
-  Core.ModulesRunning = 9;
+  {
+    GuardLock lock(ModuleGuard);
+    ModuleProcesses.resize(9);
+  }
   EXPECT_EQ(LineAfter(5'400'000),
             "Health: up 1.5 h, memory 24.6 MB (private 9.0 MB), 321 handles, protection on, "
             "0 filters, net events 9223372036854775808 (Kestrelon drops 4), applies 5 (failed 6), "

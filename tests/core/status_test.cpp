@@ -6,6 +6,7 @@
 #include "core/config_change.h"
 #include "filtering/filter_engine.h"
 #include "identity/file_watch.h"
+#include "modules/module_processes.h"
 #include "simulation/machine/machine.h"
 
 namespace kestrelon {
@@ -39,7 +40,10 @@ TEST(Status, TellsTheFallbackAndCountersOfAnySize) {
   }
   Core.NetEvents = std::uint64_t{1} << 63;
   Core.NetDrops = (std::uint64_t{1} << 63) - 1;
-  Core.ModulesRunning = 2;
+  {
+    GuardLock lock(ModuleGuard);
+    ModuleProcesses.resize(2);
+  }
   EXPECT_EQ(Status(),
             "{\"ok\":true,\"version\":\"1.2.2\",\"build\":\"48\",\"enabled\":false,\"filters\":0,"
             "\"boot_filter\":true,\"last_error\":\"caf\xC3\xA9\","

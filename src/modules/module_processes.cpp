@@ -1,0 +1,27 @@
+#include "modules/module_processes.h"
+
+#include <algorithm>
+
+namespace kestrelon {
+
+Guard ModuleGuard("ModuleGuard", GuardRank::kSubsystem);
+std::vector<ModuleProcess> ModuleProcesses;
+
+std::uint32_t ModuleProcessCount() {
+  const GuardLock lock(ModuleGuard);
+  return static_cast<std::uint32_t>(ModuleProcesses.size());
+}
+
+std::uint32_t ModuleProcessCount(std::wstring_view module_id) {
+  const GuardLock lock(ModuleGuard);
+  return static_cast<std::uint32_t>(std::ranges::count(
+      ModuleProcesses, module_id,
+      [](const ModuleProcess& process) -> std::wstring_view { return process.module_id; }));
+}
+
+void DropModuleProcesses() {
+  const GuardLock lock(ModuleGuard);
+  ModuleProcesses.clear();
+}
+
+}  // namespace kestrelon

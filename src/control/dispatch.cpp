@@ -8,11 +8,14 @@
 #include "config/config_file.h"
 #include "control/reply.h"
 #include "core/config_change.h"
+#include "core/service_log.h"
 #include "core/status.h"
 #include "events/activity_log.h"
 #include "events/allowed_connections.h"
 #include "identity/file_identity.h"
 #include "identity/service_info.h"
+#include "modules/module_list.h"
+#include "modules/supervise_modules.h"
 
 namespace kestrelon {
 namespace {
@@ -43,6 +46,27 @@ Json ChangeConfig(const Json& request) EXCLUDES(ConfigGuard) {
   config.modules = Core.CurrentConfig.modules;
   Json reply;
   SetConfig(reply, std::move(config));
+  return reply;
+}
+
+Json GetModules(const Json& /*request*/) REQUIRES(ConfigGuard) {
+  Json reply = OkReply();
+  reply["modules"] = ModuleStatusList(Core.CurrentConfig);
+  return reply;
+}
+
+// Applies at once, and starts or ends the module at once: the user stands before it and waits.
+Json ChangeModule(const Json& request) REQUIRES(ConfigGuard) {
+  const ModuleChange change = {request.Get("id").StringOr(L""), request.Get("enabled").boolean(),
+                               request.Get("grant").StringOr(L""), request.Get("remove").boolean()};
+  Config config = Core.CurrentConfig;
+  std::wstring error;
+  if (!SetModule(config, change, error)) return ErrorReply(error);
+  Json reply;
+  SetConfig(reply, std::move(config));
+  if (!reply.Get("ok").boolean()) return reply;
+  LogService(L"Module %s turned %s", change.id, change.enabled ? L"ON" : L"OFF");
+  SuperviseModules(Core.CurrentConfig);
   return reply;
 }
 
@@ -123,6 +147,8 @@ constexpr Command kCommands[] = {
     {"status", UnderConfigGuard<Status>},
     {"get_config", UnderConfigGuard<GetConfig>},
     {"set_config", Unguarded<ChangeConfig>},
+    {"get_modules", UnderConfigGuard<GetModules>},
+    {"set_module", UnderConfigGuard<ChangeModule>},
     {"get_log", Unguarded<GetLog>},
     {"get_allowed", Unguarded<GetAllowed>},
     {"update_blocklists", UnderConfigGuard<UpdateBlocklists>},

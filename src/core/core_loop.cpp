@@ -17,6 +17,7 @@
 #include "filtering/filter_audit.h"
 #include "filtering/filter_engine.h"
 #include "identity/follow_updates.h"
+#include "modules/supervise_modules.h"
 #include "platform/clock.h"
 #include "platform/wait.h"
 
@@ -176,6 +177,7 @@ void LoopPass() {
   HeedDrift(pass);
   HeedBlocklists(pass);
   ApplyWhatIsDue(pass);
+  SuperviseModules(Core.CurrentConfig);
 }
 
 void CoreLoop() {

@@ -8,6 +8,7 @@
 #include "config/config_store.h"
 #include "config/presets.h"
 #include "control/pipe_server.h"
+#include "control/reply.h"
 #include "core/config_change.h"
 #include "core/data_dir.h"
 #include "core/service_log.h"
@@ -18,6 +19,10 @@
 #include "filtering/filter_engine.h"
 #include "identity/file_watch.h"
 #include "identity/follow_updates.h"
+#include "modules/firewall_exceptions.h"
+#include "modules/module_pipe.h"
+#include "modules/module_processes.h"
+#include "modules/supervise_modules.h"
 #include "platform/clock.h"
 #include "platform/network.h"
 
@@ -72,6 +77,34 @@ void StopReports() {
   StopNetEvents();
 }
 
+// What a module may learn of the service.
+Json ModuleStatusReply() EXCLUDES(ConfigGuard) {
+  Json reply = OkReply();
+  GuardLock lock(ConfigGuard);
+  reply["protection"] = Core.CurrentConfig.enabled;
+  reply["kestrelon"] = kVersion;
+  return reply;
+}
+
+// What a run that crashed left in the system's own firewall goes before modules ask for it anew.
+void StartModules() {
+  SetModuleStatusProvider(ModuleStatusReply);
+  if (const int removed = RemoveFirewallExceptions(); removed != 0) {
+    LogService(
+        L"Windows Defender Firewall: %d Kestrelon exception(s) from the previous start removed",
+        removed);
+  }
+  GuardLock lock(ConfigGuard);
+  SuperviseModules(Core.CurrentConfig);
+}
+
+// Their processes run on. Under the guard: a client that hangs may be in the middle of a pass.
+void StopModules() {
+  GuardLock lock(ConfigGuard);
+  CloseModulePipe();
+  DropModuleProcesses();
+}
+
 // Under the guard: an application still running for a client that hangs would start watches anew.
 void StopWatching() {
   GuardLock lock(ConfigGuard);
@@ -103,8 +136,9 @@ bool CoreStart() {
   }
   StartFollowWorker();
   StartReports();
-  // Last, so that the first client sees applied filters.
+  // So late that the first client sees applied filters.
   StartControlPipe();
+  StartModules();
   return true;
 }
 
@@ -112,6 +146,7 @@ void CoreStop() {
   LogService(L"Kestrelon service stopping (filters stay active)");
   Core.Stopping = true;
   StopControlPipe();
+  StopModules();
   StopReports();
   StopFollowWorker();
   StopListeningToMachine();

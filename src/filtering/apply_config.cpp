@@ -14,7 +14,10 @@
 #include "filtering/expand_rules.h"
 #include "filtering/filter_engine.h"
 #include "identity/file_watch.h"
+#include "identity/paths.h"
 #include "identity/pinned_files.h"
+#include "modules/known_modules.h"
+#include "modules/module_rules.h"
 
 namespace kestrelon {
 namespace {
@@ -41,14 +44,20 @@ FilterPlan Compile(Config& config) REQUIRES(ConfigGuard) {
   return plan;
 }
 
-// The files whose change matters: those that are permitted, and those held back until they are
-// again what was allowed.
-std::vector<std::wstring> FilesToWatch(const std::vector<PlanEntry>& entries) {
+// The files whose change matters: those that are permitted, those held back until they are again
+// what was allowed, and those of the modules that are on.
+std::vector<std::wstring> FilesToWatch(const Config& config,
+                                       const std::vector<PlanEntry>& entries) {
   std::vector<std::wstring> files;
+  if (!config.enabled) return files;  // none of them is permitted by a filter
   for (const PlanEntry& entry : entries) {
     if ((entry.allow || entry.integrity_block) && entry.package_sid.empty()) {
       files.push_back(entry.path);
     }
+  }
+  for (const ModuleEntry& entry : config.modules) {
+    const KnownModule* const known = entry.enabled ? FindKnownModule(entry.id) : nullptr;
+    if (known != nullptr && IsExistingFile(ModulePath(*known))) files.push_back(ModulePath(*known));
   }
   return files;
 }
@@ -61,10 +70,9 @@ bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
   config_changed = plan.config_changed;
   if (!ApplyFilters(TheEngine, effective, plan, error)) return false;
   installed_fingerprint = std::move(plan.fingerprint);
-  if (!config.enabled) plan.entries.clear();  // none of them is permitted by a filter
-  SnapshotPinned(plan.entries);
+  SnapshotPinned(config.enabled ? plan.entries : std::vector<PlanEntry>());
   RefreshAllowedSelection(config);
-  if (!Core.Stopping) SyncFileWatch(FilesToWatch(plan.entries), &Core.WakeEvent);
+  if (!Core.Stopping) SyncFileWatch(FilesToWatch(config, plan.entries), &Core.WakeEvent);
   BlockFilesChangedMeanwhile();
   if (Core.ChangedFilePending) Core.WakeEvent.Set();
   ApplyBootFilters(config, plan.warnings);
@@ -73,7 +81,9 @@ bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
 }
 
 bool IdentitiesDrifted(Config config) {
-  const FilterPlan plan = Compile(config);
+  FilterPlan plan = Compile(config);
+  std::vector<RuleEntry> unused;
+  CompileModuleRules(config, plan.warnings, plan.fingerprint, unused);
   return plan.config_changed || plan.fingerprint != installed_fingerprint;
 }
 

@@ -1,8 +1,12 @@
 #include "filtering/expand_rules.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "base/format.h"
 #include "blocklists/blocklist_rules.h"
 #include "config/address_spec.h"
+#include "modules/module_rules.h"
 
 namespace kestrelon {
 
@@ -20,6 +24,9 @@ Config ExpandRules(const Config& config, FilterPlan& plan) {
         Format(L"Rule '%s' is inactive: no DNS server is configured right now", rule.name));
   }
   if (config.enabled) BlocklistRules(config, effective.rules);
+  std::vector<RuleEntry> module_rules;
+  CompileModuleRules(config, plan.warnings, plan.fingerprint, module_rules);
+  if (config.enabled) std::ranges::move(module_rules, std::back_inserter(effective.rules));
   return effective;
 }
 

@@ -62,6 +62,7 @@ struct PipeConnection {
   PipeState state = PipeState::kListening;
   bool server_open = true;
   bool client_open = false;
+  std::uint32_t client_process = 0;  // the id of who opened the client's end; 0: nobody yet
   PipeQueue to_client;
   PipeQueue to_server;
 };

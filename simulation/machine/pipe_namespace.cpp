@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "simulation/machine/acting_process.h"
 #include "simulation/machine/letter_case.h"
 
 namespace simulation {
@@ -26,7 +27,7 @@ constexpr Code kPipeClosing = 232;  // ERROR_NO_DATA
 constexpr Code kPipeNotConnected = 233;
 constexpr Code kPipeListening = 536;
 constexpr Code kOperationAborted = 995;
-constexpr Code kNothingToCancel = 1168;  // ERROR_NOT_FOUND
+constexpr Code kNotFound = 1168;
 
 constexpr std::wstring_view kPrefix = L"\\\\.\\PIPE\\";
 
@@ -193,6 +194,7 @@ Code PipeNamespace::Open(const std::wstring& name, bool read_messages, std::uint
   if (free == none) return kPipeBusy;
   (*free)->state = PipeState::kConnected;
   (*free)->client_open = true;
+  (*free)->client_process = ActingProcess();
   End client;
   client.connection = *free;
   client.pipe = found->first;
@@ -231,6 +233,15 @@ Code PipeNamespace::AwaitClient(std::uintptr_t handle) {
   if (state == PipeState::kClosing) return kPipeClosing;
   state = PipeState::kListening;
   return turn.WaitUntil([&] { return state != PipeState::kListening; });
+}
+
+Code PipeNamespace::ClientProcess(std::uintptr_t handle, std::uint32_t& process_id) {
+  const Turn turn(*this, handle);
+  if (!turn) return kInvalidHandle;
+  const std::uint32_t id = turn.end().connection->client_process;
+  if (id == 0) return kNotFound;
+  process_id = id;
+  return kSuccess;
 }
 
 Code PipeNamespace::Disconnect(std::uintptr_t handle) {
@@ -302,7 +313,7 @@ Code PipeNamespace::Cancel(std::uintptr_t handle) {
   const auto found = ends_.find(handle);
   if (found == ends_.end()) return kInvalidHandle;
   End& end = *found->second;
-  if (!end.waiting) return kNothingToCancel;
+  if (!end.waiting) return kNotFound;
   end.cancelled = true;
   changed_.notify_all();
   return kSuccess;

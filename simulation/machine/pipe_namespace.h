@@ -42,6 +42,7 @@ class PipeNamespace {
   Code Open(const std::wstring& name, bool read_messages, std::uintptr_t& handle);
   void Close(std::uintptr_t handle);
   Code AwaitClient(std::uintptr_t handle);
+  Code ClientProcess(std::uintptr_t handle, std::uint32_t& process_id);
   Code Disconnect(std::uintptr_t handle);
   Code Read(std::uintptr_t handle, void* bytes, std::uint32_t size, std::uint32_t& read);
   Code Write(std::uintptr_t handle, const void* bytes, std::uint32_t size, std::uint32_t& written);

@@ -23,6 +23,11 @@ Code AwaitPipeClient(const Pipe& pipe) {
   return TheMachine().pipes.AwaitClient(pipe.handle());
 }
 
+Code PipeClientProcess(const Pipe& pipe, std::uint32_t& process_id) {
+  if (const Code fault = TheMachine().faults.Next("PipeClientProcess")) return fault;
+  return TheMachine().pipes.ClientProcess(pipe.handle(), process_id);
+}
+
 Code DisconnectPipeClient(const Pipe& pipe) {
   if (const Code fault = TheMachine().faults.Next("DisconnectPipeClient")) return fault;
   return TheMachine().pipes.Disconnect(pipe.handle());

@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "simulation/machine/acting_process.h"
 #include "simulation/machine/machine.h"
 
 namespace simulation {
@@ -64,6 +65,29 @@ TEST(PipeCalls, OnOneHandleTakeTurns) {
   reader.join();
   closer.join();
   EXPECT_EQ(TheMachine().pipes.open_handles(), 1u);
+}
+
+std::uint32_t ClientOf(const Pipe& server) {
+  std::uint32_t process_id = 0;
+  return PipeClientProcess(server, process_id) == kSuccess ? process_id : 0;
+}
+
+TEST(PipeClientProcess, IsWhoOpenedThisConnectionAsLongAsTheServerKeepsIt) {
+  Ends own;
+  Pipe server;
+  Pipe client;
+  ASSERT_EQ(Make(server), kSuccess);
+  EXPECT_EQ(ClientOf(server), 0u);
+  {
+    const AsProcess other(4812);
+    ASSERT_EQ(OpenPipe(kName, true, client), kSuccess);
+  }
+  EXPECT_EQ(ClientOf(own.server), kOwnProcessId);
+  EXPECT_EQ(ClientOf(server), 4812u);
+  client.Close();
+  EXPECT_EQ(ClientOf(server), 4812u);
+  ASSERT_EQ(DisconnectPipeClient(server), kSuccess);
+  EXPECT_EQ(ClientOf(server), 0u);
 }
 
 }  // namespace

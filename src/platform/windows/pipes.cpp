@@ -40,6 +40,13 @@ Code AwaitPipeClient(const Pipe& pipe) {
   return ConnectNamedPipe(Native(pipe), nullptr) ? kSuccess : GetLastError();
 }
 
+Code PipeClientProcess(const Pipe& pipe, std::uint32_t& process_id) {
+  ULONG id = 0;
+  if (!GetNamedPipeClientProcessId(Native(pipe), &id)) return GetLastError();
+  process_id = id;
+  return kSuccess;
+}
+
 Code DisconnectPipeClient(const Pipe& pipe) {
   return DisconnectNamedPipe(Native(pipe)) ? kSuccess : GetLastError();
 }

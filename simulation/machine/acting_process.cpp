@@ -1,0 +1,23 @@
+#include "simulation/machine/acting_process.h"
+
+#include <utility>
+
+namespace simulation {
+namespace {
+
+thread_local std::uint32_t acting_process = kOwnProcessId;
+
+}  // namespace
+
+AsProcess::AsProcess(std::uint32_t process_id)
+    : before_(std::exchange(acting_process, process_id)) {}
+
+AsProcess::~AsProcess() {
+  acting_process = before_;
+}
+
+std::uint32_t ActingProcess() {
+  return acting_process;
+}
+
+}  // namespace simulation

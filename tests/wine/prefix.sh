@@ -3,7 +3,8 @@
 #   make_template TEMPLATE                  once for each build directory; does nothing when it is there
 #   clone_prefix TEMPLATE PREFIX            a fresh machine in a new directory
 #   start_machine PREFIX                    sets WINEPREFIX; from here on `wine` runs on this machine
-#   install_bench BIN_DIR PROGRAM...        the engine's service, and our fwpuclnt.dll for the programs
+#   install_bench BIN_DIR PROGRAM...        the engine's service, and our fwpuclnt.dll and wtsapi32.dll
+#                                           for the programs
 #   stop_machine                            ends everything that runs on it; to be called on every path
 #
 # Redirect the output of `wine` to files: background processes inherit a pipe and would hold it open.
@@ -70,10 +71,13 @@ stop_machine() {
   wine_server -w 2>/dev/null || true
 }
 
-# Has a program use our fwpuclnt.dll: Wine prefers its own to most libraries unless told so.
-use_bench_engine() {
-  wine reg add "HKCU\\Software\\Wine\\AppDefaults\\$1\\DllOverrides" /v fwpuclnt /d native /f \
-    >/dev/null 2>&1
+# Has a program use our libraries: Wine prefers its own to most of them unless told so.
+use_bench() {
+  local library
+  for library in fwpuclnt wtsapi32; do
+    wine reg add "HKCU\\Software\\Wine\\AppDefaults\\$1\\DllOverrides" /v $library /d native /f \
+      >/dev/null 2>&1
+  done
 }
 
 install_bench() {
@@ -82,9 +86,9 @@ install_bench() {
   local system32=$WINEPREFIX/drive_c/windows/system32 bench=$WINEPREFIX/drive_c/bench
   mkdir -p "$bench"
   cp "$bin_dir/BFE.exe" "$bin_dir/wfpctl.exe" "$bench/"
-  # The template's file hangs on the same inode: it must not be overwritten in place.
-  cp --remove-destination "$bin_dir/fwpuclnt.dll" "$system32/fwpuclnt.dll"
-  for program in "$@" wfpctl.exe; do use_bench_engine "$program"; done
+  # The template's files hang on the same inodes: they must not be overwritten in place.
+  cp --remove-destination "$bin_dir/fwpuclnt.dll" "$bin_dir/wtsapi32.dll" "$system32/"
+  for program in "$@" wfpctl.exe; do use_bench "$program"; done
   # Both fail on a machine that has the service already; whether it runs is what counts.
   wine sc create BFE binPath= 'C:\bench\BFE.exe' >/dev/null 2>&1 || true
   wine sc start BFE >/dev/null 2>&1 || true

@@ -9,14 +9,9 @@
 
 namespace kestrelon {
 
-// Starts a module's program as the session's user, on the desktop that the user sees. False, with
-// `record` as it was and the reason in `error`, when it can't be started.
+// Starts a module's program as the session's user, on the desktop that the user sees, and doesn't
+// wait for it. False, with `record` as it was and the reason in `error`, when it can't be started.
 [[nodiscard]] bool StartInSession(const ModuleStatus& status, std::uint32_t session,
                                   ModuleProcess& record, std::wstring& error);
-
-// Looks for a process of the module's own file that runs in the session already, as it does after
-// the service was restarted. False, with `record` as it was, when there is none.
-[[nodiscard]] bool FindInSession(const ModuleStatus& status, std::uint32_t session,
-                                 ModuleProcess& record);
 
 }  // namespace kestrelon

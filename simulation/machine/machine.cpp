@@ -57,7 +57,12 @@ void InstallServices(ServiceTable& services) {
 }  // namespace
 
 Machine::Machine()
-    : watches(waits), files(faults, clock, watches), http(faults), pipes(faults, token) {
+    : watches(waits),
+      files(faults, clock, watches),
+      http(faults),
+      pipes(faults, token),
+      processes(environment),
+      sessions(files, processes, token) {
   faults.WhenPowerGoes([this] {
     pipes.WakeAll();
     http.WakeAll();
@@ -75,6 +80,9 @@ void Machine::Restart() {
   services.DropHandles();
   network.DropNotifications();
   http.DropHandles();
+  windows_firewall.DropHandles();
+  sessions.Restart();
+  processes.Restart();
   clock.RestartTick();
   engine.Restart();
   engine.Start();

@@ -12,12 +12,15 @@
 #include "simulation/machine/http_servers.h"
 #include "simulation/machine/network.h"
 #include "simulation/machine/pipe_namespace.h"
+#include "simulation/machine/process_table.h"
 #include "simulation/machine/process_use.h"
 #include "simulation/machine/registry.h"
 #include "simulation/machine/service_host.h"
 #include "simulation/machine/service_table.h"
+#include "simulation/machine/sessions.h"
 #include "simulation/machine/token.h"
 #include "simulation/machine/wait_hub.h"
+#include "simulation/machine/windows_firewall.h"
 
 namespace simulation {
 
@@ -46,6 +49,9 @@ class Machine {
   Environment environment;
   Console console;
   PipeNamespace pipes;
+  WindowsFirewall windows_firewall;
+  ProcessTable processes;
+  Sessions sessions;
   Engine engine;
 };
 

@@ -19,4 +19,51 @@ Code OwnHandleCount(std::uint32_t& count) {
   return kSuccess;
 }
 
+Code ListProcesses(std::vector<RunningProcess>& processes) {
+  if (const Code fault = TheMachine().faults.Next("ListProcesses")) return fault;
+  processes.clear();
+  for (const simulation::SimulatedProcess& process : TheMachine().processes.List()) {
+    const std::size_t name = process.path.find_last_of(L'\\') + 1;
+    processes.push_back({process.id, process.path.substr(name)});
+  }
+  return kSuccess;
+}
+
+Code SessionOfProcess(std::uint32_t process_id, std::uint32_t& session) {
+  if (const Code fault = TheMachine().faults.Next("SessionOfProcess")) return fault;
+  return TheMachine().processes.Session(process_id, session);
+}
+
+void CloseProcess(std::uintptr_t process) {
+  TheMachine().processes.Close(process);
+}
+
+Code OpenProcessById(std::uint32_t process_id, std::uint32_t access, Process& process) {
+  if (const Code fault = TheMachine().faults.Next("OpenProcessById")) return fault;
+  std::uintptr_t handle = 0;
+  const Code code = TheMachine().processes.Open(process_id, access, handle);
+  if (code == kSuccess) process.Adopt(handle);
+  return code;
+}
+
+Code ProcessImage(const Process& process, std::wstring& path) {
+  if (const Code fault = TheMachine().faults.Next("ProcessImage")) return fault;
+  return TheMachine().processes.Image(process.handle(), path);
+}
+
+bool HasProcessEnded(const Process& process) {
+  TheMachine().faults.Announce("HasProcessEnded");
+  return TheMachine().processes.HasEnded(process.handle());
+}
+
+Code ProcessExitCode(const Process& process, std::uint32_t& exit_code) {
+  if (const Code fault = TheMachine().faults.Next("ProcessExitCode")) return fault;
+  return TheMachine().processes.ExitCode(process.handle(), exit_code);
+}
+
+Code EndProcess(const Process& process, std::uint32_t exit_code) {
+  if (const Code fault = TheMachine().faults.Next("EndProcess")) return fault;
+  return TheMachine().processes.Terminate(process.handle(), exit_code);
+}
+
 }  // namespace kestrelon::platform

@@ -1,10 +1,25 @@
 #include "platform/processes.h"
 
-#include "platform/windows/windows_headers.h"
+#include "platform/windows/owned.h"
 
 #include <psapi.h>
+#include <tlhelp32.h>
+
+#include <utility>
 
 namespace kestrelon::platform {
+namespace {
+
+using Snapshot = Owned<HANDLE, CloseKernelHandle, -1>;
+
+constexpr DWORD kFirstPathRoom = 512;
+constexpr DWORD kLongestPath = 32768;
+
+HANDLE Native(const Process& process) {
+  return reinterpret_cast<HANDLE>(process.handle());
+}
+
+}  // namespace
 
 Code OwnMemoryUse(MemoryUse& use) {
   PROCESS_MEMORY_COUNTERS_EX counters{};
@@ -24,6 +39,70 @@ Code OwnHandleCount(std::uint32_t& count) {
   if (!GetProcessHandleCount(GetCurrentProcess(), &handles)) return GetLastError();
   count = handles;
   return kSuccess;
+}
+
+Code ListProcesses(std::vector<RunningProcess>& processes) {
+  const Snapshot snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  if (!snapshot) return GetLastError();
+  PROCESSENTRY32W entry{};
+  entry.dwSize = sizeof entry;
+  std::vector<RunningProcess> list;
+  BOOL found = Process32FirstW(snapshot.get(), &entry);
+  while (found) {
+    list.push_back({entry.th32ProcessID, entry.szExeFile});
+    found = Process32NextW(snapshot.get(), &entry);
+  }
+  if (const Code end = GetLastError(); end != kNoMoreFiles) return end;
+  processes = std::move(list);
+  return kSuccess;
+}
+
+Code SessionOfProcess(std::uint32_t process_id, std::uint32_t& session) {
+  DWORD found = 0;
+  if (!ProcessIdToSessionId(process_id, &found)) return GetLastError();
+  session = found;
+  return kSuccess;
+}
+
+void CloseProcess(std::uintptr_t process) {
+  CloseHandle(reinterpret_cast<HANDLE>(process));
+}
+
+Code OpenProcessById(std::uint32_t process_id, std::uint32_t access, Process& process) {
+  const HANDLE handle = OpenProcess(access, FALSE, process_id);
+  if (handle == nullptr) return GetLastError();
+  process.Adopt(reinterpret_cast<std::uintptr_t>(handle));
+  return kSuccess;
+}
+
+Code ProcessImage(const Process& process, std::wstring& path) {
+  Code code = kInsufficientBuffer;
+  for (DWORD room = kFirstPathRoom; code == kInsufficientBuffer && room <= kLongestPath;
+       room *= 2) {
+    std::wstring buffer(room, L'\0');
+    DWORD length = room;
+    if (QueryFullProcessImageNameW(Native(process), 0, buffer.data(), &length)) {
+      path.assign(buffer, 0, length);
+      return kSuccess;
+    }
+    code = GetLastError();
+  }
+  return code;
+}
+
+bool HasProcessEnded(const Process& process) {
+  return WaitForSingleObject(Native(process), 0) == WAIT_OBJECT_0;
+}
+
+Code ProcessExitCode(const Process& process, std::uint32_t& exit_code) {
+  DWORD code = 0;
+  if (!GetExitCodeProcess(Native(process), &code)) return GetLastError();
+  exit_code = code;
+  return kSuccess;
+}
+
+Code EndProcess(const Process& process, std::uint32_t exit_code) {
+  return TerminateProcess(Native(process), exit_code) ? kSuccess : GetLastError();
 }
 
 }  // namespace kestrelon::platform

@@ -60,10 +60,11 @@ class Readers {
 
  private:
   void Read() {
+    const std::atomic<bool> never = false;
     Subscription subscription;
     ++subscribed_;
     for (std::size_t n = 0; n < texts_.size(); ++n) {
-      if (*subscription.Next() != texts_[n]) ++lost_;
+      if (*subscription.Next(never) != texts_[n]) ++lost_;
       if ((n + 1) % kBatch == 0) taken_ += kBatch;
     }
   }

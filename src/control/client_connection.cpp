@@ -22,34 +22,27 @@ Json RequestFromFrame(const std::string& frame, Json& refusal) {
 }
 
 // Reads and answers one request. False when the connection is to end.
-bool ServeRequest(const platform::Pipe& pipe) {
+bool ServeRequest(const PipeConnection& client) {
   Json reply;
   Json request;
   {
     std::string frame;  // may be large: not kept while the command waits for its guards
-    if (!ReadFrame(pipe, frame)) return false;
+    if (!ReadFrame(client.pipe, frame)) return false;
     request = RequestFromFrame(frame, reply);
   }
   if (request.Get("cmd").text() == "subscribe") {
-    StreamEvents(pipe);
+    StreamEvents(client);
     return false;
   }
   if (request.IsObject()) reply = DispatchCommand(request);
-  return WriteFrame(pipe, reply.Dump(false));
+  return WriteFrame(client.pipe, reply.Dump(false));
 }
 
 }  // namespace
 
-void ControlClient(std::list<platform::Pipe>::iterator client) {
-  while (!TheControlPipe.PipeStop && ServeRequest(*client)) {
+void ControlClient(PipeConnection& client) {
+  while (!*client.PipeStop && ServeRequest(client)) {
   }
-  // What a client does not read holds this thread up until it leaves or the stop cancels the wait.
-  (void)platform::FlushPipe(*client);
-  (void)platform::DisconnectPipeClient(*client);
-
-  GuardLock lock(TheControlPipe.SubscriberGuard);
-  TheControlPipe.clients.erase(client);
-  TheControlPipe.wake.WakeAll();
 }
 
 }  // namespace kestrelon

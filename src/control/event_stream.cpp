@@ -25,23 +25,23 @@ Subscription::~Subscription() {
   TheControlPipe.subscribers.erase(&subscriber_);
 }
 
-EventText Subscription::Next() {
+EventText Subscription::Next(const std::atomic<bool>& PipeStop) {
   const steady_clock::time_point deadline = steady_clock::now() + kPingAfter;
   GuardLock lock(TheControlPipe.SubscriberGuard);
-  while (subscriber_.queue.empty() && !TheControlPipe.PipeStop && steady_clock::now() < deadline) {
+  while (subscriber_.queue.empty() && !PipeStop && steady_clock::now() < deadline) {
     TheControlPipe.wake.WaitUntil(TheControlPipe.SubscriberGuard, deadline);
   }
-  if (TheControlPipe.PipeStop) return nullptr;
+  if (PipeStop) return nullptr;
   if (subscriber_.queue.empty()) return std::make_shared<const std::string>(kPing);
   EventText oldest = std::move(subscriber_.queue.front());
   subscriber_.queue.pop_front();
   return oldest;
 }
 
-void StreamEvents(const platform::Pipe& pipe) {
+void StreamEvents(const PipeConnection& client) {
   Subscription subscription;
-  while (const EventText text = subscription.Next()) {
-    if (!WriteFrame(pipe, *text)) return;
+  while (const EventText text = subscription.Next(*client.PipeStop)) {
+    if (!WriteFrame(client.pipe, *text)) return;
   }
 }
 

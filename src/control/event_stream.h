@@ -14,8 +14,8 @@ class Subscription {
   Subscription& operator=(const Subscription&) = delete;
 
   // Waits for the next text to send: the oldest event that was not, or a ping when fifteen seconds
-  // passed without one. Null on the stop.
-  EventText Next() EXCLUDES(TheControlPipe.SubscriberGuard);
+  // passed without one. Null once PipeStop is set.
+  EventText Next(const std::atomic<bool>& PipeStop) EXCLUDES(TheControlPipe.SubscriberGuard);
 
  private:
   Subscriber subscriber_;  // guarded by SubscriberGuard while in the table
@@ -24,6 +24,6 @@ class Subscription {
 // Sends the connection what is published from now on, and pings. Returns when a message can't be
 // sent, which is how a vanished client is found, or on the stop. Nothing that the client sends is
 // read.
-void StreamEvents(const platform::Pipe& pipe) EXCLUDES(TheControlPipe.SubscriberGuard);
+void StreamEvents(const PipeConnection& client) EXCLUDES(TheControlPipe.SubscriberGuard);
 
 }  // namespace kestrelon

@@ -2,17 +2,13 @@
 // through subscribers.h, and starts and stops through pipe_server.h.
 #pragma once
 
-#include <atomic>
 #include <deque>
-#include <list>
 #include <memory>
 #include <set>
 #include <string>
-#include <thread>
 
 #include "base/guard.h"
-#include "platform/pipes.h"
-#include "platform/security.h"
+#include "control/pipe_listener.h"
 
 namespace kestrelon {
 
@@ -29,20 +25,10 @@ struct ControlPipeState {
   // under it.
   Guard SubscriberGuard{"SubscriberGuard", GuardRank::kLeaf};
   std::set<Subscriber*> subscribers GUARDED_BY(SubscriberGuard);
-  // The connections of all running client threads. A thread takes its own out, which closes it, as
-  // its last act: whatever stands here is open, so cancelling never meets a handle used anew.
-  std::list<platform::Pipe> clients GUARDED_BY(SubscriberGuard);
-  bool accepting GUARDED_BY(SubscriberGuard) = false;  // the accept loop runs
   // Tells subscribers of an event or the stop, and the stop of a thread that has ended.
   GuardCondition wake;
 
-  // All threads of the pipe are to end. Atomic because they look at it between two waits without
-  // the guard; who waits under the guard is woken under it after the change.
-  std::atomic<bool> PipeStop = false;
-
-  // Start and stop only, and read by the accept loop in between.
-  platform::SecurityDescriptor PipeDescriptor;
-  std::thread accept_thread;
+  PipeListener listener{SubscriberGuard, wake};
 };
 
 // The one control pipe. Never destroyed: client threads are detached, and one that hangs may

@@ -66,8 +66,7 @@ std::size_t SubscriberCount() {
 }
 
 std::size_t ServedClients() {
-  GuardLock lock(TheControlPipe.SubscriberGuard);
-  return TheControlPipe.clients.size();
+  return TheControlPipe.listener.client_count();
 }
 
 // No address space has room for such a stack.

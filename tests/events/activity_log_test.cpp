@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include "control/event_stream.h"
 #include "core/line_file.h"
@@ -174,12 +175,13 @@ TEST_F(ActivityLog, RotatesAboveFourMebibytes) {
 }
 
 TEST_F(ActivityLog, AFileThatCannotBeOpenedLosesTheLineAlone) {
+  const std::atomic<bool> never = false;
   Subscription subscription;
   machine.files.Write(kLog, "kept");
   machine.files.HoldOpen(kLog);
   for (int time = 0; time < 2; ++time) {
     RecordBlockedEvent(Connection());
-    EXPECT_NE(subscription.Next()->find("\"count\":1}"), std::string::npos) << "as it came";
+    EXPECT_NE(subscription.Next(never)->find("\"count\":1}"), std::string::npos) << "as it came";
   }
   machine.files.LetGo(kLog);
   EXPECT_EQ(Log(), "kept");

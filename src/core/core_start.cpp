@@ -20,6 +20,7 @@
 #include "identity/file_watch.h"
 #include "identity/follow_updates.h"
 #include "modules/firewall_exceptions.h"
+#include "modules/module_client.h"
 #include "modules/module_pipe.h"
 #include "modules/module_processes.h"
 #include "modules/supervise_modules.h"

@@ -1,5 +1,6 @@
 // The rules of the operating system's own firewall (Windows Defender Firewall), through its COM
-// interfaces. All objects of one policy belong to the thread that opened it, and end before it.
+// interfaces. A policy and its rules are used by the thread that opened it alone, and the rules end
+// before it. The calls may wait for the firewall's service.
 #pragma once
 
 #include <cstdint>
@@ -19,33 +20,39 @@ inline constexpr std::int32_t kFirewallProfilesAll = 0x7FFFFFFF;
 void CloseFirewallPolicy(std::uintptr_t policy);
 using FirewallPolicy = Handle<&CloseFirewallPolicy>;
 
-// Fails where the firewall's service doesn't answer.
+// Fails where the firewall's service doesn't answer. `policy` is changed on success only.
 [[nodiscard]] Code OpenFirewallPolicy(FirewallPolicy& policy);
 
-// What one rule says, set in this order.
+// A rule that says nothing yet.
+void CloseFirewallRule(std::uintptr_t rule);
+using FirewallRule = Handle<&CloseFirewallRule>;
+
+// `rule` is changed on success only.
+[[nodiscard]] Code MakeFirewallRule(FirewallRule& rule);
+
+// What a rule says, set in this order.
 struct FirewallRuleValues {
   std::wstring name;  // need not be unique
   std::wstring description;
-  std::wstring application;
-  std::int32_t protocol = 0;  // IP protocol number; before the ports, which depend on it
-  std::wstring local_ports;
+  std::wstring application;       // full path of the program it is for
+  std::int32_t protocol = 0;      // IP protocol number; before the ports, which depend on it
+  std::wstring local_ports;       // decimal
   std::wstring remote_addresses;  // also "LocalSubnet"
   std::int32_t direction = kFirewallRuleIn;
   std::int32_t action = kFirewallActionAllow;
   std::wstring grouping;
   std::int32_t profiles = kFirewallProfilesAll;
   bool enabled = true;
+
+  friend bool operator==(const FirewallRuleValues&, const FirewallRuleValues&) = default;
 };
 
-// A rule that is part of no policy yet.
-void CloseFirewallRule(std::uintptr_t rule);
-using FirewallRule = Handle<&CloseFirewallRule>;
+// Sets all values of a rule and makes it part of the policy. A rule that refuses a value is not
+// added: without it, it would let through more than meant.
+[[nodiscard]] Code AddFirewallRule(const FirewallPolicy& policy, const FirewallRule& rule,
+                                   const FirewallRuleValues& values);
 
-[[nodiscard]] Code MakeFirewallRule(const FirewallRuleValues& values, FirewallRule& rule);
-
-[[nodiscard]] Code AddFirewallRule(const FirewallPolicy& policy, const FirewallRule& rule);
-
-// Takes out the rules of a name; a name that no rule has is a success too.
+// Takes out the rules of a name; that no rule has it is success too.
 [[nodiscard]] Code RemoveFirewallRules(const FirewallPolicy& policy, const std::wstring& name);
 
 struct ListedFirewallRule {
@@ -53,7 +60,8 @@ struct ListedFirewallRule {
   std::wstring grouping;
 };
 
-// All rules, also those of other software. What of a rule can't be read is empty.
+// All rules, also those of other software, as far as the platform gives them. What of a rule can't
+// be read is empty. `rules` is changed on success only.
 [[nodiscard]] Code ListFirewallRules(const FirewallPolicy& policy,
                                      std::vector<ListedFirewallRule>& rules);
 

@@ -2,10 +2,12 @@
 
 #include <utility>
 
+#include "simulation/machine/process_table.h"
+
 namespace simulation {
 namespace {
 
-thread_local std::uint32_t acting_process = kOwnProcessId;
+thread_local std::uint32_t acting_process = ProcessTable::kOwnProcess;
 
 }  // namespace
 

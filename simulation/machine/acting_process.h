@@ -1,13 +1,10 @@
-// Which process a thread acts as. There are no others in a test: where the machine asks who is
-// there, a thread can stand in for one.
+// Which process a thread acts as. A test runs no others: where the machine asks who is there, a
+// thread can stand in for one.
 #pragma once
 
 #include <cstdint>
 
 namespace simulation {
-
-// The id of the product's own process.
-inline constexpr std::uint32_t kOwnProcessId = 4000;
 
 // From here to the end of the scope, what the calling thread opens is opened by another process.
 class AsProcess {
@@ -21,7 +18,7 @@ class AsProcess {
   std::uint32_t before_;
 };
 
-// Whom the calling thread acts as: the product's own process unless told otherwise.
+// The id of the one that the calling thread acts as: the product's own unless told otherwise.
 std::uint32_t ActingProcess();
 
 }  // namespace simulation

@@ -49,7 +49,8 @@ struct PipeSettings {
 // is a failure, and the instance good for nothing until DisconnectPipeClient.
 [[nodiscard]] Code AwaitPipeClient(const Pipe& pipe);
 
-// The id of the process at the client's end, as the system knows it.
+// The id of the process that opened the client's end, as the system knows it. Only of a connection
+// that came about and wasn't disconnected.
 [[nodiscard]] Code PipeClientProcess(const Pipe& pipe, std::uint32_t& process_id);
 
 // Ends the connection with the client; what it has not read yet is lost.

@@ -2,6 +2,8 @@
 // the rules of an inbound module let through.
 #pragma once
 
+#include <string>
+
 #include "modules/module_processes.h"
 #include "modules/verify_module.h"
 

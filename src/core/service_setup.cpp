@@ -8,6 +8,7 @@
 #include "core/error_text.h"
 #include "core/service_entry.h"
 #include "filtering/remove_filters.h"
+#include "modules/firewall_exceptions.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/paths.h"
@@ -33,9 +34,6 @@ constexpr const wchar_t* kDescription =
     L"explicitly allowed applications and rules.";
 constexpr std::uint32_t kFailureResetPeriodS = 86400;
 constexpr std::uint32_t kRestartDelaysMs[] = {1000, 2000, 5000};
-
-// Only modules get exceptions in the system's own firewall, and this version runs none.
-constexpr int kFirewallExceptions = 0;
 
 int Failed(const wchar_t* what, Code code) {
   platform::WriteStandardError(Format(L"%s failed: %s\n", what, ErrorText(code)));
@@ -173,7 +171,7 @@ int UninstallService() {
   platform::WriteStandardOutput(
       Format(L"Kestrelon service and all of its filters were removed (%d Windows Defender Firewall "
              L"exception(s)).\n",
-             kFirewallExceptions));
+             RemoveFirewallExceptions()));
   return kExitSuccess;
 }
 

@@ -7,7 +7,8 @@ namespace kestrelon {
 // Registers the service, or brings an existing one up to date, and starts it.
 [[nodiscard]] int InstallService();
 
-// Stops and deletes the service and removes everything it has in the filtering engine.
+// Stops and deletes the service and removes everything it has in the filtering engine and in the
+// system's own firewall.
 [[nodiscard]] int UninstallService();
 
 // The way out when the filters lock a machine out: turns protection off in the configuration and

@@ -201,6 +201,21 @@ TEST_F(ServiceSetup, RemovingFiltersComesBeforeTheConfigurationAndItsLastWorking
   ExpectOffOnDisk(last_good_);
 }
 
+TEST_F(ServiceSetup, UninstallingTakesExceptionsAwayThatAreOurs) {
+  for (const wchar_t* group : {L"Kestrelon", L"Others", L"Kestrelon"}) {
+    platform::FirewallRuleValues rule;
+    rule.name = rule.grouping = group;
+    machine_.windows_firewall.Add(rule);
+  }
+  EXPECT_EQ(Run(L"--uninstall"), 0);
+  EXPECT_EQ(Output(),
+            L"Kestrelon service and all of its filters were removed (2 Windows Defender Firewall "
+            L"exception(s)).\n");
+  const std::vector<platform::FirewallRuleValues> left = machine_.windows_firewall.Rules();
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].name, L"Others");
+}
+
 TEST_F(ServiceSetup, FiltersThatCannotBeRemovedAreToldOf) {
   LeaveFilters();
   machine_.engine.Stop();

@@ -28,7 +28,8 @@ struct FileProperties {
   // Values of the version resource by case-folded sub-block.
   std::map<std::wstring, std::wstring> version_texts;
   std::map<std::wstring, std::vector<std::uint8_t>> version_bytes;
-  // Resources of raw data by case-folded name; a file without any is no executable image.
+  // Resources of raw data by case-folded name. A file with any is an executable image, whatever
+  // its content; so is one that begins like the system's.
   std::map<std::wstring, std::vector<std::uint8_t>> raw_data;
 };
 

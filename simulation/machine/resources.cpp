@@ -18,8 +18,8 @@ struct Image {
   simulation::FileProperties properties;
 };
 
-// Opens a file and takes what a test gave it.
-Code Inspect(const std::wstring& path, std::uint32_t share, File& file,
+// Opens a file and takes its content and what a test gave it.
+Code Inspect(const std::wstring& path, std::uint32_t share, File& file, std::string& content,
              simulation::FileProperties& properties) {
   std::uintptr_t handle = 0;
   if (const Code code =
@@ -27,7 +27,6 @@ Code Inspect(const std::wstring& path, std::uint32_t share, File& file,
     return code;
   }
   file.Adopt(handle);
-  std::string content;
   return TheMachine().files.Inspect(handle, content, properties);
 }
 
@@ -43,8 +42,9 @@ VersionBlock::~VersionBlock() = default;
 Code LoadVersionBlock(const std::wstring& path, VersionBlock& block) {
   if (const Code fault = TheMachine().faults.Next("LoadVersionBlock")) return fault;
   File file;
+  std::string content;
   simulation::FileProperties properties;
-  if (const Code code = Inspect(path, kShareAll, file, properties)) return code;
+  if (const Code code = Inspect(path, kShareAll, file, content, properties)) return code;
   if (properties.version_texts.empty() && properties.version_bytes.empty()) {
     return kResourceNotFound;
   }
@@ -76,11 +76,12 @@ void CloseResourceImage(std::uintptr_t image) {
 Code OpenResourceImage(const std::wstring& path, ResourceImage& image) {
   if (const Code fault = TheMachine().faults.Next("OpenResourceImage")) return fault;
   auto opened = std::make_unique<Image>();
+  std::string content;
   if (const Code code =
-          Inspect(path, kShareRead | kShareDelete, opened->file, opened->properties)) {
+          Inspect(path, kShareRead | kShareDelete, opened->file, content, opened->properties)) {
     return code;
   }
-  if (opened->properties.raw_data.empty()) return kNoImage;
+  if (!content.starts_with("MZ") && opened->properties.raw_data.empty()) return kNoImage;
   image.Adopt(reinterpret_cast<std::uintptr_t>(opened.release()));
   return kSuccess;
 }

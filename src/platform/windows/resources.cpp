@@ -55,4 +55,29 @@ bool VersionText(const VersionBlock& block, const std::wstring& name, std::wstri
   return true;
 }
 
+void CloseResourceImage(std::uintptr_t image) {
+  FreeLibrary(reinterpret_cast<HMODULE>(image));
+}
+
+Code OpenResourceImage(const std::wstring& path, ResourceImage& image) {
+  constexpr DWORD kFlags = LOAD_LIBRARY_AS_DATAFILE_EXCLUSIVE | LOAD_LIBRARY_AS_IMAGE_RESOURCE;
+  const HMODULE opened = LoadLibraryExW(path.c_str(), nullptr, kFlags);
+  if (opened == nullptr) return GetLastError();
+  image.Adopt(reinterpret_cast<std::uintptr_t>(opened));
+  return kSuccess;
+}
+
+bool FindRawData(const ResourceImage& image, const std::wstring& name,
+                 std::span<const std::uint8_t>& bytes) {
+  const auto module = reinterpret_cast<HMODULE>(image.handle());
+  // RT_RCDATA itself is a narrow text in a build without UNICODE.
+  const HRSRC found = FindResourceW(module, name.c_str(), MAKEINTRESOURCEW(10));
+  if (found == nullptr) return false;
+  const HGLOBAL loaded = LoadResource(module, found);
+  const void* const value = loaded == nullptr ? nullptr : LockResource(loaded);
+  if (value == nullptr) return false;
+  bytes = {static_cast<const std::uint8_t*>(value), SizeofResource(module, found)};
+  return true;
+}
+
 }  // namespace kestrelon::platform

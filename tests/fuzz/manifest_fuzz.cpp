@@ -1,0 +1,59 @@
+// Any text as a module's manifest: refused with a sentence and without effect, or taken in bounds
+// and with a grant that depends on nothing but what it asks for.
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+
+#include "base/text.h"
+#include "modules/module_manifest.h"
+#include "tests/fuzz/property.h"
+
+namespace kestrelon {
+namespace {
+
+void CheckBounds(const ModuleManifest& manifest) {
+  PROPERTY(!manifest.id.empty() && manifest.id.size() <= 40);
+  PROPERTY(manifest.id.find_first_not_of(L"abcdefghijklmnopqrstuvwxyz0123456789-") ==
+           std::wstring::npos);
+  PROPERTY(!manifest.name.empty() && !manifest.version.empty() && !manifest.publisher.empty());
+  PROPERTY(manifest.run == L"user_session");
+  const std::vector<std::wstring> all = {L"events.read", L"notify", L"status.read"};
+  PROPERTY(std::ranges::includes(all, manifest.permissions));
+  PROPERTY(manifest.network.size() <= 8);
+  for (const ModuleNetworkEntry& entry : manifest.network) {
+    PROPERTY(entry.direction <= 2 && (entry.protocol == 6 || entry.protocol == 17));
+    PROPERTY(entry.port >= 1 && entry.port <= 65535 && entry.scope == L"lan");
+    PROPERTY(!entry.why.empty());
+  }
+}
+
+// As many pieces as the manifest asks for things, whatever their order.
+void CheckGrant(ModuleManifest manifest) {
+  const std::wstring grant = ModuleGrantText(manifest);
+  const std::size_t asked = manifest.permissions.size() + manifest.network.size();
+  PROPERTY(grant.empty() ? asked == 0 : SplitAt(grant, L"|").size() == asked);
+  std::ranges::reverse(manifest.network);
+  PROPERTY(ModuleGrantText(manifest) == grant);
+}
+
+void CheckText(std::string_view text) {
+  ModuleManifest before;
+  before.id = L"before";
+  ModuleManifest manifest = before;
+  std::wstring error;
+  if (!ParseModuleManifest(text, manifest, &error)) {
+    PROPERTY(!error.empty() && manifest == before);
+    return;
+  }
+  PROPERTY(error.empty() && text.size() <= kLongestManifest);
+  CheckBounds(manifest);
+  CheckGrant(std::move(manifest));
+}
+
+}  // namespace
+}  // namespace kestrelon
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  kestrelon::CheckText({reinterpret_cast<const char*>(data), size});
+  return 0;
+}

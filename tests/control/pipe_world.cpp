@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "control/frames.h"
-#include "control/pipe_server.h"
 #include "control/pipe_state.h"
 
 namespace kestrelon::test {
@@ -31,10 +30,10 @@ bool Eventually(const std::function<bool()>& condition) {
   return true;
 }
 
-PipeClient::PipeClient() {
+PipeClient::PipeClient(const wchar_t* name) {
   // The instance for the next client is made a moment after the one before has come.
-  EXPECT_TRUE(Eventually(
-      [this] { return platform::OpenPipe(kControlPipeName, true, pipe_) == platform::kSuccess; }));
+  EXPECT_TRUE(
+      Eventually([&] { return platform::OpenPipe(name, true, pipe_) == platform::kSuccess; }));
 }
 
 void PipeClient::Send(const std::string& text) {
@@ -58,6 +57,21 @@ void PipeClient::Subscribe() {
 
 std::string Refusal(const std::string& error) {
   return R"({"ok":false,"error":")" + error + R"("})";
+}
+
+platform::Pipe TakeName(const wchar_t* name) {
+  platform::SecurityDescriptor descriptor;
+  EXPECT_EQ(platform::DescriptorFromText(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", descriptor), 0U);
+  platform::PipeSettings settings;
+  settings.name = name;
+  settings.open_mode = platform::kPipeDuplex;
+  settings.pipe_mode = platform::kPipeMessageType | platform::kPipeMessageRead;
+  settings.instances = platform::kUnlimitedPipeInstances;
+  std::uintptr_t handle = 0;
+  EXPECT_EQ(simulation::TheMachine().pipes.Make(settings, descriptor, handle), 0U);
+  platform::Pipe taken;
+  taken.Adopt(handle);
+  return taken;
 }
 
 std::size_t SubscriberCount() {

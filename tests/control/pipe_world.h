@@ -1,4 +1,4 @@
-// The control pipe alone, running in this process on the simulated machine.
+// One of the service's pipes alone, running in this process on the simulated machine.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "control/pipe_server.h"
 #include "platform/pipes.h"
 #include "simulation/machine/machine.h"
 
@@ -17,7 +18,7 @@ bool Eventually(const std::function<bool()>& condition);
 // A connection with texts instead of JSON. Fails the test when it can't connect.
 class PipeClient {
  public:
-  PipeClient();
+  explicit PipeClient(const wchar_t* name = kControlPipeName);
 
   // Writes one message; fails the test when it can't.
   void Send(const std::string& text);
@@ -37,6 +38,9 @@ inline constexpr const char* kEnded = "(ended)";
 
 // {"ok":false,"error":error}, as it stands on the pipe.
 std::string Refusal(const std::string& error);
+
+// A pipe's name as another process takes it, whatever calls of the service's fail.
+platform::Pipe TakeName(const wchar_t* name);
 
 std::size_t SubscriberCount();
 std::size_t ServedClients();

@@ -24,22 +24,6 @@ platform::Code TryOpen() {
   return platform::OpenPipe(kControlPipeName, true, pipe);
 }
 
-// The pipe's name as another process takes it, whatever calls of the service's fail.
-platform::Pipe TakeName() {
-  platform::SecurityDescriptor descriptor;
-  EXPECT_EQ(platform::DescriptorFromText(L"D:P(A;;GA;;;SY)(A;;GA;;;BA)", descriptor), 0U);
-  platform::PipeSettings settings;
-  settings.name = kControlPipeName;
-  settings.open_mode = platform::kPipeDuplex;
-  settings.pipe_mode = platform::kPipeMessageType | platform::kPipeMessageRead;
-  settings.instances = 255;
-  std::uintptr_t handle = 0;
-  EXPECT_EQ(simulation::TheMachine().pipes.Make(settings, descriptor, handle), 0U);
-  platform::Pipe taken;
-  taken.Adopt(handle);
-  return taken;
-}
-
 void ExpectServed() {
   EXPECT_EQ(PipeClient().Ask("{}"), Refusal("unknown command: "));
 }
@@ -76,7 +60,7 @@ TEST_F(PipeServer, AFailureToAwaitAClientOrOfAnInstanceIsTriedAgain) {
 }
 
 TEST_F(PipeServer, DoesNotShareANameThatAnotherProcessHasTaken) {
-  platform::Pipe taken = TakeName();
+  platform::Pipe taken = TakeName(kControlPipeName);
   StartControlPipe();
   ExpectNotShared(std::move(taken));
 }
@@ -87,7 +71,7 @@ TEST_F(PipeServer, LosesItsNameRatherThanShareItOnceNoInstanceIsLeft) {
   machine.faults.FailAlways("MakePipe", kPipeBusy);
   ExpectServed();
   ASSERT_TRUE(Eventually([this] { return machine.pipes.open_handles() == 0; }));
-  platform::Pipe taken = TakeName();
+  platform::Pipe taken = TakeName(kControlPipeName);
   machine.faults.Clear();
   ExpectNotShared(std::move(taken));
 }

@@ -34,6 +34,7 @@ Config OldConfig() {
   config.rules[0].remote = L"198.51.100.0/24";
   config.rules[0].remote_ports = L"443";
   config.rules[1].remote = L"203.0.113.66, 2001:db8::66";
+  config.modules = {ApprovedModule()};
   return config;
 }
 
@@ -50,7 +51,7 @@ Config NewConfig() {
 
 std::vector<Attempt> Probes() {
   std::vector<Attempt> probes;
-  for (const wchar_t* program : {kTool, kOther, kBrowser, L"C:\\Tools\\unknown.exe"}) {
+  for (const wchar_t* program : {kTool, kOther, kBrowser, kModuleFile, L"C:\\Tools\\unknown.exe"}) {
     for (const wchar_t* remote :
          {L"203.0.113.5", L"203.0.113.66", L"203.0.113.67", L"2001:db8::66", L"198.51.100.9"}) {
       for (const std::uint16_t port : {std::uint16_t{443}, std::uint16_t{8443}}) {
@@ -117,6 +118,8 @@ void ExpectFilesLoad(World& world) {
 // A machine that has run under the old configuration and was restarted.
 void RunOnceUnderOld(World& world) {
   world.Program(kReplaced, "what stands in its place");
+  world.InstallModule();
+  world.machine().sessions.SignIn(1);
   world.PutConfig(OldConfig());
   EXPECT_TRUE(world.Start());
   world.Restart();

@@ -34,6 +34,7 @@ struct Footprint {
   std::size_t pipe_handles = 0;
   std::size_t watches = 0;
   std::size_t sessions = 0;
+  std::size_t processes = 0;
   std::size_t bytes = 0;
 };
 
@@ -64,6 +65,7 @@ class LongRun : public Scenario {
   void SetUp() override {
     seed_ = FirstSeed();
     dice_ = Dice(seed_);
+    world.InstallModule(kRandomModule, kRandomGrant);
     world.PutConfig(RandomConfig(dice_, world));
     ASSERT_TRUE(world.Start());
   }
@@ -92,6 +94,12 @@ class LongRun : public Scenario {
       case 5:
         machine.faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
         break;
+      case 6:
+        SetModule(dice_.OneIn(2));
+        break;
+      case 7:
+        HappenToModules();
+        break;
       default:
         if (!machine.engine.running()) machine.engine.Start();
         break;
@@ -116,6 +124,52 @@ class LongRun : public Scenario {
     return Client().Ask(request).Get("ok").boolean();
   }
 
+  void SetModule(bool enabled) {
+    Json request;
+    request["cmd"] = "set_module";
+    request["id"] = kModuleId;
+    request["enabled"] = enabled;
+    request["grant"] = kRandomGrant;
+    (void)Client().Ask(request);
+  }
+
+  void HappenToModules() {
+    simulation::Machine& machine = world.machine();
+    constexpr std::uint32_t kClosedByUser = 0x4B530000;
+    const auto session = static_cast<std::uint32_t>(1 + dice_.Below(2));
+    switch (dice_.Below(4)) {
+      case 0:
+        machine.sessions.SignIn(session);
+        break;
+      case 1:
+        machine.sessions.SignOut(session);
+        break;
+      case 2:
+        for (const std::uint32_t id : machine.processes.Running(kModuleFile, session)) {
+          machine.processes.End(id, dice_.OneIn(3) ? kClosedByUser : 0);
+        }
+        break;
+      default:
+        if (dice_.OneIn(3)) {
+          world.ReplaceModule();
+        } else {
+          world.InstallModule(kRandomModule, kRandomGrant);
+        }
+        machine.watches.WaitForWatchers();
+        break;
+    }
+  }
+
+  // Only what the user approved runs, at most once for each session.
+  void ExpectModulesMeant(const Config& config) {
+    const bool approved = !config.modules.empty() && config.modules[0].enabled &&
+                          config.modules[0].grant == world.facts().module_grant;
+    for (const std::uint32_t session : {0U, 1U, 2U}) {
+      const std::size_t most = approved && session != 0 ? 1 : 0;
+      EXPECT_LE(world.machine().processes.Running(kModuleFile, session).size(), most) << seed_;
+    }
+  }
+
   // Nothing passes but what the configuration lets pass.
   void ExpectMeant() {
     Config config;
@@ -125,6 +179,7 @@ class LongRun : public Scenario {
       config = Core.CurrentConfig;
     }
     ASSERT_TRUE(ExpectJudged(world, config, dice_, kAttemptsAPass, seed_));
+    ExpectModulesMeant(config);
   }
 
   void Live(int passes) {
@@ -155,6 +210,7 @@ class LongRun : public Scenario {
     if (!machine.engine.running()) machine.engine.Start();
     LoopPass();
     EXPECT_TRUE(SetConfig(Config()));
+    SetModule(false);
     LoopPass();
     machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log");
     machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log.old");
@@ -167,6 +223,7 @@ class LongRun : public Scenario {
     footprint.file_handles = machine.files.open_handles();
     footprint.pipe_handles = machine.pipes.open_handles();
     footprint.watches = machine.watches.open_watches();
+    footprint.processes = machine.processes.open_handles() + machine.sessions.open_handles();
     footprint.sessions = machine.engine.open_sessions();
     footprint.bytes = AllocatedBytes();
     return footprint;
@@ -187,6 +244,7 @@ TEST_F(LongRun, TwoMoreDaysGrowNothing) {
   EXPECT_EQ(after.pipe_handles, before.pipe_handles);
   EXPECT_EQ(after.watches, before.watches);
   EXPECT_EQ(after.sessions, before.sessions);
+  EXPECT_EQ(after.processes, before.processes);
   EXPECT_LE(after.bytes, before.bytes + kGrowthAllowedBytes);
 }
 

@@ -135,6 +135,40 @@ bool FetchesLists(const Config& config, const Attempt& attempt) {
          Lower(attempt.program) == L"c:\\program files\\kestrelon\\kestrelonsvc.exe";
 }
 
+// The private, link-local, multicast and broadcast addresses.
+constexpr const wchar_t* kLan =
+    L"10.0.0.0/8,172.16.0.0/12,192.168.0.0/16,169.254.0.0/16,224.0.0.0/4,255.255.255.255,"
+    L"fe80::/10,fc00::/7,ff00::/8";
+
+// Whether an item of a grant, "net:DIRECTION/PROTOCOL/PORT/lan", is about the attempt.
+bool GrantItemFits(const std::wstring& item, const Attempt& attempt) {
+  if (!item.starts_with(L"net:")) return false;
+  const std::size_t protocol = item.find(L'/') + 1;
+  const std::size_t port = item.find(L'/', protocol) + 1;
+  const std::wstring direction = item.substr(4, protocol - 5);
+  return direction != (attempt.inbound ? L"out" : L"in") &&
+         std::stoul(item.substr(protocol)) == attempt.protocol &&
+         std::stoul(item.substr(port)) == attempt.remote_port &&
+         attempt.local_port == attempt.remote_port && IsOneOf(attempt, kLan);
+}
+
+// Whether the module's user has approved what it asks for, and it asks for this.
+bool ModuleMay(const Config& config, const OracleFacts& facts, const Attempt& attempt) {
+  if (facts.module_grant.empty() || Lower(attempt.program) != Lower(facts.module_file)) {
+    return false;
+  }
+  const bool approved =
+      std::any_of(config.modules.begin(), config.modules.end(), [&](const ModuleEntry& entry) {
+        return entry.id == L"lan-messages" && entry.enabled && entry.grant == facts.module_grant;
+      });
+  std::wstring grant = facts.module_grant;
+  std::replace(grant.begin(), grant.end(), L'|', L',');
+  const std::vector<std::wstring> items = Items(grant);
+  return approved && std::any_of(items.begin(), items.end(), [&](const std::wstring& item) {
+           return GrantItemFits(item, attempt);
+         });
+}
+
 enum class Standing { kAbsent, kAllowed, kBlocked, kHeld };
 
 // What the entry says of its program, by what the program's file now is.
@@ -203,7 +237,7 @@ Answer Judge(const Config& config, const OracleFacts& facts, const Attempt& atte
 
   const bool listed = IsOneOf(attempt, config.custom_blocklist) ||
                       (EnablesTheList(config) && IsOneOf(attempt, facts.listed_networks));
-  allowed = allowed || FetchesLists(config, attempt);
+  allowed = allowed || FetchesLists(config, attempt) || ModuleMay(config, facts, attempt);
 
   if (held) return decide(Answer::kBlocked, L"the program is held back");
   if (attempt.loopback && config.allow_loopback) return decide(Answer::kPass, L"loopback");

@@ -38,6 +38,9 @@ struct OracleFacts {
   std::map<std::wstring, std::wstring> service_sids;
   std::wstring dns_servers;      // ", "-separated
   std::wstring listed_networks;  // of the blocklist "drop", the same way
+  std::wstring module_file;      // of the module "lan-messages"
+  std::wstring module_grant;     // what it asks for, such as "net:in/17/53535/lan"; empty unless
+                                 // its file is the one that was shipped
 };
 
 enum class Answer { kPass, kBlocked };

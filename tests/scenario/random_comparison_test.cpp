@@ -34,6 +34,7 @@ bool Compare(World& world, std::uint32_t seed) {
 TEST(RandomComparison, TheEngineDecidesAsTheConfigurationSays) {
   World world;
   world.InstallBlocklist(L"203.0.113.4/31, 2001:db8::/120");
+  world.InstallModule(kRandomModule, kRandomGrant);
   ASSERT_TRUE(world.Start());
   const std::uint32_t first = FirstSeed();
   const std::uint32_t count = SeedIsGiven() ? 1 : kConfigurations;

@@ -9,7 +9,8 @@
 namespace kestrelon::test {
 namespace {
 
-const wchar_t* const kPrograms[] = {kTool, kOther, kBrowser, kSvchost, kLsass, L"System", kService};
+const wchar_t* const kPrograms[] = {kTool,  kOther,    kBrowser, kSvchost,
+                                    kLsass, L"System", kService, kModuleFile};
 const wchar_t* const kAddresses[] = {L"10.0.0.1",     L"10.0.0.9",    L"10.200.0.1", L"192.168.1.7",
                                      L"192.0.2.53",   L"203.0.113.5", L"fe80::1",    L"2001:db8::1",
                                      L"2001:db8::ff", L"fd00::7"};
@@ -80,6 +81,10 @@ Config RandomConfig(Dice& dice, const World& world) {
   for (std::size_t left = dice.Below(7); left > 0; --left) config.rules.push_back(RandomRule(dice));
   if (dice.OneIn(3)) config.blocklists = {dice.OneIn(2) ? L"drop" : L"DROP", L"unknown"};
   config.blocklists_auto_update = dice.OneIn(2);
+  if (dice.OneIn(2)) {
+    config.modules = {ApprovedModule(dice.OneIn(3) ? kModuleGrant : kRandomGrant)};
+    config.modules[0].enabled = !dice.OneIn(4);
+  }
   config.custom_blocklist = dice.Of(kCustomLists);
   return config;
 }
@@ -89,6 +94,7 @@ Attempt RandomAttempt(Dice& dice) {
   attempt.inbound = dice.OneIn(2);
   attempt.protocol = dice.Of(kProtocols);
   attempt.local_port = dice.Of(kPorts);
+  if (attempt.program == kModuleFile && dice.OneIn(2)) attempt.local_port = attempt.remote_port;
   attempt.loopback = dice.OneIn(5);
   if (dice.OneIn(2)) attempt.users = {dice.Of(kUsers)};
   return attempt;

@@ -38,6 +38,16 @@ class Dice {
   std::mt19937 engine_;
 };
 
+// A module that asks for ports that the attempts often name.
+inline constexpr const char* kRandomModule = R"({
+  "id": "lan-messages", "name": "M", "version": "1", "publisher": "TARGON HELVERIK Ltd. Co.",
+  "network": [
+    {"dir": "both", "protocol": "udp", "port": 5353, "scope": "lan", "why": "x"},
+    {"dir": "in", "protocol": "tcp", "port": 80, "scope": "lan", "why": "x"},
+    {"dir": "out", "protocol": "udp", "port": 53, "scope": "lan", "why": "x"}]})";
+inline constexpr const wchar_t* kRandomGrant =
+    L"net:both/17/5353/lan|net:in/6/80/lan|net:out/17/53/lan";
+
 [[nodiscard]] Config RandomConfig(Dice& dice, const World& world);
 [[nodiscard]] Attempt RandomAttempt(Dice& dice);
 

@@ -157,6 +157,17 @@ void World::InstallBlocklist(const std::wstring& networks) {
   facts_.listed_networks = networks;
 }
 
+void World::InstallModule(const std::string& manifest, const std::wstring& grant) {
+  test::InstallModule(manifest);
+  facts_.module_file = kModuleFile;
+  facts_.module_grant = grant;
+}
+
+void World::ReplaceModule() {
+  Program(kModuleFile, "not what was shipped");
+  facts_.module_grant.clear();
+}
+
 bool World::Passes(const Attempt& attempt) {
   return machine().engine.Judge(ConnectionOf(attempt)).permit;
 }
@@ -211,6 +222,9 @@ void World::ExpectNothingLeft() {
   EXPECT_EQ(machine().watches.open_watches(), 0U);
   EXPECT_EQ(machine().network.notifications(), 0U);
   EXPECT_EQ(machine().http.open_handles(), 0U);
+  EXPECT_EQ(machine().processes.open_handles(), 0U);
+  EXPECT_EQ(machine().sessions.open_handles(), 0U);
+  EXPECT_EQ(machine().windows_firewall.open_handles(), 0U);
   EXPECT_EQ(machine().engine.open_sessions(), 0U);
   EXPECT_FALSE(machine().engine.transaction_open());
   EXPECT_EQ(machine().engine.TiedConflicts(), 0U);

@@ -11,6 +11,7 @@
 #include "config/config.h"
 #include "config/json.h"
 #include "simulation/machine/machine.h"
+#include "tests/modules/module_world.h"
 #include "tests/scenario/oracle.h"
 
 namespace kestrelon::test {
@@ -55,6 +56,12 @@ class World {
 
   // Lays a copy of the blocklist "drop" beside the executable, as the installer does.
   void InstallBlocklist(const std::wstring& networks);
+
+  // Lays the module that the service knows beside its executable, asking for what `grant` says.
+  void InstallModule(const std::string& manifest = kModuleManifest,
+                     const std::wstring& grant = kModuleGrant);
+  // Puts another file in its place.
+  void ReplaceModule();
 
   // Asks the engine what it would do, without a connection that it would report.
   bool Passes(const Attempt& attempt);

@@ -49,7 +49,7 @@ struct CoreState {
   std::atomic<std::uint32_t> TamperRestores = 0;  // audits that found a difference
   std::atomic<std::uint32_t> ChangedFilesBlocked = 0;
   std::atomic<std::uint64_t> NetEvents = 0;
-  std::atomic<std::uint64_t> NetDrops = 0;  // of them, by a filter of the product's
+  std::atomic<std::uint64_t> NetDrops = 0;        // of them, by a filter of the product's
   std::atomic<bool> ChangedFilePending = false;   // a blocked file awaits its verification
   std::atomic<bool> WatchRebuildPending = false;  // a watched directory was lost
   std::atomic<bool> BlocklistsChanged = false;    // a refresh brought another list

@@ -79,13 +79,17 @@ TEST(VerifyModule, TellsTheFirstProblemOfAFile) {
       {false, ours, ManifestBy("x", "lan"), L"the manifest belongs to another module (lan)"},
       {false, ours, ManifestBy("x"), not_shipped}};
   for (const auto& c : cases) {
+    SCOPED_TRACE(&c - cases);
+    // A signature is looked at once for one content, so that of the row before must be forgotten.
+    TheMachine().files.Write(kModuleFile, "nothing");
+    EXPECT_FALSE(VerifyModule(kModuleId).verified);
     InstallModule(c.manifest);
     if (!c.shipped) TheMachine().files.Write(kModuleFile, "another file");
     TheMachine().files.Sign(kModuleFile, c.signer);
     const ModuleStatus status = VerifyModule(kModuleId);
-    EXPECT_EQ(status.problem, c.problem) << c.manifest;
-    EXPECT_EQ(status.verified, c.shipped && c.signer == ours) << c.manifest;
-    EXPECT_EQ(status.manifest_valid, c.problem.empty() || c.problem == not_shipped) << c.manifest;
+    EXPECT_EQ(status.problem, c.problem);
+    EXPECT_EQ(status.verified, c.shipped && c.signer == ours);
+    EXPECT_EQ(status.manifest_valid, c.problem.empty() || c.problem == not_shipped);
   }
 }
 

@@ -31,10 +31,11 @@ constexpr Code kNotFound = 1168;
 
 constexpr std::wstring_view kPrefix = L"\\\\.\\PIPE\\";
 
-// Generic reading and writing, as a file's rights.
-constexpr std::uint32_t kRightsOfClient = 0x120089 | 0x120116;
 // The right to make further instances (FILE_CREATE_PIPE_INSTANCE).
 constexpr std::uint32_t kRightMakeInstance = 0x4;
+// Generic reading and writing, as a file's rights. Writing has the bit for instances among them,
+// which for files is the one to append; of a client it is not asked.
+constexpr std::uint32_t kRightsOfClient = (0x120089 | 0x120116) & ~kRightMakeInstance;
 
 // The platform's handle values are multiples of four.
 constexpr std::uintptr_t kHandleStep = 4;

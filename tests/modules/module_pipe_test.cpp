@@ -132,7 +132,8 @@ TEST_F(ModulePipe, EveryUserMayComeButNoneMayServe) {
   ASSERT_TRUE(Eventually([this] { return machine.pipes.waiting() == 1; }));
   machine.token.local_system = false;
   machine.token.elevated = false;
-  EXPECT_EQ(ConnectAs(kSilent).Ask(kHello), kSilentHello);
+  PipeClient user = ConnectAs(kSilent);
+  EXPECT_EQ(user.Ask(kHello), kSilentHello);
   platform::SecurityDescriptor descriptor;
   ASSERT_EQ(platform::DescriptorFromText(L"D:P(A;;GA;;;SY)", descriptor), platform::kSuccess);
   platform::Pipe own;

@@ -240,7 +240,7 @@ TEST_F(ModulePipe, ClosingDoesNotWaitForAStatusNorDoesThatComeBack) {
   SetModuleStatusProvider([&asked] {
     asked = true;
     GuardLock lock(ConfigGuard);
-    return Protected();
+    return Json(std::string(100000, 'x'));  // more than the pipe holds
   });
   OpenModulePipe();
   PipeClient before = ConnectAs(kAsks);

@@ -12,22 +12,15 @@ namespace {
 using namespace kestrelon::platform;
 using namespace contract;
 
-TEST(ResourceImage, OpensExecutablesAlone) {
-  const std::wstring directory = FreshDirectory();
-  const std::wstring text = directory + L"\\text.exe";
-  WriteWhole(text, "no image at all");
+TEST(ResourceImage, OpensExecutablesAloneAndKeepsTheirWritersOut) {
+  const std::wstring path = FreshDirectory() + L"\\program.exe";
   ResourceImage image;
-  EXPECT_EQ(OpenResourceImage(text, image), 193u);
-  EXPECT_EQ(OpenResourceImage(directory + L"\\none.exe", image), kFileNotFound);
-  EXPECT_FALSE(image.is_open());
-}
-
-TEST(ResourceImage, KeepsWritersOutWhileItIsOpen) {
+  EXPECT_EQ(OpenResourceImage(path, image), kFileNotFound);
+  WriteWhole(path, "no image at all");
+  EXPECT_EQ(OpenResourceImage(path, image), 193u);
   std::wstring program;
   ASSERT_EQ(ExpandEnvironment(L"%SystemRoot%\\System32\\svchost.exe", program), kSuccess);
-  const std::wstring path = FreshDirectory() + L"\\copy.exe";
   ASSERT_EQ(DuplicateFile(program, path), kSuccess);
-  ResourceImage image;
   ASSERT_EQ(OpenResourceImage(path, image), kSuccess);
   std::span<const std::uint8_t> bytes;
   EXPECT_FALSE(FindRawData(image, L"KSMANIFEST", bytes)) << "nobody put it there";

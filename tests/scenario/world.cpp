@@ -159,6 +159,8 @@ void World::InstallBlocklist(const std::wstring& networks) {
 
 void World::InstallModule(const std::string& manifest, const std::wstring& grant) {
   test::InstallModule(manifest);
+  facts_.files[platform::LowerCase(kModuleFile)] =
+      KnownFile{kModulePublisher, HashText(kModuleContent)};
   facts_.module_file = kModuleFile;
   facts_.module_grant = grant;
 }

@@ -22,7 +22,7 @@ log_mark=0
 fail() {
   echo "FAILED: $*" >&2
   local file
-  for file in "$machine_dir/service.out" "$machine_dir/reply"; do
+  for file in "$machine_dir/service.out" "$reply" "$machine_dir/pipe.err"; do
     [ -s "$file" ] || continue
     echo "--- $(basename "$file")" >&2
     tail -n 40 "$file" | cut -c 1-500 | tr -d '\r' >&2

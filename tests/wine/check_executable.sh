@@ -11,7 +11,7 @@ fail() {
 
 # Libraries that every supported system has. Anything else would be a dependency of its own.
 known=' kernel32 user32 advapi32 shell32 ole32 msvcrt ws2_32 iphlpapi bcrypt crypt32 wintrust version
-  fwpuclnt rpcrt4 winhttp '
+  fwpuclnt rpcrt4 winhttp oleaut32 userenv wtsapi32 '
 for library in $(awk '/DLL Name:/ { print tolower($3) }' "$1.headers"); do
   [[ $known == *[[:space:]]${library%.dll}[[:space:]]* ]] || fail "$1" "imports $library"
 done

@@ -7,6 +7,7 @@
 #include "core/service_entry.h"
 #include "core/service_log.h"
 #include "core/service_setup.h"
+#include "core/version.h"
 #include "platform/console.h"
 #include "platform/security.h"
 #include "platform/service_host.h"

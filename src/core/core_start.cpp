@@ -13,6 +13,7 @@
 #include "core/data_dir.h"
 #include "core/service_log.h"
 #include "core/temporary_apps.h"
+#include "core/version.h"
 #include "events/allowed_logging.h"
 #include "events/net_events.h"
 #include "filtering/changed_files.h"
@@ -117,7 +118,7 @@ void StopWatching() {
 bool CoreStart() {
   // The directory is closed to others before anything is written into it.
   SecureDataDir();
-  LogService(L"Kestrelon service %s (%s) starting", kVersion, kBuild);
+  LogService(L"Kestrelon service %s (%d) starting", kVersion, kBuild);
 
   Config config;
   {

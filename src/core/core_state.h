@@ -12,9 +12,6 @@
 
 namespace kestrelon {
 
-inline constexpr const wchar_t* kVersion = L"1.2.2";
-inline constexpr const wchar_t* kBuild = L"48";
-
 // Outermost guard; recursive, because publishing and saving take it again under it.
 extern RecursiveGuard ConfigGuard;
 

@@ -8,6 +8,7 @@
 #include "blocklists/blocklist_store.h"
 #include "blocklists/refresh_blocklists.h"
 #include "control/reply.h"
+#include "core/version.h"
 #include "filtering/apply_config.h"
 #include "filtering/compile_apps.h"
 #include "filtering/filter_engine.h"
@@ -29,7 +30,7 @@ void AddFallback(Json& status) REQUIRES(ConfigGuard) {
 void BuildStatus(Json& reply) {
   Json status = OkReply();
   status["version"] = kVersion;
-  status["build"] = kBuild;
+  status["build"] = std::to_wstring(kBuild);
   status["enabled"] = Core.CurrentConfig.enabled;
   status["filters"] = std::uint64_t{FilterCount(TheEngine)};
   status["boot_filter"] = Core.BootInstalled;

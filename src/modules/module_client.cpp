@@ -12,6 +12,7 @@
 #include "control/reply.h"
 #include "core/core_state.h"
 #include "core/service_log.h"
+#include "core/version.h"
 #include "modules/module_manifest.h"
 #include "modules/request_window.h"
 #include "platform/clock.h"

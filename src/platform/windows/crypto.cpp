@@ -3,6 +3,7 @@
 #include "platform/windows/owned.h"
 
 #include <bcrypt.h>
+#include <wincrypt.h>
 
 namespace kestrelon::platform {
 namespace {
@@ -13,16 +14,26 @@ void CloseAlgorithm(BCRYPT_ALG_HANDLE algorithm) {
 void CloseHash(BCRYPT_HASH_HANDLE hash) {
   BCryptDestroyHash(hash);
 }
+void CloseKey(BCRYPT_KEY_HANDLE key) {
+  BCryptDestroyKey(key);
+}
+
+using Algorithm = Owned<BCRYPT_ALG_HANDLE, CloseAlgorithm>;
 
 Code CodeOfStatus(NTSTATUS status) {
   return static_cast<Code>(status);
+}
+
+// The interface takes what it only reads as pointers to changeable bytes.
+PUCHAR Input(const void* bytes) {
+  return const_cast<PUCHAR>(static_cast<const UCHAR*>(bytes));
 }
 
 }  // namespace
 
 // In this order: a hash must be gone before its algorithm.
 struct HashState {
-  Owned<BCRYPT_ALG_HANDLE, CloseAlgorithm> algorithm;
+  Algorithm algorithm;
   Owned<BCRYPT_HASH_HANDLE, CloseHash> hash;
 };
 
@@ -42,9 +53,7 @@ Code Sha256::Begin() {
 }
 
 Code Sha256::Add(const void* bytes, std::uint32_t size) {
-  // The interface takes the input as a pointer to changeable bytes but only reads it.
-  auto* const input = const_cast<PUCHAR>(static_cast<const UCHAR*>(bytes));
-  return CodeOfStatus(BCryptHashData(state_->hash.get(), input, size, 0));
+  return CodeOfStatus(BCryptHashData(state_->hash.get(), Input(bytes), size, 0));
 }
 
 Code Sha256::Finish(Sha256Digest& digest) {
@@ -54,6 +63,38 @@ Code Sha256::Finish(Sha256Digest& digest) {
   state_->hash.Reset();
   if (status == 0) digest = result;
   return CodeOfStatus(status);
+}
+
+Code VerifyEcdsaP256(std::span<const std::uint8_t> key_blob, const Sha256Digest& digest,
+                     std::span<const std::uint8_t> signature) {
+  Algorithm algorithm;
+  NTSTATUS status =
+      BCryptOpenAlgorithmProvider(algorithm.Receive(), BCRYPT_ECDSA_P256_ALGORITHM, nullptr, 0);
+  if (status != 0) return CodeOfStatus(status);
+  Owned<BCRYPT_KEY_HANDLE, CloseKey> key;
+  status = BCryptImportKeyPair(algorithm.get(), nullptr, BCRYPT_ECCPUBLIC_BLOB, key.Receive(),
+                               Input(key_blob.data()), static_cast<ULONG>(key_blob.size()), 0);
+  if (status != 0) return CodeOfStatus(status);
+  return CodeOfStatus(BCryptVerifySignature(
+      key.get(), nullptr, Input(digest.data()), static_cast<ULONG>(digest.size()),
+      Input(signature.data()), static_cast<ULONG>(signature.size()), 0));
+}
+
+Code DecodeBase64(std::string_view text, std::vector<std::uint8_t>& bytes) {
+  const auto length = static_cast<DWORD>(text.size());
+  // A length of 0 would have the platform look for the end of the text itself.
+  DWORD size = 0;
+  if (length != 0 && !CryptStringToBinaryA(text.data(), length, CRYPT_STRING_BASE64, nullptr, &size,
+                                           nullptr, nullptr)) {
+    return GetLastError();
+  }
+  std::vector<std::uint8_t> decoded(size);
+  if (size != 0 && !CryptStringToBinaryA(text.data(), length, CRYPT_STRING_BASE64, decoded.data(),
+                                         &size, nullptr, nullptr)) {
+    return GetLastError();
+  }
+  bytes = std::move(decoded);
+  return kSuccess;
 }
 
 }  // namespace kestrelon::platform

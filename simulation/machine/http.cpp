@@ -22,18 +22,22 @@ void CloseHttp(std::uintptr_t handle) {
   TheMachine().http.Close(handle);
 }
 
-Code OpenHttpSession(const std::wstring& /*agent*/, std::uint32_t access_type,
-                     HttpHandle& session) {
+Code OpenHttpSession(const std::wstring& agent, std::uint32_t access_type, HttpHandle& session) {
   if (const Code fault = TheMachine().faults.Next("OpenHttpSession")) return fault;
   // A named proxy would need its name.
   if (access_type == kNamedProxy || access_type > kHttpAutomaticProxy) return kInvalidParameter;
-  session.Adopt(TheMachine().http.OpenSession());
+  session.Adopt(TheMachine().http.OpenSession(agent));
   return kSuccess;
 }
 
-Code SetHttpTimeouts(const HttpHandle& session, const HttpTimeouts& /*timeouts*/) {
+Code SetHttpTimeouts(const HttpHandle& session, const HttpTimeouts& timeouts) {
   if (const Code fault = TheMachine().faults.Next("SetHttpTimeouts")) return fault;
-  return TheMachine().http.CheckSession(session.handle());
+  return TheMachine().http.SetTimeouts(session.handle(), timeouts);
+}
+
+Code ForbidHttpRedirects(const HttpHandle& session) {
+  if (const Code fault = TheMachine().faults.Next("ForbidHttpRedirects")) return fault;
+  return TheMachine().http.ForbidRedirects(session.handle());
 }
 
 Code ConnectHttp(const HttpHandle& session, const std::wstring& host, std::uint16_t port,
@@ -48,16 +52,15 @@ Code ConnectHttp(const HttpHandle& session, const std::wstring& host, std::uint1
 Code OpenHttpRequest(const HttpHandle& connection, const std::wstring& /*verb*/,
                      const std::wstring& path, std::uint32_t flags, HttpHandle& request) {
   if (const Code fault = TheMachine().faults.Next("OpenHttpRequest")) return fault;
-  const bool secure = (flags & kHttpSecure) != 0;
   std::uintptr_t handle = 0;
-  const Code code = TheMachine().http.OpenRequest(connection.handle(), path, secure, handle);
+  const Code code = TheMachine().http.OpenRequest(connection.handle(), path, flags, handle);
   if (code == kSuccess) request.Adopt(handle);
   return code;
 }
 
-Code SendHttpRequest(std::uintptr_t request) {
+Code SendHttpRequest(std::uintptr_t request, const std::wstring& headers) {
   if (const Code fault = TheMachine().faults.Next("SendHttpRequest")) return fault;
-  return TheMachine().http.Send(request);
+  return TheMachine().http.Send(request, headers);
 }
 
 Code ReceiveHttpResponse(std::uintptr_t request) {
@@ -68,6 +71,11 @@ Code ReceiveHttpResponse(std::uintptr_t request) {
 Code QueryHttpStatus(std::uintptr_t request, std::uint32_t& status) {
   if (const Code fault = TheMachine().faults.Next("QueryHttpStatus")) return fault;
   return TheMachine().http.QueryStatus(request, status);
+}
+
+Code QueryHttpLength(std::uintptr_t request, std::int64_t& length) {
+  if (const Code fault = TheMachine().faults.Next("QueryHttpLength")) return fault;
+  return TheMachine().http.QueryLength(request, length);
 }
 
 Code QueryHttpData(std::uintptr_t request, std::uint32_t& available) {

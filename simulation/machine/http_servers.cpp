@@ -8,6 +8,8 @@
 
 namespace simulation {
 
+using kestrelon::platform::HttpTimeouts;
+using kestrelon::platform::kHttpSecure;
 using kestrelon::platform::kInvalidHandle;
 using kestrelon::platform::kSuccess;
 using kestrelon::platform::UrlParts;
@@ -19,6 +21,7 @@ constexpr Code kOperationCancelled = 12017;
 constexpr Code kIncorrectHandleType = 12018;
 constexpr Code kIncorrectHandleState = 12019;
 constexpr Code kCannotConnect = 12029;
+constexpr Code kHeaderNotFound = 12150;
 constexpr Code kRedirectFailed = 12156;
 
 constexpr std::uint32_t kNotFound = 404;
@@ -44,11 +47,15 @@ void HttpServers::Serve(const std::wstring& url, HttpResponse response) {
   UrlParts parts;
   if (ParseUrl(url, parts) != kSuccess) return;
   if (!response.redirect.empty() && response.status / 100 != 3) response.status = kFound;
+  // Nobody reads beyond the length that was promised.
+  if (response.length && std::cmp_less(*response.length, response.body.size())) {
+    response.body.resize(static_cast<std::size_t>(*response.length));
+  }
   const std::lock_guard lock(mutex_);
   responses_[UrlText(parts)] = std::move(response);
 }
 
-std::vector<std::wstring> HttpServers::Requests() const {
+std::vector<HttpRequest> HttpServers::Requests() const {
   const std::lock_guard lock(mutex_);
   return requests_;
 }
@@ -95,15 +102,25 @@ Code HttpServers::FindRequest(std::uintptr_t handle, Phase phase,
   return request->phase == phase ? kSuccess : kIncorrectHandleState;
 }
 
-std::uintptr_t HttpServers::OpenSession() {
+std::uintptr_t HttpServers::OpenSession(const std::wstring& agent) {
   const std::lock_guard lock(mutex_);
-  return Add({.kind = Kind::kSession});
+  return Add({.kind = Kind::kSession, .client = {.agent = agent}});
 }
 
-Code HttpServers::CheckSession(std::uintptr_t session) const {
+Code HttpServers::SetTimeouts(std::uintptr_t session, const HttpTimeouts& timeouts) {
   const std::lock_guard lock(mutex_);
   std::shared_ptr<Object> object;
-  return Find(session, Kind::kSession, object);
+  const Code code = Find(session, Kind::kSession, object);
+  if (code == kSuccess) object->client.timeouts = timeouts;
+  return code;
+}
+
+Code HttpServers::ForbidRedirects(std::uintptr_t session) {
+  const std::lock_guard lock(mutex_);
+  std::shared_ptr<Object> object;
+  const Code code = Find(session, Kind::kSession, object);
+  if (code == kSuccess) object->client.follows_redirects = false;
+  return code;
 }
 
 Code HttpServers::Connect(std::uintptr_t session, const std::wstring& host, std::uint16_t port,
@@ -111,19 +128,22 @@ Code HttpServers::Connect(std::uintptr_t session, const std::wstring& host, std:
   const std::lock_guard lock(mutex_);
   std::shared_ptr<Object> object;
   if (const Code code = Find(session, Kind::kSession, object)) return code;
-  connection = Add({.kind = Kind::kConnection, .target = {.host = host, .port = port}});
+  connection = Add({.kind = Kind::kConnection,
+                    .client = object->client,
+                    .target = {.host = host, .port = port}});
   return kSuccess;
 }
 
-Code HttpServers::OpenRequest(std::uintptr_t connection, const std::wstring& path, bool secure,
-                              std::uintptr_t& request) {
+Code HttpServers::OpenRequest(std::uintptr_t connection, const std::wstring& path,
+                              std::uint32_t flags, std::uintptr_t& request) {
   const std::lock_guard lock(mutex_);
   std::shared_ptr<Object> object;
   if (const Code code = Find(connection, Kind::kConnection, object)) return code;
   UrlParts target = object->target;
-  target.secure = secure;
+  target.secure = (flags & kHttpSecure) != 0;
   target.path = path;
-  request = Add({.kind = Kind::kRequest, .target = target});
+  request =
+      Add({.kind = Kind::kRequest, .client = object->client, .target = target, .flags = flags});
   return kSuccess;
 }
 
@@ -139,7 +159,7 @@ void HttpServers::Close(std::uintptr_t handle) {
 // Puts the request to the server of its target.
 void HttpServers::Ask(Object& request) {
   const std::wstring url = UrlText(request.target);
-  requests_.push_back(url);
+  requests_.push_back({url, request.client, request.flags, request.headers});
   request.position = 0;
   if (const auto found = responses_.find(url); found != responses_.end()) {
     request.response = found->second;
@@ -160,10 +180,11 @@ void HttpServers::Ask(Object& request) {
   }
 }
 
-Code HttpServers::Send(std::uintptr_t handle) {
+Code HttpServers::Send(std::uintptr_t handle, const std::wstring& headers) {
   const std::lock_guard lock(mutex_);
   std::shared_ptr<Object> request;
   if (const Code code = FindRequest(handle, Phase::kOpened, request)) return code;
+  request->headers = headers;
   Ask(*request);
   if (request->response.failure == kSuccess) request->phase = Phase::kSent;
   return request->response.failure;
@@ -186,7 +207,8 @@ Code HttpServers::Receive(std::uintptr_t handle) {
   for (int redirects = 0;; ++redirects) {
     const HttpResponse& response = request->response;
     if (response.silent) return WaitInVain(*request, lock);
-    if (response.redirect.empty() || !Follow(response.redirect, request->target)) break;
+    if (response.redirect.empty() || !request->client.follows_redirects) break;
+    if (!Follow(response.redirect, request->target)) break;
     if (redirects == kMostRedirects) return kRedirectFailed;
     Ask(*request);
     if (request->response.failure) return request->response.failure;
@@ -203,30 +225,43 @@ Code HttpServers::QueryStatus(std::uintptr_t handle, std::uint32_t& status) cons
   return kSuccess;
 }
 
+Code HttpServers::QueryLength(std::uintptr_t handle, std::int64_t& length) const {
+  const std::lock_guard lock(mutex_);
+  std::shared_ptr<Object> request;
+  if (const Code code = FindRequest(handle, Phase::kAnswered, request)) return code;
+  const HttpResponse& response = request->response;
+  if (response.chunked) return kHeaderNotFound;
+  length = response.length.value_or(static_cast<std::int64_t>(response.body.size()));
+  return kSuccess;
+}
+
 // An answered request and how much of its body has arrived and not been read.
-Code HttpServers::FindBody(std::uintptr_t handle, std::shared_ptr<Object>& request,
-                           std::uint32_t& arrived) const {
+Code HttpServers::AwaitBody(std::uintptr_t handle, std::unique_lock<std::mutex>& lock,
+                            std::shared_ptr<Object>& request, std::uint32_t& arrived) {
   if (const Code code = FindRequest(handle, Phase::kAnswered, request)) return code;
   const HttpResponse& response = request->response;
   const std::size_t end = std::min(response.body.size(), response.fail_after);
-  if (request->position == end && end < response.body.size()) return response.read_failure;
+  if (request->position == end && end == response.fail_after) {
+    if (response.stalls) return WaitInVain(*request, lock);
+    if (response.read_failure) return response.read_failure;
+  }
   arrived =
       static_cast<std::uint32_t>(std::min<std::size_t>(end - request->position, response.chunk));
   return kSuccess;
 }
 
-Code HttpServers::QueryData(std::uintptr_t handle, std::uint32_t& available) const {
-  const std::lock_guard lock(mutex_);
+Code HttpServers::QueryData(std::uintptr_t handle, std::uint32_t& available) {
+  std::unique_lock lock(mutex_);
   std::shared_ptr<Object> request;
-  return FindBody(handle, request, available);
+  return AwaitBody(handle, lock, request, available);
 }
 
 Code HttpServers::Read(std::uintptr_t handle, void* bytes, std::uint32_t size,
                        std::uint32_t& read) {
-  const std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
   std::shared_ptr<Object> request;
   std::uint32_t arrived = 0;
-  if (const Code code = FindBody(handle, request, arrived)) return code;
+  if (const Code code = AwaitBody(handle, lock, request, arrived)) return code;
   read = std::min(arrived, size);
   std::memcpy(bytes, request->response.body.data() + request->position, read);
   request->position += read;

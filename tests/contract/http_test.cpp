@@ -1,5 +1,5 @@
-// URLs taken apart. What goes over the network is tried by the downloads of tests/blocklists and
-// tests/endtoend.
+// URLs taken apart. What goes over the network is tried by tests/windows and by the downloads of
+// tests/blocklists, tests/updates and tests/endtoend.
 #include "platform/http.h"
 
 #include <gtest/gtest.h>

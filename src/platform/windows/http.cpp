@@ -1,6 +1,7 @@
 #include "platform/http.h"
 
 #include <array>
+#include <string_view>
 
 #include "platform/windows/windows_headers.h"
 
@@ -17,6 +18,18 @@ HINTERNET Native(std::uintptr_t handle) {
 Code Take(HINTERNET opened, HttpHandle& handle) {
   if (opened == nullptr) return GetLastError();
   handle.Adopt(reinterpret_cast<std::uintptr_t>(opened));
+  return kSuccess;
+}
+
+Code LengthFromText(std::wstring_view digits, std::int64_t& length) {
+  constexpr std::size_t kMostDigits = 18;  // which always fit
+  if (digits.empty() || digits.size() > kMostDigits) return kInvalidData;
+  std::int64_t value = 0;
+  for (const wchar_t digit : digits) {
+    if (digit < L'0' || digit > L'9') return kInvalidData;
+    value = value * 10 + (digit - L'0');
+  }
+  length = value;
   return kSuccess;
 }
 
@@ -60,6 +73,13 @@ Code SetHttpTimeouts(const HttpHandle& session, const HttpTimeouts& timeouts) {
   return set ? kSuccess : GetLastError();
 }
 
+Code ForbidHttpRedirects(const HttpHandle& session) {
+  DWORD policy = WINHTTP_OPTION_REDIRECT_POLICY_NEVER;
+  const BOOL set = WinHttpSetOption(Native(session.handle()), WINHTTP_OPTION_REDIRECT_POLICY,
+                                    &policy, sizeof policy);
+  return set ? kSuccess : GetLastError();
+}
+
 Code ConnectHttp(const HttpHandle& session, const std::wstring& host, std::uint16_t port,
                  HttpHandle& connection) {
   return Take(WinHttpConnect(Native(session.handle()), host.c_str(), port, 0), connection);
@@ -72,8 +92,9 @@ Code OpenHttpRequest(const HttpHandle& connection, const std::wstring& verb,
               request);
 }
 
-Code SendHttpRequest(std::uintptr_t request) {
-  const BOOL sent = WinHttpSendRequest(Native(request), WINHTTP_NO_ADDITIONAL_HEADERS, 0,
+Code SendHttpRequest(std::uintptr_t request, const std::wstring& headers) {
+  const wchar_t* const lines = headers.empty() ? WINHTTP_NO_ADDITIONAL_HEADERS : headers.c_str();
+  const BOOL sent = WinHttpSendRequest(Native(request), lines, static_cast<DWORD>(headers.size()),
                                        WINHTTP_NO_REQUEST_DATA, 0, 0, 0);
   return sent ? kSuccess : GetLastError();
 }
@@ -91,6 +112,18 @@ Code QueryHttpStatus(std::uintptr_t request, std::uint32_t& status) {
   }
   status = number;
   return kSuccess;
+}
+
+// As text: not every supported system gives the number in more than 32 bits.
+Code QueryHttpLength(std::uintptr_t request, std::int64_t& length) {
+  std::array<wchar_t, 32> text{};
+  DWORD size = sizeof text;
+  if (!WinHttpQueryHeaders(Native(request), WINHTTP_QUERY_CONTENT_LENGTH,
+                           WINHTTP_HEADER_NAME_BY_INDEX, text.data(), &size,
+                           WINHTTP_NO_HEADER_INDEX)) {
+    return GetLastError();
+  }
+  return LengthFromText({text.data(), size / sizeof(wchar_t)}, length);
 }
 
 Code QueryHttpData(std::uintptr_t request, std::uint32_t& available) {

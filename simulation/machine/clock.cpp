@@ -15,11 +15,15 @@ constexpr std::int64_t kSecondsBeforeUnixTime = 11'644'473'600;
 
 }  // namespace
 
-std::uint64_t Clock::RunMilliseconds() const {
+std::uint64_t Clock::RunSteps() const {
+  using Steps = std::chrono::duration<std::uint64_t, std::ratio<1, kStepsPerSecond>>;
   if (!running_since_) return 0;
-  const auto elapsed = std::chrono::steady_clock::now() - *running_since_;
-  return static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count());
+  return std::chrono::duration_cast<Steps>(std::chrono::steady_clock::now() - *running_since_)
+      .count();
+}
+
+std::uint64_t Clock::RunMilliseconds() const {
+  return RunSteps() / std::uint64_t{kStepsPerMillisecond};
 }
 
 void Clock::Advance(std::uint64_t milliseconds) {
@@ -51,6 +55,11 @@ std::uint64_t Clock::Tick() const {
   return tick_ + RunMilliseconds();
 }
 
+std::uint64_t Clock::Counter() const {
+  const std::lock_guard lock(mutex_);
+  return tick_ * std::uint64_t{kStepsPerMillisecond} + RunSteps();
+}
+
 std::int64_t Clock::SystemTime() const {
   const std::lock_guard lock(mutex_);
   return time_ + static_cast<std::int64_t>(RunMilliseconds()) * kStepsPerMillisecond;
@@ -77,6 +86,10 @@ using simulation::TheMachine;
 
 std::uint64_t TickMilliseconds() {
   return TheMachine().clock.Tick();
+}
+
+std::uint64_t PerformanceCounter() {
+  return TheMachine().clock.Counter();
 }
 
 std::int64_t SystemTime() {

@@ -29,6 +29,8 @@ class Clock {
   bool held() const;
 
   std::uint64_t Tick() const;
+  // The tick in steps of 100 ns.
+  std::uint64_t Counter() const;
   std::int64_t SystemTime() const;
 
   // Spends the time: a held clock is moved forward at once, a running one is slept by.
@@ -38,7 +40,9 @@ class Clock {
   void RestartTick();
 
  private:
-  std::uint64_t RunMilliseconds() const;  // since running_since_; 0 while held
+  // Since running_since_; 0 while held.
+  std::uint64_t RunSteps() const;
+  std::uint64_t RunMilliseconds() const;
 
   mutable std::mutex mutex_;  // guards all below
   std::uint64_t tick_ = kFirstTick;

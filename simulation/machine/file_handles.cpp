@@ -9,6 +9,7 @@ namespace simulation {
 
 using kestrelon::platform::kAccessDenied;
 using kestrelon::platform::kAppendData;
+using kestrelon::platform::kAttributeDirectory;
 using kestrelon::platform::kAttributeReadOnly;
 using kestrelon::platform::kBackupSemantics;
 using kestrelon::platform::kCreateAlways;
@@ -19,10 +20,14 @@ using kestrelon::platform::kGenericWrite;
 using kestrelon::platform::kInvalidHandle;
 using kestrelon::platform::kNotSupported;
 using kestrelon::platform::kOpenExisting;
+using kestrelon::platform::kShareDelete;
+using kestrelon::platform::kShareRead;
 using kestrelon::platform::kSharingViolation;
 using kestrelon::platform::kSuccess;
 
 namespace {
+
+constexpr Code kNotADirectory = 267;
 
 constexpr std::uint32_t kAttributeArchive = 0x20;
 constexpr std::uint32_t kWriteAccess = kGenericWrite | kAppendData;
@@ -92,6 +97,18 @@ Code FileSystem::Open(const std::wstring& path, std::uint32_t access, std::uint3
   handles_[++last_handle_] = OpenedFile{place.node, access, share, 0};
   handle = last_handle_;
   return kSuccess;
+}
+
+Code FileSystem::TryProgram(const std::wstring& path, const std::wstring& directory) {
+  std::uintptr_t handle = 0;
+  const std::uint32_t share = kShareRead | kShareDelete;
+  if (const Code code = Open(path, kGenericRead, share, kOpenExisting, 0, handle)) return code;
+  Close(handle);
+  kestrelon::platform::FileInformation information;
+  if (directory.empty()) return kSuccess;
+  const bool is_directory = Information(directory, information) == kSuccess &&
+                            (information.attributes & kAttributeDirectory) != 0;
+  return is_directory ? kSuccess : kNotADirectory;
 }
 
 void FileSystem::Close(std::uintptr_t handle) {

@@ -221,6 +221,16 @@ void FileSystem::PowerOn() {
   faults_.SetPower(true);
 }
 
+Code FileSystem::CountChange(const std::function<void()>& change) {
+  const std::lock_guard lock(mutex_);
+  if (power_lost()) return kPowerLost;
+  const bool power_goes = PowerGoesNow();
+  if (!power_goes || cut_mode_ == CutMode::kKeepMetadata) change();
+  if (!power_goes) return kestrelon::platform::kSuccess;
+  LosePower();
+  return kPowerLost;
+}
+
 bool FileSystem::PowerGoesNow() {
   return ++operations_ == cut_at_;
 }

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -87,7 +88,8 @@ class FileSystem {
   std::size_t open_handles() const;
 
   // The n-th operation from now that changes a volume (a creating or emptying open, write, flush,
-  // rename, copy, delete, new directory, new protection) loses power in its middle; n from 1.
+  // rename, copy, delete, new directory, new protection), or that CountChange is told of (a change
+  // of the registry, the start of a program), loses power in its middle; n from 1.
   void CutPowerAt(std::uint64_t n, CutMode mode);
   bool power_lost() const { return faults_.power_lost(); }
   // Operations counted since the machine was made or CutPowerAt was called last.
@@ -123,6 +125,14 @@ class FileSystem {
   Code MakeDirectory(const std::wstring& path);
   Code Protect(const std::wstring& path, const std::vector<std::uint8_t>& descriptor);
   Code Watch(const std::wstring& directory, std::uint32_t filter, std::uintptr_t& handle);
+  // What starting a program from a file, in a directory, comes to; empty for a directory that is
+  // not named.
+  Code TryProgram(const std::wstring& path, const std::wstring& directory);
+
+  // An operation of another part of the machine, one that reaches the disk at once. When the power
+  // goes in its middle, it fails, and has been made if metadata is kept. `change` is called under
+  // the guard.
+  Code CountChange(const std::function<void()>& change);
 
  private:
   using Node = std::shared_ptr<FileNode>;

@@ -61,11 +61,12 @@ Machine::Machine()
       files(faults, clock, watches),
       http(faults),
       pipes(faults, token),
-      processes(environment),
-      sessions(files, processes, token) {
+      processes(environment, files, clock, faults),
+      sessions(processes, token) {
   faults.WhenPowerGoes([this] {
     pipes.WakeAll();
     http.WakeAll();
+    processes.WakeAll();
   });
   engine.SetClock([this] { return clock.SystemTime(); });
   InstallSystemFiles(files);

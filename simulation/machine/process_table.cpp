@@ -1,18 +1,24 @@
 #include "simulation/machine/process_table.h"
 
+#include <chrono>
 #include <utility>
 
+#include "platform/wait.h"
+#include "simulation/machine/acting_process.h"
 #include "simulation/machine/letter_case.h"
 
 namespace simulation {
 
 using kestrelon::platform::kAccessDenied;
+using kestrelon::platform::kBreakawayFromJob;
 using kestrelon::platform::kInvalidHandle;
 using kestrelon::platform::kInvalidParameter;
 using kestrelon::platform::kProcessQueryLimited;
 using kestrelon::platform::kProcessSynchronize;
 using kestrelon::platform::kProcessTerminate;
 using kestrelon::platform::kSuccess;
+using kestrelon::platform::kWaitForever;
+using kestrelon::platform::kWaitTimeout;
 
 namespace {
 
@@ -25,15 +31,18 @@ constexpr std::uint32_t kEndedBySignOut = 0x40010004;  // DBG_TERMINATE_PROCESS
 // The platform's ids and handle values are multiples of four.
 constexpr std::uint32_t kStep = 4;
 
-void EndNow(SimulatedProcess& process, std::uint32_t exit_code) {
-  process.running = false;
-  process.exit_code = exit_code;
-}
-
 }  // namespace
 
-ProcessTable::ProcessTable(const Environment& environment) : environment_(environment) {
+ProcessTable::ProcessTable(const Environment& environment, FileSystem& files, Clock& clock,
+                           const Faults& faults)
+    : environment_(environment), files_(files), clock_(clock), faults_(faults) {
   AddOwnProcess();
+}
+
+void ProcessTable::EndNow(SimulatedProcess& process, std::uint32_t exit_code) {
+  process.running = false;
+  process.exit_code = exit_code;
+  ended_.notify_all();
 }
 
 void ProcessTable::AddOwnProcess() {
@@ -90,6 +99,16 @@ void ProcessTable::End(std::uint32_t id, std::uint32_t exit_code) {
   if (process && process->running) EndNow(*process, exit_code);
 }
 
+void ProcessTable::OnStart(const std::wstring& path, std::function<void(std::uint32_t)> action) {
+  const std::lock_guard lock(mutex_);
+  actions_[FoldCase(path)] = std::move(action);
+}
+
+void ProcessTable::ForbidBreakaway(bool forbid) {
+  const std::lock_guard lock(mutex_);
+  breakaway_forbidden_ = forbid;
+}
+
 bool ProcessTable::IsRunning(std::uint32_t id) const {
   const std::optional<SimulatedProcess> process = Find(id);
   return process && process->running;
@@ -122,6 +141,11 @@ void ProcessTable::Restart() {
   handles_.clear();
   processes_.clear();
   AddOwnProcess();
+}
+
+void ProcessTable::WakeAll() {
+  const std::lock_guard lock(mutex_);
+  ended_.notify_all();
 }
 
 void ProcessTable::EndSession(std::uint32_t session) {
@@ -172,6 +196,22 @@ bool ProcessTable::HasEnded(std::uintptr_t handle) const {
   return ProcessBehind(handle, kProcessSynchronize, process) == kSuccess && !process->running;
 }
 
+ProcessTable::Code ProcessTable::Await(std::uintptr_t handle, std::uint32_t timeout_ms) {
+  std::unique_lock lock(mutex_);
+  Entry process;
+  if (const Code code = ProcessBehind(handle, kProcessSynchronize, process)) return code;
+  const auto over = [&] { return !process->running || faults_.power_lost(); };
+  if (timeout_ms == kWaitForever) {
+    ended_.wait(lock, over);
+  } else if (clock_.held()) {
+    if (!over()) clock_.Advance(timeout_ms);
+  } else {
+    ended_.wait_for(lock, std::chrono::milliseconds(timeout_ms), over);
+  }
+  if (faults_.power_lost()) return kPowerLost;
+  return process->running ? kWaitTimeout : kSuccess;
+}
+
 ProcessTable::Code ProcessTable::ExitCode(std::uintptr_t handle, std::uint32_t& exit_code) const {
   const std::lock_guard lock(mutex_);
   Entry process;
@@ -194,11 +234,33 @@ void ProcessTable::Close(std::uintptr_t handle) {
   handles_.erase(handle);
 }
 
-std::uint32_t ProcessTable::Launch(SimulatedProcess process, std::uintptr_t& handle) {
+ProcessTable::Code ProcessTable::Launch(SimulatedProcess process, std::uint32_t& id,
+                                        std::uintptr_t& handle) {
+  if (const Code code = files_.TryProgram(process.path, process.directory)) return code;
+  if ((process.flags & kBreakawayFromJob) != 0) {
+    const std::lock_guard lock(mutex_);
+    if (breakaway_forbidden_) return kAccessDenied;
+  }
+  if (const Code code = files_.CountChange([] {})) return code;
   const std::lock_guard lock(mutex_);
   const Entry entry = Add(std::move(process));
   handle = AddHandle(entry, kAllAccess);
-  return entry->id;
+  id = entry->id;
+  return kSuccess;
+}
+
+ProcessTable::Code ProcessTable::Act(const std::wstring& path, std::uint32_t id) {
+  std::function<void(std::uint32_t)> action;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto found = actions_.find(FoldCase(path));
+    if (found != actions_.end()) action = found->second;
+  }
+  if (action) {
+    const AsProcess acting(id);
+    action(id);
+  }
+  return faults_.power_lost() ? kPowerLost : kSuccess;
 }
 
 }  // namespace simulation

@@ -56,6 +56,11 @@ bool HasProcessEnded(const Process& process) {
   return TheMachine().processes.HasEnded(process.handle());
 }
 
+Code AwaitProcess(const Process& process, std::uint32_t timeout_ms) {
+  if (const Code fault = TheMachine().faults.Next("AwaitProcess")) return fault;
+  return TheMachine().processes.Await(process.handle(), timeout_ms);
+}
+
 Code ProcessExitCode(const Process& process, std::uint32_t& exit_code) {
   if (const Code fault = TheMachine().faults.Next("ProcessExitCode")) return fault;
   return TheMachine().processes.ExitCode(process.handle(), exit_code);
@@ -64,6 +69,24 @@ Code ProcessExitCode(const Process& process, std::uint32_t& exit_code) {
 Code EndProcess(const Process& process, std::uint32_t exit_code) {
   if (const Code fault = TheMachine().faults.Next("EndProcess")) return fault;
   return TheMachine().processes.Terminate(process.handle(), exit_code);
+}
+
+Code StartProgram(const ProgramStart& start, StartedProgram& started) {
+  if (const Code fault = TheMachine().faults.Next("StartProgram")) return fault;
+  simulation::ProcessTable& processes = TheMachine().processes;
+  std::uint32_t id = 0;
+  std::uintptr_t handle = 0;
+  const Code code = processes.Launch({.path = start.application,
+                                      .command_line = start.command_line,
+                                      .directory = start.directory,
+                                      .desktop = start.desktop,
+                                      .flags = start.flags},
+                                     id, handle);
+  if (code != kSuccess) return code;
+  if (const Code lost = processes.Act(start.application, id)) return lost;
+  started.process_id = id;
+  started.process.Adopt(handle);
+  return kSuccess;
 }
 
 }  // namespace kestrelon::platform

@@ -4,6 +4,7 @@
 
 namespace simulation {
 
+using kestrelon::platform::kElevationLimited;
 using kestrelon::platform::kInvalidHandle;
 using kestrelon::platform::kInvalidParameter;
 using kestrelon::platform::kSessionActive;
@@ -14,36 +15,32 @@ using kestrelon::platform::Session;
 namespace {
 
 constexpr kestrelon::platform::Code kNoToken = 1008;
+constexpr kestrelon::platform::Code kNoLinkedToken = 1312;  // ERROR_NO_SUCH_LOGON_SESSION
 constexpr kestrelon::platform::Code kPrivilegeNotHeld = 1314;
 constexpr kestrelon::platform::Code kNoSession = 7022;  // ERROR_CTX_WINSTATION_NOT_FOUND
 
 constexpr std::uint32_t kServicesSession = 0;
 constexpr std::uint32_t kDisconnected = 4;  // WTSDisconnected
 
-// Whether a program's file can be opened as the platform does it to run it.
-kestrelon::platform::Code TryImage(FileSystem& files, const std::wstring& path) {
-  using namespace kestrelon::platform;
-  std::uintptr_t handle = 0;
-  const Code code =
-      files.Open(path, kGenericRead, kShareRead | kShareDelete, kOpenExisting, 0, handle);
-  if (code == kSuccess) files.Close(handle);
-  return code;
-}
-
 }  // namespace
 
-Sessions::Sessions(FileSystem& files, ProcessTable& processes, const ProcessToken& token)
-    : files_(files), processes_(processes), token_(token) {
+Sessions::Sessions(ProcessTable& processes, const ProcessToken& token)
+    : processes_(processes), token_(token) {
   AddServicesSession();
 }
 
 void Sessions::AddServicesSession() {
-  sessions_[kServicesSession] = {kDisconnected, std::nullopt};
+  sessions_[kServicesSession] = {.state = kDisconnected, .user = std::nullopt};
 }
 
 void Sessions::SignIn(std::uint32_t id, const std::wstring& user) {
   const std::lock_guard lock(mutex_);
-  sessions_[id] = {kSessionActive, user};
+  sessions_[id] = {.state = kSessionActive, .user = user};
+}
+
+void Sessions::SetElevation(std::uint32_t id, std::uint32_t type) {
+  const std::lock_guard lock(mutex_);
+  sessions_[id].elevation = type;
 }
 
 void Sessions::SignOut(std::uint32_t id) {
@@ -84,7 +81,27 @@ Sessions::Code Sessions::QueryUser(std::uint32_t session, std::uintptr_t& token)
   if (found == sessions_.end()) return kNoSession;
   if (!found->second.user) return kNoToken;
   token = last_handle_ += 4;
-  tokens_[token] = {session, *found->second.user};
+  tokens_[token] = {session, *found->second.user, found->second.elevation};
+  return kSuccess;
+}
+
+Sessions::Code Sessions::Elevation(std::uintptr_t token, std::uint32_t& type) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = tokens_.find(token);
+  if (found == tokens_.end()) return kInvalidHandle;
+  type = found->second.elevation;
+  return kSuccess;
+}
+
+Sessions::Code Sessions::QueryLinked(std::uintptr_t token, std::uintptr_t& linked) {
+  const std::lock_guard lock(mutex_);
+  const auto found = tokens_.find(token);
+  if (found == tokens_.end()) return kInvalidHandle;
+  Token other = found->second;
+  if (other.elevation == kElevationDefault) return kNoLinkedToken;
+  other.elevation = other.elevation == kElevationLimited ? kElevationFull : kElevationLimited;
+  linked = last_handle_ += 4;
+  tokens_[linked] = other;
   return kSuccess;
 }
 
@@ -106,17 +123,16 @@ Sessions::Code Sessions::Start(std::uintptr_t token, std::uintptr_t environment,
   if (environment != 0 && !environments_.contains(environment)) return kInvalidParameter;
   // A token may outlive its session.
   if (!sessions_.contains(user->second.session)) return kNoSession;
-  if (const Code code = TryImage(files_, start.application)) return code;
-  process_id = processes_.Launch({.path = start.application,
-                                  .session = user->second.session,
-                                  .command_line = start.command_line,
-                                  .directory = start.directory,
-                                  .desktop = start.desktop,
-                                  .user = user->second.user,
-                                  .flags = start.flags,
-                                  .environment = environment != 0},
-                                 process);
-  return kSuccess;
+  return processes_.Launch({.path = start.application,
+                            .session = user->second.session,
+                            .command_line = start.command_line,
+                            .directory = start.directory,
+                            .desktop = start.desktop,
+                            .user = user->second.user,
+                            .flags = start.flags,
+                            .elevation = user->second.elevation,
+                            .environment = environment != 0},
+                           process_id, process);
 }
 
 void Sessions::CloseToken(std::uintptr_t token) {
@@ -153,6 +169,19 @@ Code QuerySessionUser(std::uint32_t session, UserToken& token) {
   return code;
 }
 
+Code QueryTokenElevation(const UserToken& token, std::uint32_t& type) {
+  if (const Code fault = TheMachine().faults.Next("QueryTokenElevation")) return fault;
+  return TheMachine().sessions.Elevation(token.handle(), type);
+}
+
+Code QueryLinkedToken(const UserToken& token, UserToken& linked) {
+  if (const Code fault = TheMachine().faults.Next("QueryLinkedToken")) return fault;
+  std::uintptr_t handle = 0;
+  const Code code = TheMachine().sessions.QueryLinked(token.handle(), handle);
+  if (code == kSuccess) linked.Adopt(handle);
+  return code;
+}
+
 void CloseUserEnvironment(std::uintptr_t environment) {
   TheMachine().sessions.CloseEnvironment(environment);
 }
@@ -173,6 +202,7 @@ Code StartAsUser(const UserToken& token, const UserEnvironment& environment,
   const Code code =
       TheMachine().sessions.Start(token.handle(), environment.handle(), start, process_id, process);
   if (code != kSuccess) return code;
+  if (const Code lost = TheMachine().processes.Act(start.application, process_id)) return lost;
   started.process_id = process_id;
   started.process.Adopt(process);
   return kSuccess;

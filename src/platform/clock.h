@@ -9,6 +9,9 @@ namespace kestrelon::platform {
 // Milliseconds since the machine started.
 std::uint64_t TickMilliseconds();
 
+// A counter of unknown origin and step, finer than the above.
+std::uint64_t PerformanceCounter();
+
 // The wall clock: 100 ns steps since 1601-01-01 UTC.
 std::int64_t SystemTime();
 inline constexpr std::int64_t kTimeStepsPerMs = 10000;

@@ -1,4 +1,4 @@
-// Processes: what the own one uses, and the life of others. Nothing here waits.
+// Processes: what the own one uses, and the life of others.
 #pragma once
 
 #include <cstdint>
@@ -49,10 +49,36 @@ using Process = Handle<&CloseProcess>;
 // Whether it has ended; needs kProcessSynchronize. Not when that can't be learnt.
 [[nodiscard]] bool HasProcessEnded(const Process& process);
 
+// Waits until it has ended; kWaitTimeout when it has not by then. Needs kProcessSynchronize.
+[[nodiscard]] Code AwaitProcess(const Process& process, std::uint32_t timeout_ms);
+
 // What it ended with; 259 while it runs.
 [[nodiscard]] Code ProcessExitCode(const Process& process, std::uint32_t& exit_code);
 
 // Ends it at once, whatever it does. It may take a moment longer until it has ended.
 Code EndProcess(const Process& process, std::uint32_t exit_code);
+
+enum ProgramFlags : std::uint32_t {
+  kNewProcessGroup = 0x200,
+  kUnicodeEnvironment = 0x400,
+  kBreakawayFromJob = 0x1000000,
+  kNoWindow = 0x8000000,
+};
+
+struct ProgramStart {
+  std::wstring application;   // full path
+  std::wstring command_line;  // as the program gets it, with its own name first
+  std::wstring directory;     // where it begins
+  std::wstring desktop;       // "winsta0\default" for the one that the user sees; empty: the own
+  std::uint32_t flags = 0;    // ProgramFlags
+};
+
+struct StartedProgram {
+  std::uint32_t process_id = 0;
+  Process process;
+};
+
+// Starts a program as this process's own user. It inherits no handles.
+[[nodiscard]] Code StartProgram(const ProgramStart& start, StartedProgram& started);
 
 }  // namespace kestrelon::platform

@@ -27,29 +27,21 @@ using UserToken = Handle<&CloseUserToken>;
 
 [[nodiscard]] Code QuerySessionUser(std::uint32_t session, UserToken& token);
 
+inline constexpr std::uint32_t kElevationLimited = 3;  // TokenElevationTypeLimited
+
+// TOKEN_ELEVATION_TYPE: whether an administrator's rights were split between two tokens, and which
+// of them this is.
+[[nodiscard]] Code QueryTokenElevation(const UserToken& token, std::uint32_t& type);
+
+// The other token of a split pair; a failure for a token that is none of a pair. A program can be
+// started with it as with the first.
+[[nodiscard]] Code QueryLinkedToken(const UserToken& token, UserToken& linked);
+
 // The environment variables of a user, with nothing of this process's own.
 void CloseUserEnvironment(std::uintptr_t environment);
 using UserEnvironment = Handle<&CloseUserEnvironment>;
 
 [[nodiscard]] Code MakeUserEnvironment(const UserToken& token, UserEnvironment& environment);
-
-enum ProgramFlags : std::uint32_t {
-  kNewProcessGroup = 0x200,
-  kUnicodeEnvironment = 0x400,
-};
-
-struct ProgramStart {
-  std::wstring application;   // full path
-  std::wstring command_line;  // as the program gets it, with its own name first
-  std::wstring directory;     // where it begins
-  std::wstring desktop;       // "winsta0\default" for the one that the user sees
-  std::uint32_t flags = 0;    // ProgramFlags
-};
-
-struct StartedProgram {
-  std::uint32_t process_id = 0;
-  Process process;
-};
 
 // Starts a program as a session's user. It inherits no handles. An environment that is not open
 // stands for this process's own.

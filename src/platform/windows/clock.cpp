@@ -8,6 +8,12 @@ std::uint64_t TickMilliseconds() {
   return GetTickCount64();
 }
 
+std::uint64_t PerformanceCounter() {
+  LARGE_INTEGER counter{};
+  QueryPerformanceCounter(&counter);
+  return static_cast<std::uint64_t>(counter.QuadPart);
+}
+
 std::int64_t SystemTime() {
   FILETIME time{};
   GetSystemTimeAsFileTime(&time);

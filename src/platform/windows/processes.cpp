@@ -1,6 +1,7 @@
 #include "platform/processes.h"
 
 #include "platform/windows/owned.h"
+#include "platform/windows/start_program.h"
 
 #include <psapi.h>
 #include <tlhelp32.h>
@@ -94,6 +95,17 @@ bool HasProcessEnded(const Process& process) {
   return WaitForSingleObject(Native(process), 0) == WAIT_OBJECT_0;
 }
 
+Code AwaitProcess(const Process& process, std::uint32_t timeout_ms) {
+  switch (WaitForSingleObject(Native(process), timeout_ms)) {
+    case WAIT_OBJECT_0:
+      return kSuccess;
+    case WAIT_TIMEOUT:
+      return kWaitTimeout;
+    default:
+      return GetLastError();
+  }
+}
+
 Code ProcessExitCode(const Process& process, std::uint32_t& exit_code) {
   DWORD code = 0;
   if (!GetExitCodeProcess(Native(process), &code)) return GetLastError();
@@ -103,6 +115,34 @@ Code ProcessExitCode(const Process& process, std::uint32_t& exit_code) {
 
 Code EndProcess(const Process& process, std::uint32_t exit_code) {
   return TerminateProcess(Native(process), exit_code) ? kSuccess : GetLastError();
+}
+
+Code StartProgramAs(HANDLE token, void* environment, const ProgramStart& start,
+                    StartedProgram& started) {
+  // The calls may write into the command line.
+  std::wstring command_line = start.command_line;
+  std::wstring desktop = start.desktop;
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  if (!desktop.empty()) startup.lpDesktop = desktop.data();
+  const wchar_t* const application = start.application.c_str();
+  const wchar_t* const directory = start.directory.empty() ? nullptr : start.directory.c_str();
+  PROCESS_INFORMATION made{};
+  const BOOL done =
+      token == nullptr
+          ? CreateProcessW(application, command_line.data(), nullptr, nullptr, FALSE, start.flags,
+                           environment, directory, &startup, &made)
+          : CreateProcessAsUserW(token, application, command_line.data(), nullptr, nullptr, FALSE,
+                                 start.flags, environment, directory, &startup, &made);
+  if (!done) return GetLastError();
+  CloseHandle(made.hThread);
+  started.process_id = made.dwProcessId;
+  started.process.Adopt(reinterpret_cast<std::uintptr_t>(made.hProcess));
+  return kSuccess;
+}
+
+Code StartProgram(const ProgramStart& start, StartedProgram& started) {
+  return StartProgramAs(nullptr, nullptr, start, started);
 }
 
 }  // namespace kestrelon::platform

@@ -1,6 +1,7 @@
 #include "platform/sessions.h"
 
 #include "platform/windows/owned.h"
+#include "platform/windows/start_program.h"
 
 #include <userenv.h>
 #include <wtsapi32.h>
@@ -46,6 +47,29 @@ Code QuerySessionUser(std::uint32_t session, UserToken& token) {
   return kSuccess;
 }
 
+Code QueryTokenElevation(const UserToken& token, std::uint32_t& type) {
+  TOKEN_ELEVATION_TYPE found{};
+  DWORD size = 0;
+  if (!GetTokenInformation(Native(token), TokenElevationType, &found, sizeof found, &size)) {
+    return GetLastError();
+  }
+  type = static_cast<std::uint32_t>(found);
+  return kSuccess;
+}
+
+Code QueryLinkedToken(const UserToken& token, UserToken& linked) {
+  TOKEN_LINKED_TOKEN found{};
+  DWORD size = 0;
+  // A caller with the right to act as part of the operating system gets a primary token, with which
+  // a program can be started as it is. LocalSystem has that right and has it enabled. Others get
+  // one that is good for looking at alone.
+  if (!GetTokenInformation(Native(token), TokenLinkedToken, &found, sizeof found, &size)) {
+    return GetLastError();
+  }
+  linked.Adopt(reinterpret_cast<std::uintptr_t>(found.LinkedToken));
+  return kSuccess;
+}
+
 void CloseUserEnvironment(std::uintptr_t environment) {
   DestroyEnvironmentBlock(reinterpret_cast<void*>(environment));
 }
@@ -63,23 +87,8 @@ Code StartAsUser(const UserToken& token, const UserEnvironment& environment,
                  const ProgramStart& start, StartedProgram& started) {
   // Without a token the platform would start the program as this process's own account.
   if (!token.is_open()) return kInvalidHandle;
-  // The call may write into the command line.
-  std::wstring command_line = start.command_line;
-  std::wstring desktop = start.desktop;
-  STARTUPINFOW startup{};
-  startup.cb = sizeof startup;
-  startup.lpDesktop = desktop.data();
-  PROCESS_INFORMATION made{};
-  if (!CreateProcessAsUserW(Native(token), start.application.c_str(), command_line.data(), nullptr,
-                            nullptr, FALSE, start.flags,
-                            reinterpret_cast<void*>(environment.handle()), start.directory.c_str(),
-                            &startup, &made)) {
-    return GetLastError();
-  }
-  CloseHandle(made.hThread);
-  started.process_id = made.dwProcessId;
-  started.process.Adopt(reinterpret_cast<std::uintptr_t>(made.hProcess));
-  return kSuccess;
+  return StartProgramAs(Native(token), reinterpret_cast<void*>(environment.handle()), start,
+                        started);
 }
 
 }  // namespace kestrelon::platform

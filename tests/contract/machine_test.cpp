@@ -22,6 +22,7 @@ TEST(Clock, AdvancesByWhatIsSleptOrWaited) {
   Event never(Event::Reset::kManual);
   for (const bool in_wait : {false, true}) {
     const std::uint64_t tick = TickMilliseconds();
+    const std::uint64_t counter = PerformanceCounter();
     const std::int64_t time = SystemTime();
     if (in_wait) {
       EXPECT_EQ(WaitForAny({&never}, kWaitMs), kWaitTimedOut);
@@ -29,6 +30,7 @@ TEST(Clock, AdvancesByWhatIsSleptOrWaited) {
       SleepMilliseconds(kWaitMs);
     }
     EXPECT_GE(TickMilliseconds(), tick + kLeastSeenMs);
+    EXPECT_GT(PerformanceCounter(), counter);
     EXPECT_GE(SystemTime(), time + std::int64_t{kLeastSeenMs} * kTimeStepsPerMs);
   }
 }
@@ -127,6 +129,49 @@ TEST(Registry, KeepsADwordUnderANewKey) {
     ASSERT_EQ(ReadRegistryDword(L"software\\KESTRELON contract\\sub", L"VALUE", value), kSuccess);
     EXPECT_EQ(value, written);
   }
+}
+
+TEST(Registry, KeepsValuesOfAllTypesAndTellsThemApart) {
+  const std::wstring key = L"SOFTWARE\\Kestrelon contract\\Types";
+  std::uint32_t dword = 0;
+  std::uint64_t qword = 0;
+  std::wstring text;
+  ASSERT_EQ(WriteRegistryDword(key, L"D", 1), kSuccess);
+  ASSERT_EQ(WriteRegistryQword(key, L"Q", 0xFEDCBA9800000001), kSuccess);
+  ASSERT_EQ(WriteRegistryText(key, L"T", L"1.2\u017e"), kSuccess);
+  for (const wchar_t name : {L'D', L'Q', L'T', L'D'}) {
+    const std::wstring value(1, name);
+    EXPECT_EQ(ReadRegistryDword(key, value, dword) == kSuccess, name == L'D');
+    EXPECT_EQ(ReadRegistryQword(key, value, qword) == kSuccess, name == L'Q');
+    EXPECT_EQ(ReadRegistryText(key, value, 64, text) == kSuccess, name == L'T');
+  }
+  EXPECT_TRUE(dword == 1 && qword == 0xFEDCBA9800000001 && text == L"1.2\u017e");
+  ASSERT_EQ(WriteRegistryText(key, L"Q", L""), kSuccess);
+  EXPECT_EQ(ReadRegistryText(key, L"Q", 2, text), kSuccess) << "replaced by another type";
+  EXPECT_EQ(text, L"");
+}
+
+TEST(Registry, ReadsNoTextOverTheLimit) {
+  const std::wstring key = L"SOFTWARE\\Kestrelon contract\\Types";
+  std::wstring text = L"unchanged";
+  ASSERT_EQ(WriteRegistryText(key, L"Long", L"four"), kSuccess);  // 10 bytes with the null
+  for (const std::uint32_t most : {0u, 8u, 9u}) {
+    EXPECT_EQ(ReadRegistryText(key, L"Long", most, text), kMoreData) << most;
+  }
+  EXPECT_EQ(text, L"unchanged");
+  EXPECT_EQ(ReadRegistryText(key, L"Long", 10, text), kSuccess);
+  EXPECT_EQ(text, L"four");
+}
+
+TEST(Registry, ForgetsWhatIsDeleted) {
+  const std::wstring key = L"SOFTWARE\\Kestrelon contract\\Types";
+  std::uint64_t value = 7;
+  ASSERT_EQ(WriteRegistryQword(key, L"Deleted", 1), kSuccess);
+  EXPECT_EQ(DeleteRegistryValue(key, L"DELETED"), kSuccess);
+  EXPECT_EQ(ReadRegistryQword(key, L"Deleted", value), kFileNotFound);
+  EXPECT_EQ(DeleteRegistryValue(key, L"Deleted"), kFileNotFound);
+  EXPECT_EQ(DeleteRegistryValue(L"SOFTWARE\\No such key", L"Deleted"), kFileNotFound);
+  EXPECT_EQ(value, 7u);
 }
 
 }  // namespace

@@ -86,6 +86,47 @@ TEST(Processes, OfUnknownIdsAreNone) {
   EXPECT_EQ(SessionOfProcess(kNoProcess, session), kInvalidParameter);
 }
 
+// This case's own program under another name, running other cases for minutes.
+ProgramStart LongRun() {
+  ProgramStart start;
+  EXPECT_EQ(ExecutableFile(start.application), kSuccess);
+  start.command_line = L"x --gtest_filter=Clock.* --gtest_repeat=1000";
+  start.directory = L"C:\\";
+  start.flags = kNoWindow;
+  return start;
+}
+
+TEST(StartProgram, StartsWhatIsAwaitedUntilItEnds) {
+  StartedProgram started;
+  ASSERT_EQ(StartProgram(LongRun(), started), kSuccess);
+  std::uint32_t exit_code = 0;
+  EXPECT_EQ(AwaitProcess(started.process, 50), kWaitTimeout);
+  EXPECT_EQ(ProcessExitCode(started.process, exit_code), kSuccess);
+  EXPECT_EQ(exit_code, kStillRunning);
+  EXPECT_EQ(EndProcess(started.process, 9001), kSuccess);
+  EXPECT_EQ(AwaitProcess(started.process, 60'000), kSuccess);
+  EXPECT_EQ(ProcessExitCode(started.process, exit_code), kSuccess);
+  EXPECT_EQ(exit_code, 9001u);
+}
+
+TEST(StartProgram, NeedsAFileAndADirectory) {
+  StartedProgram started;
+  ProgramStart no_file = LongRun();
+  no_file.application += L".none";
+  EXPECT_EQ(StartProgram(no_file, started), kFileNotFound);
+  ProgramStart no_directory = LongRun();
+  no_directory.directory = L"C:\\No such directory";
+  EXPECT_EQ(StartProgram(no_directory, started), 267u);
+  EXPECT_FALSE(started.process.is_open());
+}
+
+TEST(AwaitProcess, NeedsTheRight) {
+  Process process;
+  EXPECT_EQ(AwaitProcess(process, 0), kInvalidHandle);
+  ASSERT_EQ(OpenProcessById(ListedProcess(), kProcessQueryLimited, process), kSuccess);
+  EXPECT_EQ(AwaitProcess(process, 0), kAccessDenied);
+}
+
 TEST(StartAsUser, NeedsAUser) {
   StartedProgram started;
   UserEnvironment environment;
@@ -95,6 +136,15 @@ TEST(StartAsUser, NeedsAUser) {
   EXPECT_EQ(MakeUserEnvironment(UserToken{}, environment), kInvalidHandle);
   EXPECT_EQ(StartAsUser(UserToken{}, environment, start, started), kInvalidHandle);
   EXPECT_FALSE(started.process.is_open());
+}
+
+TEST(UserToken, TellsNothingWhenThereIsNone) {
+  std::uint32_t type = 7;
+  UserToken linked;
+  EXPECT_EQ(QueryTokenElevation(UserToken{}, type), kInvalidHandle);
+  EXPECT_EQ(QueryLinkedToken(UserToken{}, linked), kInvalidHandle);
+  EXPECT_EQ(type, 7u);
+  EXPECT_FALSE(linked.is_open());
 }
 
 }  // namespace

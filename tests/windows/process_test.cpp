@@ -7,6 +7,7 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/resources.h"
+#include "platform/sessions.h"
 
 namespace {
 
@@ -49,6 +50,32 @@ TEST(StandardOutput, TakesTextAsUtf8) {
   std::uint32_t read = 0;
   ASSERT_EQ(ReadFileBytes(file, bytes, sizeof bytes, read), kSuccess);
   EXPECT_EQ(std::string(bytes, read), "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\n");
+}
+
+// Wine gives every process the full token of a split pair; its linked token can start programs.
+TEST(LinkedToken, IsTheOtherOfThePairAndStartsPrograms) {
+  HANDLE own = nullptr;
+  ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &own));
+  UserToken token, linked;
+  token.Adopt(reinterpret_cast<std::uintptr_t>(own));
+  std::uint32_t type = 0;
+  std::uint32_t linked_type = 0;
+  ASSERT_EQ(QueryTokenElevation(token, type), kSuccess);
+  EXPECT_EQ(type, static_cast<std::uint32_t>(TokenElevationTypeFull));
+  ASSERT_EQ(QueryLinkedToken(token, linked), kSuccess);
+  EXPECT_EQ(QueryTokenElevation(linked, linked_type), kSuccess);
+  EXPECT_EQ(linked_type, kElevationLimited);
+  for (const UserToken* user : {&token, &linked}) {
+    ProgramStart start;
+    ASSERT_EQ(ExecutableFile(start.application), kSuccess);
+    start.command_line = L"x --gtest_list_tests";
+    start.directory = L"C:\\";
+    start.desktop = L"winsta0\\default";
+    start.flags = kNoWindow;
+    StartedProgram started;
+    ASSERT_EQ(StartAsUser(*user, UserEnvironment{}, start, started), kSuccess);
+    EXPECT_EQ(AwaitProcess(started.process, 60'000), kSuccess);
+  }
 }
 
 TEST(LibrarySearch, IsNarrowedToTheSystemsDirectory) {

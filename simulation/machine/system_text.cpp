@@ -1,5 +1,7 @@
 #include "platform/system_text.h"
 
+#include <span>
+
 #include "simulation/machine/letter_case.h"
 
 namespace kestrelon::platform {
@@ -64,6 +66,22 @@ constexpr Message kSystemMessages[] = {
     {kBadDigest, L"The digital signature of the object did not verify.\r\n"},
 };
 
+// Those of the HTTP client, which its own module holds.
+constexpr Message kHttpMessages[] = {
+    {12002, L"The operation timed out\r\n"},
+    {12007, L"The server name or address could not be resolved\r\n"},
+    {12029, L"A connection with the server could not be established\r\n"},
+    {12030, L"The connection with the server was terminated abnormally\r\n"},
+    {12175, L"A security error occurred\r\n"},
+};
+
+std::wstring MessageOf(std::span<const Message> messages, Code code) {
+  for (const Message& message : messages) {
+    if (message.code == code) return message.text;
+  }
+  return {};
+}
+
 }  // namespace
 
 bool EqualIgnoringCase(std::wstring_view a, std::wstring_view b) {
@@ -81,15 +99,14 @@ std::wstring LowerCase(std::wstring_view text) {
 }
 
 std::wstring SystemMessage(Code code) {
-  for (const Message& message : kSystemMessages) {
-    if (message.code == code) return message.text;
-  }
-  return {};
+  return MessageOf(kSystemMessages, code);
 }
 
-// Nothing is loaded here but the product itself, which holds no messages.
-std::wstring ModuleMessage(const std::wstring& /*module*/, Code /*code*/) {
-  return {};
+// Of the modules that the product loads, those of the filtering engine find their messages among
+// the system's.
+std::wstring ModuleMessage(const std::wstring& module, Code code) {
+  if (!EqualIgnoringCase(module, L"winhttp.dll")) return {};
+  return MessageOf(kHttpMessages, code);
 }
 
 }  // namespace kestrelon::platform

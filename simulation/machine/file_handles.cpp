@@ -209,7 +209,9 @@ Code FileSystem::Inspect(std::uintptr_t handle, std::string& content,
   const OpenedFile* file = nullptr;
   if (const Code code = Opened(handle, 0, &file)) return code;
   content = file->node->content;
-  properties = file->node->properties;
+  const auto spread = spread_properties_.find(content);
+  const bool own = spread == spread_properties_.end() || file->node->properties.any();
+  properties = own ? file->node->properties : spread->second;
   return kSuccess;
 }
 

@@ -31,6 +31,10 @@ struct FileProperties {
   // Resources of raw data by case-folded name. A file with any is an executable image, whatever
   // its content; so is one that begins like the system's.
   std::map<std::wstring, std::vector<std::uint8_t>> raw_data;
+
+  bool any() const {
+    return signature || !version_texts.empty() || !version_bytes.empty() || !raw_data.empty();
+  }
 };
 
 struct FileNode {

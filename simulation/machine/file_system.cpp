@@ -170,6 +170,12 @@ void FileSystem::SetRawData(const std::wstring& path, const std::wstring& name,
   WantedNode(path)->properties.raw_data[FoldCase(name)].assign(bytes.begin(), bytes.end());
 }
 
+void FileSystem::SpreadProperties(const std::wstring& path) {
+  const std::lock_guard lock(mutex_);
+  const Node node = WantedNode(path);
+  spread_properties_[node->content] = node->properties;
+}
+
 void FileSystem::SetFull(bool full) {
   const std::lock_guard lock(mutex_);
   full_ = full;

@@ -76,6 +76,9 @@ class FileSystem {
                   const std::vector<std::uint8_t>& bytes);
   // A resource of raw data; it lies beside the content, which a signature and a hash cover.
   void SetRawData(const std::wstring& path, const std::wstring& name, std::string_view bytes);
+  // From now on each file that has the same content as this one now has its signature and resources
+  // too, unless it was given any itself. Those of a real image lie in the content.
+  void SpreadProperties(const std::wstring& path);
 
   // Each write fails with kDiskFull.
   void SetFull(bool full);
@@ -201,6 +204,7 @@ class FileSystem {
   std::map<std::wstring, Node> roots_;  // by case-folded name: "C:", "\\SERVER\SHARE"
   MetadataJournal journal_;
   Catalogs catalogs_;
+  std::map<std::string, FileProperties> spread_properties_;  // by content
   std::map<std::uintptr_t, OpenedFile> handles_;
   std::vector<OpenedFile> held_;  // by other programs
   std::uintptr_t last_handle_ = 0x100;

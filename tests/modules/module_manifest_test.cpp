@@ -71,17 +71,14 @@ TEST(ModuleManifest, IsRefusedForEachValueOutsideItsBounds) {
       {Manifest(R"(, "id": ")" + std::string(40, 'z') + '"'), L""},
       {Manifest(R"(, "id": ")" + std::string(41, 'z') + '"'), L"manifest: invalid or missing 'id'"},
       {Manifest(R"(, "permissions": [1])"), L"manifest: unknown permission ''"},
-      {Manifest(R"(, "permissions": ["Notify"])"), L"manifest: unknown permission 'Notify'"},
       {Manifest(R"(, "network": [0,0,0,0,0,0,0,0,0])"), L"manifest: too many network entries"},
       {Manifest(R"(, "downloads": [{}])"), L"manifest: modules may not download anything"},
       {ManifestOf(R"(, "port": 0)"), kNoPort},
       {ManifestOf(R"(, "port": 65535)"), L""},
       {ManifestOf(R"(, "port": 65536)"), kNoPort},
-      {ManifestOf(R"(, "port": 443.5)"), kNoPort},
-      {ManifestOf(R"(, "port": "443")"), kNoPort}};
+      {ManifestOf(R"(, "port": 443.5)"), kNoPort}};
   ModuleManifest manifest;
   for (const auto& [text, problem] : cases) EXPECT_EQ(Problem(text, manifest), problem) << text;
-  EXPECT_FALSE(ParseModuleManifest("", manifest)) << "without asking for the sentence";
 }
 
 TEST(ModuleManifest, IsKeptWithoutBlanksAroundItsTextsAndGrantedInOneOrder) {

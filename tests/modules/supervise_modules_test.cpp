@@ -152,6 +152,7 @@ const Step kTurnOnUnseen = {TurnedOn(true), kOn, ""};
 const Step kInTwo = {SignIn(2), In2(kStarted), "2"};
 const Step kNoneListed = {Fails("ListSessions"), "", ""};
 const Step kStop = {kClose.before + [] { Core.Stopping = true; }, "", ""};
+const Step kFirstAgain = {Ends(0), kCrash.log, "12"};
 const Step kBackIn = {kSignOut + [] { (void)Pass(); } + SignIn(1), kStarted, "12"};
 
 const Course kCourses[] = {
@@ -171,11 +172,9 @@ const Course kCourses[] = {
       {[] { TheMachine().files.Remove(kModuleFile); }, "Module pipe closed\n" + kStopped, ""}}},
     {"stays closed until the next sign-in",
      {kFirst, kClose, kTurnOffUnseen, kTurnOnUnseen, kInTwo, kBackIn}},
-    {"is given up in its session at the third end within ten minutes",
+    {"is given up in its session at the third end within ten minutes, until the next sign-in",
      {kFirst, kCrash, Later(300'000, kCrash), Later(300'000, kLastCrash), kTurnOffUnseen,
-      kTurnOnUnseen, kInTwo}},
-    {"counts anew from the next sign-in",
-     {kFirst, kCrash, kCrash, kLastCrash, kInTwo, kBackIn, {Ends(0), kCrash.log, "12"}}},
+      kTurnOnUnseen, kInTwo, kBackIn, kFirstAgain}},
     {"goes on when the first of three ends is older",
      {kFirst, kCrash, Later(300'000, kCrash), Later(300'001, kCrash), kLastCrash}},
     {"is given up at the third failed start however old the others are",
@@ -186,12 +185,11 @@ const Course kCourses[] = {
      {{Runs(L"C:\\KSMessages.exe", 1) + Runs(kModuleFile, 3), kOn + kStarted, "13"},
       {[] { DropModuleProcesses(); }, kTakenOver, "13"},
       {kClose.before, kClosed, "3"}}},
-    {"takes over the first that it can open, whatever the letter case",
+    {"takes over the first that it can open, whatever the letter case, or starts one",
      {{Runs(kModuleFile, 1) + Runs(platform::LowerCase(kModuleFile), 1) + Fails("OpenProcessById"),
        kOn + kTakenOver, "11"},
-      {TurnedOn(false), kOff + kStopped, "1"}}},
-    {"starts when nothing is known of what runs",
-     {{Runs(kModuleFile, 1) + Fails("ListProcesses"), kOn + kStarted, "11"}}},
+      {[] { DropModuleProcesses(); } + Fails("ListProcesses"), kStarted, "111"},
+      {TurnedOn(false), kOff + kStopped, "11"}}},
     {"goes on and forgets when no session is known, and does nothing at the stop",
      {kFirst, {Fails("ListSessions"), "", "1"}, kClose, kNoneListed, kStart, kStop}},
     {"asks the firewall once for each change",

@@ -10,6 +10,7 @@ it change the answer:
     path.redirect   a Location; the status is 302 unless given
     path.cut        the connection ends after so many bytes, though more were promised
     path.chunked    no length is told
+    path.held       only the first half of the body comes, as long as this file is there
 
 CERTIFICATE holds the certificate, its key behind it. LOG gets the line "listening", then a line
 for each request when its answer is chosen: path, status, and the client's name.
@@ -20,6 +21,7 @@ import pathlib
 import socketserver
 import ssl
 import sys
+import time
 
 
 class Answer(http.server.BaseHTTPRequestHandler):
@@ -66,7 +68,11 @@ class Answer(http.server.BaseHTTPRequestHandler):
             if cut is None:
                 self.wfile.write(b"0\r\n\r\n")
         else:
-            self.wfile.write(body)
+            half = len(body) // 2
+            self.wfile.write(body[:half])
+            while self.beside("held").exists():
+                time.sleep(0.02)
+            self.wfile.write(body[half:])
 
     def log_message(self, *arguments):
         pass

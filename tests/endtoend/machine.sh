@@ -11,6 +11,7 @@
 #   set_config                        a configuration from the input, through the pipe
 #   follow NAME                       a subscriber whose events come into the file $events/NAME
 #   wake_service                      where a permitted program lies in C:\Tools
+#   woken_until TEXT                  the same; whether the text is logged
 #   wait_for SECONDS COMMAND...       until the command succeeds
 #   mark_log                          expectations on the log look behind this place
 #   expect_...                        says what was expected and found, and ends the script
@@ -152,6 +153,11 @@ follow() {
 # What happens in a watched directory wakes the loop.
 wake_service() {
   date >"$drive_c/Tools/note"
+}
+
+woken_until() {
+  wake_service
+  is_logged "$1"
 }
 
 wait_for() {

@@ -6,7 +6,6 @@
 #   expect_module TEXT...        what it is shown with
 #   expect_starts NUMBER         how often it was started so far; to be called before it is told things
 #   tell ORDER TEXT              an order to the running one (test_module.cpp), and its whole answer
-#   woken_until TEXT             wakes the loop; whether the text is logged
 #   expect_module_open, expect_module_shut
 #                                what the engine says of the port that it asks for
 
@@ -64,11 +63,6 @@ has_started() {
 # A new process takes a moment until it says so.
 expect_starts() {
   wait_for 10 has_started "$1"
-}
-
-woken_until() {
-  wake_service
-  is_logged "$1"
 }
 
 expect_module_open() {

@@ -12,8 +12,8 @@ expect_check_refused() {
 expect_install_refused() {
   install_update sk
   expect_logged "Update to ${2:-1.2.3 build 49} NOT installed: $1"
-  expect_update '"state": "error"' "\"error\": \"$1\"" '"latest": {'
-  expect_not_stored PendingBuild
+  expect_reply "\"error\": \"$1\""
+  expect_reply '"latest": {'
   [ -z "$(ls "$update_dir")" ] || fail "left after a refusal: $(ls "$update_dir")"
   has_run 0 || fail "the installer was run: $1"
 }
@@ -90,4 +90,5 @@ expect_install_refused "the installer is signed by Somebody Else Ltd., not by $p
 cp "$machine_dir/good" "$published"
 check_finds kestrelon-update 's/"build":49/"build":50/'
 expect_install_refused 'the installer is not version 1.2.3 (build 50)' '1.2.3 build 50'
+expect_not_stored PendingBuild LastInstallResult
 stop_service

@@ -7,7 +7,8 @@
 #                                 sed makes of it; signed with a key of this id
 #   check_update                  to its end, well or not; the status behind it is in $reply
 #   start_install LANGUAGE, install_update
-#                                 a request; the same until the helper is started, or it is refused
+#                                 a request; the same until the helper is started, or it is refused and
+#                                 the status behind it is in $reply
 #   update_is STATE               whether that is the state; the status is left in $reply
 #   has_run NUMBER                whether the installer was started so often
 #   expect_update TEXT...         what the status says

@@ -101,8 +101,13 @@ TEST_F(UpdateSchedule, ChecksADayAfterTheLastGoodCheck) {
     machine.clock.Advance(kHourMs);
     EXPECT_EQ(Checks(), checks) << age_ms;
   }
-  GuardLock lock(UpdateGuard);
-  EXPECT_EQ(Update.LastUpdateCheck, 0) << "a time that lies ahead is none";
+  machine.clock.Advance(kHourMs);
+  {
+    GuardLock lock(UpdateGuard);
+    EXPECT_EQ(Update.LastUpdateCheck, 0) << "a time that lies ahead is none";
+    Update.LastUpdateCheck = machine.clock.SystemTime() + 1;  // the clock was set back
+  }
+  EXPECT_TRUE(Checks());
 }
 
 TEST_F(UpdateSchedule, StartsWhatTheStateAllows) {

@@ -13,6 +13,7 @@ namespace kestrelon::test {
 UpdateWorld::UpdateWorld() {
   files.MakeDirectories(kData);
   files.Write(kService, "version 1.2.2");
+  AddService(4);
   UpdateSignals.UpdateRuleInstalled = true;
   machine.processes.OnStart(kHelper, [this](std::uint32_t id) {
     EXPECT_EQ(machine.processes.Find(id)->command_line,
@@ -28,6 +29,7 @@ UpdateWorld::UpdateWorld() {
 }
 
 void UpdateWorld::TearDown() {
+  machine.faults.Clear();
   EXPECT_EQ(files.open_handles() + machine.services.open_handles() +
                 machine.processes.open_handles() + machine.sessions.open_handles(),
             0U);

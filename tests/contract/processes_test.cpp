@@ -6,6 +6,7 @@
 #include "platform/paths.h"
 #include "platform/sessions.h"
 #include "platform/system_text.h"
+#include "tests/contract/scratch.h"
 
 namespace {
 
@@ -90,6 +91,12 @@ TEST(Processes, OfUnknownIdsAreNone) {
 ProgramStart LongRun() {
   ProgramStart start;
   EXPECT_EQ(ExecutableFile(start.application), kSuccess);
+  // On the simulated machine the program has no file unless it is given one.
+  if (!contract::Exists(start.application)) {
+    const std::size_t name = start.application.rfind(L'\\');
+    EXPECT_EQ(MakeDirectory(start.application.substr(0, name)), kSuccess);
+    contract::WriteWhole(start.application, "MZ");
+  }
   start.command_line = L"x --gtest_filter=Clock.* --gtest_repeat=1000";
   start.directory = L"C:\\";
   start.flags = kNoWindow;

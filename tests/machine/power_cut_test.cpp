@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "platform/files.h"
+#include "platform/processes.h"
 #include "platform/registry.h"
 #include "simulation/machine/machine.h"
 
@@ -136,6 +137,27 @@ TEST_F(PowerCut, WhatAWriteThroughRenameMakesDurableIsNamesButNotBytes) {
   CutNow(CutMode::kLoseMetadata);
   EXPECT_EQ(files_.Read(kTarget), "");
   EXPECT_EQ(files_.Read(L"C:\\Data\\b"), "x");
+}
+
+TEST_F(PowerCut, StrikesTheRegistryAndTheStartsOfProgramsToo) {
+  Machine& machine = TheMachine();
+  int starts = 0;
+  machine.processes.OnStart(kTarget, [&](std::uint32_t) { ++starts; });
+  const auto steps = [&] {
+    starts = 0;
+    machine.registry.Remove(L"K", L"Pending");
+    if (const Code code = WriteRegistryQword(L"K", L"Pending", 1)) return code;
+    StartedProgram started;
+    if (const Code code = StartProgram({kTarget, L"x", L"", L"", 0}, started)) return code;
+    return DeleteRegistryValue(L"K", L"Pending");
+  };
+  for (const CutMode mode : {CutMode::kLoseMetadata, CutMode::kKeepMetadata}) {
+    AtEachCut(mode, steps, [&](std::uint64_t n) {
+      const bool there = mode == CutMode::kLoseMetadata ? n > 1 : n < 3;
+      EXPECT_EQ(machine.registry.Qword(L"K", L"Pending").has_value(), there);
+      EXPECT_EQ(starts, n == 3 ? 1 : 0);
+    });
+  }
 }
 
 }  // namespace

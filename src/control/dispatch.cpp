@@ -16,6 +16,7 @@
 #include "identity/service_info.h"
 #include "modules/module_list.h"
 #include "modules/supervise_modules.h"
+#include "updates/update_worker.h"
 
 namespace kestrelon {
 namespace {
@@ -114,6 +115,19 @@ Json UpdateBlocklists(const Json& /*request*/) REQUIRES(ConfigGuard) {
   return OkReply();
 }
 
+Json CheckUpdate(const Json& /*request*/) REQUIRES(ConfigGuard) {
+  UpdateWorker(Core.CurrentConfig, true);
+  return OkReply();
+}
+
+Json InstallUpdate(const Json& request) EXCLUDES(ConfigGuard) {
+  const Json& session = request.Get("session");
+  std::wstring error;
+  const bool started = RequestInstall(session.is_integer() ? session.integer() : -1,
+                                      request.Get("lang").StringOr(L""), error);
+  return started ? OkReply() : ErrorReply(error);
+}
+
 Json ClearAllowed(const Json& /*request*/) {
   ClearAllowedConnections();
   return OkReply();
@@ -152,6 +166,8 @@ constexpr Command kCommands[] = {
     {"get_log", Unguarded<GetLog>},
     {"get_allowed", Unguarded<GetAllowed>},
     {"update_blocklists", UnderConfigGuard<UpdateBlocklists>},
+    {"check_update", UnderConfigGuard<CheckUpdate>},
+    {"install_update", Unguarded<InstallUpdate>},
     {"clear_allowed", Unguarded<ClearAllowed>},
     {"clear_log", Unguarded<ClearLog>},
     {"file_info", Unguarded<FileInfo>},

@@ -11,6 +11,7 @@
 #include "platform/console.h"
 #include "platform/security.h"
 #include "platform/service_host.h"
+#include "updates/apply_update.h"
 
 namespace kestrelon {
 namespace {
@@ -58,27 +59,42 @@ int Console() {
   return kExitSuccess;
 }
 
+using Arguments = std::vector<std::wstring>;
+
+int ApplyUpdate(const Arguments& arguments) {
+  return ApplyUpdateHelper(arguments[1], arguments[2]);
+}
+
+// A command that heeds no further arguments, as the table calls it.
+template <int (*kRun)()>
+int Alone(const Arguments& /*arguments*/) {
+  return kRun();
+}
+
 struct Command {
   const wchar_t* argument;
   bool needs_elevation;
-  int (*run)();
+  std::size_t further;  // arguments that it can't do without
+  int (*run)(const Arguments& arguments);
 };
 
 constexpr Command kCommands[] = {
-    {L"--help", false, &Help},
-    {L"-h", false, &Help},
-    {L"/?", false, &Help},
-    {L"--install", true, &InstallService},
-    {L"--uninstall", true, &UninstallService},
-    {L"--remove-filters", true, &RemoveFiltersCommand},
-    {L"--console", true, &Console},
+    {L"--help", false, 0, Alone<Help>},
+    {L"-h", false, 0, Alone<Help>},
+    {L"/?", false, 0, Alone<Help>},
+    {L"--install", true, 0, Alone<InstallService>},
+    {L"--uninstall", true, 0, Alone<UninstallService>},
+    {L"--remove-filters", true, 0, Alone<RemoveFiltersCommand>},
+    {L"--console", true, 0, Alone<Console>},
+    // By the service alone, when it installs an update.
+    {L"--apply-update", true, 2, ApplyUpdate},
 };
 // What no row names needs elevation too: a stranger learns nothing by guessing.
-constexpr Command kUnknown = {L"", true, &Unknown};
+constexpr Command kUnknown = {L"", true, 0, Alone<Unknown>};
 
-const Command& FindCommand(const std::wstring& argument) {
+const Command& FindCommand(const Arguments& arguments) {
   for (const Command& command : kCommands) {
-    if (argument == command.argument) return command;
+    if (arguments[0] == command.argument && arguments.size() > command.further) return command;
   }
   return kUnknown;
 }
@@ -90,14 +106,14 @@ bool IsElevated() {
 
 }  // namespace
 
-int RunCommandLine(const std::vector<std::wstring>& arguments) {
+int RunCommandLine(const Arguments& arguments) {
   if (arguments.empty()) return Service();
-  const Command& command = FindCommand(arguments.front());
+  const Command& command = FindCommand(arguments);
   if (command.needs_elevation && !IsElevated()) {
     platform::WriteStandardError(L"This command must be run as administrator.\n");
     return kExitNotElevated;
   }
-  return command.run();
+  return command.run(arguments);
 }
 
 }  // namespace kestrelon

@@ -20,6 +20,9 @@
 #include "modules/supervise_modules.h"
 #include "platform/clock.h"
 #include "platform/wait.h"
+#include "updates/update_state.h"
+#include "updates/update_traffic.h"
+#include "updates/update_worker.h"
 
 namespace kestrelon {
 namespace {
@@ -130,6 +133,17 @@ void HeedBlocklists(Pass& pass) REQUIRES(ConfigGuard) {
   }
 }
 
+// The rule that lets an update in is the only one that comes and goes with its use.
+void HeedUpdates(Pass& pass) REQUIRES(ConfigGuard) {
+  UpdateWorker(Core.CurrentConfig, false);
+  if (UpdateSignals.UpdateStatusChanged.exchange(false)) {
+    Json event;
+    event["type"] = Json("update_status");
+    PublishEvent(event.Dump(false));
+  }
+  if (UpdateRuleIsDue(Core.CurrentConfig)) pass.Ask(L"update rule");
+}
+
 void ApplyWhatIsDue(const Pass& pass) REQUIRES(ConfigGuard) {
   if (!pass.need) return;
   ReApply(pass.cause);
@@ -176,6 +190,7 @@ void LoopPass() {
   HeedFileWatch(pass);
   HeedDrift(pass);
   HeedBlocklists(pass);
+  HeedUpdates(pass);
   ApplyWhatIsDue(pass);
   SuperviseModules(Core.CurrentConfig);
 }

@@ -27,6 +27,8 @@
 #include "modules/supervise_modules.h"
 #include "platform/clock.h"
 #include "platform/network.h"
+#include "updates/report_install.h"
+#include "updates/update_worker.h"
 
 namespace kestrelon {
 namespace {
@@ -128,6 +130,8 @@ bool CoreStart() {
     UpgradePredefinedRules(config);
   }
   LoadBlocklists();
+  StartUpdateSchedule();
+  FinishPastInstall();
 
   ListenToMachine();
   TheEngine.change_event = &Core.WakeEvent;
@@ -154,6 +158,7 @@ void CoreStop() {
   StopListeningToMachine();
   StopWatching();
   StopBlocklistRefresh();
+  StopUpdates();
   GuardLock lock(ConfigGuard);
   CloseEngine(TheEngine);
 }

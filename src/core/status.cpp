@@ -13,6 +13,7 @@
 #include "filtering/compile_apps.h"
 #include "filtering/filter_engine.h"
 #include "modules/module_processes.h"
+#include "updates/update_state.h"
 
 namespace kestrelon {
 namespace {
@@ -37,6 +38,7 @@ void BuildStatus(Json& reply) {
   status["last_error"] = Core.LastError;
   status["blocklists"] = BlocklistStatus();
   status["blocklists_busy"] = BlocklistRefreshRunning();
+  status["update"] = UpdateStatus(Core.CurrentConfig);
   AddFallback(status);
   status["net_events"] = Core.NetEvents.load();
   status["net_drops"] = Core.NetDrops.load();

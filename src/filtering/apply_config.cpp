@@ -18,6 +18,7 @@
 #include "identity/pinned_files.h"
 #include "modules/known_modules.h"
 #include "modules/module_rules.h"
+#include "updates/update_state.h"
 
 namespace kestrelon {
 namespace {
@@ -65,11 +66,17 @@ std::vector<std::wstring> FilesToWatch(const Config& config,
 }  // namespace
 
 bool ApplyConfig(Config& config, std::wstring& error, bool& config_changed) {
+  // A transfer that begins meanwhile waits for these filters.
+  const bool update_traffic = UpdateSignals.UpdateRuleInstalled.exchange(false);
   FilterPlan plan = Compile(config);
   const Config effective = ExpandRules(config, plan);
   config_changed = plan.config_changed;
-  if (!ApplyFilters(TheEngine, effective, plan, error)) return false;
+  if (!ApplyFilters(TheEngine, effective, plan, error)) {
+    UpdateSignals.UpdateRuleInstalled = update_traffic;
+    return false;
+  }
   installed_fingerprint = std::move(plan.fingerprint);
+  UpdateSignals.UpdateRuleInstalled = plan.update_traffic;
   SnapshotPinned(config.enabled ? plan.entries : std::vector<PlanEntry>());
   RefreshAllowedSelection(config);
   if (!Core.Stopping) SyncFileWatch(FilesToWatch(config, plan.entries), &Core.WakeEvent);

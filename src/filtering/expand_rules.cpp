@@ -7,6 +7,7 @@
 #include "blocklists/blocklist_rules.h"
 #include "config/address_spec.h"
 #include "modules/module_rules.h"
+#include "updates/update_traffic.h"
 
 namespace kestrelon {
 
@@ -24,6 +25,7 @@ Config ExpandRules(const Config& config, FilterPlan& plan) {
         Format(L"Rule '%s' is inactive: no DNS server is configured right now", rule.name));
   }
   if (config.enabled) BlocklistRules(config, effective.rules);
+  plan.update_traffic = UpdateTrafficRules(config, effective.rules);
   std::vector<RuleEntry> module_rules;
   CompileModuleRules(config, plan.warnings, plan.fingerprint, module_rules);
   if (config.enabled) std::ranges::move(module_rules, std::back_inserter(effective.rules));

@@ -28,6 +28,7 @@ struct FilterPlan {
   std::wstring fingerprint;            // the identity of everything that the plan depends on
   bool config_changed = false;         // compiling learnt something; the caller saves it
   std::wstring dns_servers;            // ", "-separated
+  bool update_traffic = false;         // an update may be fetched once the plan is in force
 };
 
 }  // namespace kestrelon

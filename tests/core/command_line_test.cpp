@@ -34,6 +34,9 @@ TEST(CommandLine, TheFirstArgumentSelectsExactly) {
       {{L"--install"}, false, 5, L"", kNeedsAdministrator},
       {{L"--uninstall"}, false, 5, L"", kNeedsAdministrator},
       {{L"--remove-filters"}, false, 5, L"", kNeedsAdministrator},
+      {{L"--apply-update", L"C:\\a.exe", L"en"}, false, 5, L"", kNeedsAdministrator},
+      {{L"--apply-update", L"C:\\a.exe", L"en", L"more"}, true, 9001, L"", L""},
+      {{L"--apply-update", L"C:\\a.exe"}, true, 1, kUsage, L""},
       {{L"install"}, true, 1, kUsage, L""},
       {{L"", L"--help"}, true, 1, kUsage, L""},
       {{}, false, 1, kUsage, L""},  // started by hand

@@ -24,7 +24,9 @@ TEST(Status, OfAFreshProcessHoldsEveryKeyAndNoFallback) {
   EXPECT_EQ(Status(), R"({"ok":true,"version":"1.2.2","build":"48","enabled":true,"filters":0,)"
                       R"("boot_filter":false,"last_error":"",)"
                       R"("blocklists":[{"id":"drop","entries":0,"updated":0,"source":""}],)"
-                      R"("blocklists_busy":false,"net_events":0,"net_drops":0,"warnings":[],)"
+                      R"("blocklists_busy":false,)"
+                      R"("update":{"state":"idle","auto":true,"channel":"stable","last_check":0},)"
+                      R"("net_events":0,"net_drops":0,"warnings":[],)"
                       R"("changed_apps":[],"modules_running":0})");
 }
 
@@ -48,7 +50,9 @@ TEST(Status, TellsTheFallbackAndCountersOfAnySize) {
             "{\"ok\":true,\"version\":\"1.2.2\",\"build\":\"48\",\"enabled\":false,\"filters\":0,"
             "\"boot_filter\":true,\"last_error\":\"caf\xC3\xA9\","
             "\"blocklists\":[{\"id\":\"drop\",\"entries\":0,\"updated\":0,\"source\":\"\"}],"
-            "\"blocklists_busy\":false,\"fallback\":\"restored\","
+            "\"blocklists_busy\":false,"
+            "\"update\":{\"state\":\"idle\",\"auto\":true,\"channel\":\"stable\",\"last_check\":0},"
+            "\"fallback\":\"restored\","
             "\"fallback_cause\":\"corrupt\",\"fallback_from\":\"lastgood\","
             "\"net_events\":9.2233720368547758e+18,\"net_drops\":9223372036854775807,"
             "\"warnings\":[],\"changed_apps\":[],\"modules_running\":2}");

@@ -25,6 +25,7 @@ TEST(ExpandRules, PutsTheServersInPlaceOfTheirWord) {
   };
   for (const Row& row : rows) {
     Config config;
+    config.updates_auto_check = false;
     config.rules.resize(2);
     config.rules[0].name = L"DNS";
     config.rules[0].remote = row.remote;

@@ -195,6 +195,7 @@ TEST_F(CoreLoopTest, TheLastCauseInOrderIsTheWord) {
   config.apps.push_back(Allowed(L"C:\\App-1.0\\app.exe"));
   config.apps.push_back(Allowed(L"C:\\App-2.0\\app.exe"));
   for (std::size_t i : {1U, 2U}) config.apps[i].signer = kPublisher;
+  config.updates_auto_check = true;  // as the block-all fallback has it, so that no rule is due
   world.Signed(L"C:\\App-1.0\\app.exe", "one", kPublisher);
   world.Signed(L"C:\\App-2.0\\app.exe", "two", kPublisher);
   Begin(config);

@@ -15,6 +15,7 @@
 #include "tests/scenario/client.h"
 #include "tests/scenario/intruder.h"
 #include "tests/scenario/random_world.h"
+#include "updates/update_state.h"
 
 // Of the sanitizers' allocators, which mallinfo2 knows nothing of.
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
@@ -212,10 +213,11 @@ class LongRun : public Scenario {
     EXPECT_TRUE(SetConfig(Config()));
     SetModule(false);
     LoopPass();
-    machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log");
-    machine.files.Remove(L"C:\\ProgramData\\Kestrelon\\service.log.old");
+    for (const wchar_t* log : {L"service.log", L"service.log.old", L"activity.log"}) {
+      machine.files.Remove(std::wstring(L"C:\\ProgramData\\Kestrelon\\") + log);
+    }
     machine.console.debug_output.Clear();
-    while (machine.pipes.open_handles() > 1 || BlocklistRefreshRunning()) {
+    while (machine.pipes.open_handles() > 1 || BlocklistRefreshRunning() || UpdateSignals.busy) {
       std::this_thread::yield();
     }
     Footprint footprint;

@@ -128,10 +128,11 @@ bool EnablesTheList(const Config& config) {
                      [](const std::wstring& id) { return Lower(id) == L"drop"; });
 }
 
-// The service's own way out to the feeds.
-bool FetchesLists(const Config& config, const Attempt& attempt) {
-  return EnablesTheList(config) && config.blocklists_auto_update && !attempt.inbound &&
-         attempt.protocol == 6 && attempt.remote_port == 443 &&
+// The service's own way out to the feeds and to its updates.
+bool FetchesForItself(const Config& config, const Attempt& attempt) {
+  const bool fetches =
+      (EnablesTheList(config) && config.blocklists_auto_update) || config.updates_auto_check;
+  return fetches && !attempt.inbound && attempt.protocol == 6 && attempt.remote_port == 443 &&
          Lower(attempt.program) == L"c:\\program files\\kestrelon\\kestrelonsvc.exe";
 }
 
@@ -237,7 +238,7 @@ Answer Judge(const Config& config, const OracleFacts& facts, const Attempt& atte
 
   const bool listed = IsOneOf(attempt, config.custom_blocklist) ||
                       (EnablesTheList(config) && IsOneOf(attempt, facts.listed_networks));
-  allowed = allowed || FetchesLists(config, attempt) || ModuleMay(config, facts, attempt);
+  allowed = allowed || FetchesForItself(config, attempt) || ModuleMay(config, facts, attempt);
 
   if (held) return decide(Answer::kBlocked, L"the program is held back");
   if (attempt.loopback && config.allow_loopback) return decide(Answer::kPass, L"loopback");

@@ -81,6 +81,7 @@ Config RandomConfig(Dice& dice, const World& world) {
   for (std::size_t left = dice.Below(7); left > 0; --left) config.rules.push_back(RandomRule(dice));
   if (dice.OneIn(3)) config.blocklists = {dice.OneIn(2) ? L"drop" : L"DROP", L"unknown"};
   config.blocklists_auto_update = dice.OneIn(2);
+  config.updates_auto_check = dice.OneIn(2);
   if (dice.OneIn(2)) {
     config.modules = {ApprovedModule(dice.OneIn(3) ? kModuleGrant : kRandomGrant)};
     config.modules[0].enabled = !dice.OneIn(4);

@@ -272,6 +272,7 @@ AppEntry Blocked(const std::wstring& path) {
 Config ConfigOf(const std::vector<AppEntry>& apps) {
   Config config;
   config.presets_version = 9;
+  config.updates_auto_check = false;
   config.apps = apps;
   return config;
 }

@@ -105,7 +105,8 @@ simulation::Connection ConnectionOf(const Attempt& attempt);
 AppEntry Allowed(const std::wstring& path);
 AppEntry Blocked(const std::wstring& path);
 
-// A configuration of the present generation with these applications alone.
+// A configuration of the present generation with these applications alone, which looks for no
+// updates.
 Config ConfigOf(const std::vector<AppEntry>& apps);
 
 // A rule on everything, to be narrowed by its fields.

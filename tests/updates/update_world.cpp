@@ -58,15 +58,9 @@ UpdateManifest UpdateWorld::Publish(const Installer& installer) {
   Put(L"D:\\vendor\\setup.exe", installer);
   machine.http.Serve(kSetupUrl, {.body = installer.content, .chunk = 4});
   const std::vector<std::uint8_t> hash = simulation::DigestOf(L"SHA256", installer.content);
-  return {L"stable",
-          L"1.2.3",
-          49,
-          L"",
-          kSetupUrl,
-          static_cast<std::int64_t>(installer.content.size()),
-          HexText(hash.data(), hash.size()),
-          L"",
-          L""};
+  const auto size = static_cast<std::int64_t>(installer.content.size());
+  return {L"stable", L"1.2.3", 49, L"", kSetupUrl, size, HexText(hash.data(), hash.size()),
+          L"",       L""};
 }
 
 std::string UpdateWorld::TextOf(const UpdateManifest& manifest) {

@@ -1,5 +1,5 @@
-// Any text as a module's manifest: refused with a sentence and without effect, or taken with a grant
-// that depends on nothing but what it asks for.
+// Any text as a module's manifest: refused with a sentence and without effect, or taken with a
+// grant that depends on nothing but what it asks for.
 #include <algorithm>
 #include <cstdint>
 #include <string_view>

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Shows on a running machine what the service does: verdicts on eleven connections, then changes
-through the pipe, tampering, and a replaced program, each with what the service makes of it, and what
-it has noted of the blocked ones.
+through the pipe, tampering, a replaced program, a module and an update, each with what the service makes
+of it, and what it has noted of the blocked ones.
 
-    tour.py DRIVE_C     the machine's drive C:, with wfpctl.exe and KestrelonPipe.exe in C:\\bench
+    tour.py DRIVE_C WWW     the machine's drive C:, with wfpctl.exe and KestrelonPipe.exe in C:\\bench;
+                            what the update server serves
 """
 
 import json
@@ -32,19 +33,23 @@ CONNECTIONS = [
     ("Windows in the local network", SVCHOST, "out", "udp", "192.168.1.20", 5353),
     ("Windows anywhere else", SVCHOST, "out", "tcp", "203.0.113.5", 443),
 ]
+# What the module asks for: the same port on both sides.
+MODULE_IN = ("", r"C:\Program Files\Kestrelon\modules\lan-messages\KSMessages.exe", "in", "udp",
+             "192.168.1.20", 53535)
 BROWSER_OUT = CONNECTIONS[0]
 UNKNOWN_OUT = CONNECTIONS[6]
 
 
 def words(program, direction, protocol, remote, port):
-    side = "--remote-port" if direction == "out" else "--local-port"
-    return (f"--program {program} --direction {direction} --protocol {protocol} "
+    side = "--remote-port" if direction == "out" else f"--remote-port {port} --local-port"
+    return (f'--program "{program}" --direction {direction} --protocol {protocol} '
             f"--remote {remote} {side} {port}")
 
 
 class Machine:
-    def __init__(self, drive_c):
+    def __init__(self, drive_c, www):
         self.drive_c = drive_c
+        self.www = www
         self.log = drive_c / "ProgramData/Kestrelon/service.log"
 
     def run(self, program, *arguments, text=""):
@@ -166,6 +171,31 @@ def replace_program(machine):
     show(machine, BROWSER_OUT)
 
 
+def approve_module(machine):
+    title("An add-on program is approved with all that it asks for, and turned off again")
+    module = machine.request(cmd="get_modules")["modules"][0]
+    print(f'{module["name"]} by {module["publisher"]}, {module["path"]}: {module["grant"]}')
+    show(machine, MODULE_IN)
+    for enabled, verdict in ((True, "PERMIT"), (False, "BLOCK")):
+        machine.request(cmd="set_module", id=module["id"], enabled=enabled, grant=module["grant"])
+        machine.wait_for_verdict(verdict, MODULE_IN)
+        show(machine, MODULE_IN)
+
+
+def look_for_update(machine):
+    title("An update is looked for, and once more when somebody has changed what its vendor signed")
+    manifest = machine.www / "update/latest.json"
+    signed = manifest.read_bytes()
+    for text in (signed, signed.replace(b"49", b"50")):
+        manifest.write_bytes(text)
+        mark = machine.mark()
+        machine.request(cmd="check_update")
+        machine.wait_for_log("Update check ", mark)
+        update = machine.request(cmd="status")["update"]
+        print(f'{update["state"]}: {update.get("error", update["latest"]["version"])}')
+    manifest.write_bytes(signed)
+
+
 def show_blocked(machine):
     title("What was blocked, as a client sees it")
     for event in machine.request(cmd="get_log")["events"]:
@@ -176,7 +206,7 @@ def show_blocked(machine):
 
 
 def main():
-    machine = Machine(pathlib.Path(sys.argv[1]))
+    machine = Machine(*map(pathlib.Path, sys.argv[1:]))
     machine.wait_for_log("Blocklist 'drop' downloaded: ", 0)
     machine.wait_for_verdict("BLOCK", CONNECTIONS[4])
     title("Eleven connections")
@@ -186,6 +216,8 @@ def main():
     change_configuration(machine)
     tamper(machine)
     replace_program(machine)
+    approve_module(machine)
+    look_for_update(machine)
     show_blocked(machine)
     title("What a subscriber read meanwhile")
     print(events.read_text(encoding="utf-8").strip(), flush=True)

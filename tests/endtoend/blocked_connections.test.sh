@@ -109,24 +109,6 @@ C:\\windows\\system32\\svchost.exe|out|17|$port|203.0.113.5|1|default|-|Shared|1
 C:\\windows\\system32\\svchost.exe|out|17|$port|203.0.113.5|2|default|-|PortHolder|1
 C:\\windows\\system32\\svchost.exe|out|17|9|203.0.113.5|3|default|-|-|1
 END
-
-# A new version of a listed program by the same publisher is let through once it was blocked.
-mkdir -p "$drive_c/Tools/App-1.2" "$drive_c/Tools/App-1.3"
-for version in 1.2 1.3; do
-  "$(dirname "${BASH_SOURCE[0]}")/../wine/make_signer.sh" "$machine_dir/signer" 'Example Publisher' \
-    "$drive_c/bench/BFE.exe" "$drive_c/Tools/App-$version/app.exe" >/dev/null 2>&1
-done
-set_config <<'END'
-{"presets_version": 9, "apps": [{"path": "C:\\Tools\\App-1.2\\app.exe"}]}
-END
-drop --program 'C:\Tools\App-1.3\app.exe' --remote 203.0.113.5 --remote-port 443
-take_connections <<'END'
-PERMIT --program C:\Tools\App-1.3\app.exe --remote 203.0.113.5 --remote-port 443
-PERMIT --program C:\Tools\App-1.2\app.exe --remote 203.0.113.5 --remote-port 443
-END
-wait_for 20 verdicts_hold
-wait_for 5 is_logged 'Update detected: C:\Tools\App-1.2\app.exe -> C:\Tools\App-1.3\app.exe (publisher "Example Publisher")'
-wait_for 5 has_event all '"type":"app_updated"'
 stop_service
 
 # A system without the newest form of the reports: a library that lacks it, as it lacks any other.

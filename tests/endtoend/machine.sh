@@ -6,6 +6,7 @@
 #   start_service, stop_service       the foreground run, until its Ctrl+C
 #   kestrelon ARGUMENT...             a run of the executable to its end; gives its exit code
 #   put_config, put_program PATH TEXT config.json from the input; a file on drive C:, by its path
+#   sign_program NAME FROM PATH       the same, a program signed by this publisher
 #   wfpctl ARGUMENT...                the bench's hand on the engine
 #   ask REQUEST, ask_input            a request on the control pipe; the reply is left in $reply
 #   set_config                        a configuration from the input, through the pipe
@@ -130,6 +131,12 @@ put_config() {
 put_program() {
   mkdir -p "$(dirname "$drive_c/$1")"
   printf '%s' "$2" >"$drive_c/$1"
+}
+
+sign_program() {
+  mkdir -p "$(dirname "$drive_c/$3")"
+  "$(dirname "${BASH_SOURCE[0]}")/../wine/make_signer.sh" "$machine_dir/$1" "$1" "$2" "$drive_c/$3" \
+    >"$machine_dir/signing.out" 2>&1 || fail "not signed by $1: $3"
 }
 
 ask_input() {

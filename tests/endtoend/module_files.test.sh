@@ -39,8 +39,7 @@ change_module 's/messages of neighbours/Messages of neighbours/'
 expect_refused "$not_shipped" '"signer": ""' '"grant": "perm:status.read|net:in/17/53535/lan"'
 change_module 's/"id": "lan-messages"/"id": "foreign-mod1"/'
 expect_refused 'the manifest belongs to another module (foreign-mod1)'
-"$(dirname "${BASH_SOURCE[0]}")/../wine/make_signer.sh" "$machine_dir/signer" 'Somebody Else' \
-  "$1/tests/endtoend/test_module.exe" "$module_file" >/dev/null 2>&1
+sign_program 'Somebody Else' "$1/tests/endtoend/test_module.exe" "${module_file#"$drive_c/"}"
 expect_refused "$not_shipped" '"signer": "Somebody Else"'
 rm "$module_file"
 expect_refused 'the module file is missing' '"installed": false'

@@ -1,4 +1,5 @@
-# A module from its approval to its end: started for the user, taken over, closed, given up, off.
+# A module from its approval to its end: started for the user, answered on its pipe, taken over,
+# closed, given up, off.
 . "$(dirname "${BASH_SOURCE[0]}")/module.sh"
 put_module "$1"
 put_program Tools/tool.exe 'a tool'
@@ -6,6 +7,16 @@ put_config <<'END'
 {"presets_version": 9, "apps": [{"path": "C:\\Tools\\tool.exe"}]}
 END
 start_service
+# The same program, under the same name, that the service has not started.
+cp "$module_file" "$drive_c/Tools/KSMessages.exe"
+# expect_stranger ANSWERS ORDER...: what it meets.
+expect_stranger() {
+  local expected=$1 found
+  shift
+  wine 'C:\Tools\KSMessages.exe' "$@" >"$machine_dir/stranger" 2>/dev/null
+  found=$(tr -d '\r' <"$machine_dir/stranger" | paste -sd ' ')
+  [ "$found" = "$expected" ] || fail "a stranger met: $found"
+}
 
 # Shown with all that it asks for, and turned on by exactly that.
 expect_module '"installed": true' '"verified": true' '"problem": ""' \
@@ -17,6 +28,7 @@ expect_reply "The module's permissions differ from what was shown - please look 
 ! ask '{"cmd":"set_module","id":"other","enabled":true}' || fail 'an unknown module was approved'
 expect_reply 'unknown module: other'
 expect_module_shut
+expect_stranger 'no pipe' connect
 expect_starts 0
 approve_module
 expect_logged 'Module lan-messages turned ON'
@@ -33,13 +45,35 @@ expect_module_open
 expect_starts 1
 tell connect connected
 
+# What it may ask on its pipe is answered, what it may not is refused, and both leave the connection;
+# too many requests within a second end it, and one that is too long.
+hello='{"ok":true,"module":"lan-messages","permissions":["status.read"],"kestrelon":"1.2.2"}'
+status='{"ok":true,"protection":true,"kestrelon":"1.2.2"}'
+tell '{"cmd":"status"}' "$status"
+for command in get_config Status ''; do
+  tell "{\"cmd\":\"$command\"}" '{"ok":false,"error":"not permitted"}'
+  expect_logged "Module lan-messages asked for \"$command\" without permission - refused"
+done
+tell '[]' '{"ok":false,"error":"invalid request"}'
+tell '{"cmd":"hello"}' "$hello"
+tell connect connected
+tell 'burst 30 {"cmd":"hello"}' '20 replies'
+expect_logged 'Module lan-messages: too many requests - disconnected'
+tell connect connected
+tell "{\"cmd\":\"$(head -c 16374 /dev/zero | tr '\0' x)\"}" '{"ok":false,"error":"not permitted"}'
+tell "{\"cmd\":\"$(head -c 16375 /dev/zero | tr '\0' x)\"}" disconnected
+tell connect connected
+expect_stranger 'connected disconnected' connect '{"cmd":"hello"}'
+expect_logged ' is not a module started by Kestrelon - disconnected'
+tell '{"cmd":"hello"}' "$hello"
+
 # A service that comes back takes the same process over, however it went.
 expect_taken_over() {
   expect_logged "Module lan-messages already runs in session 1 (process $process) - taken over"
   expect_not_logged 'Module lan-messages started'
   tell '{"cmd":"hello"}' disconnected
   tell connect connected
-  tell '{"cmd":"status"}' '{"ok":true,"protection":true,"kestrelon":"1.2.2"}'
+  tell '{"cmd":"status"}' "$status"
   expect_starts 1
 }
 mark_log

@@ -5,7 +5,6 @@
 #     --template DIR     the template machine, made if it isn't there
 #     --bench BIN_DIR    installs the filtering engine's bench from this build directory
 #     --filter FILTER    which cases, as GoogleTest takes them
-#     --prepare SCRIPT   called before with the machine's drive C: and PROGRAM
 #
 # Cases that Wine can't prove stand in unproved_cases.txt with the reason. They are left out by
 # name and told at the end.
@@ -13,13 +12,12 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/prefix.sh"
 
-template= bench= filter='*' prepare= program=
+template= bench= filter='*' program=
 while [ $# -gt 0 ]; do
   case $1 in
     --template) template=$2; shift 2 ;;
     --bench) bench=$2; shift 2 ;;
     --filter) filter=$2; shift 2 ;;
-    --prepare) prepare=$2; shift 2 ;;
     *) program=$(realpath "$1"); shift ;;
   esac
 done
@@ -35,10 +33,6 @@ finish() {
 trap finish EXIT
 clone_prefix "$template" "$run/machine"
 start_machine "$run/machine"
-[ -z "$prepare" ] || "$prepare" "$WINEPREFIX/drive_c" "$program" >"$run/prepare" 2>&1 || {
-  cat "$run/prepare"
-  exit 1
-}
 [ -z "$bench" ] || install_bench "$bench" "$(basename "$program")"
 
 # The names of the program's cases, one a line: suites stand at the margin, cases below them.

@@ -13,7 +13,8 @@ it change the answer:
     path.held       only the first half of the body comes, as long as this file is there
 
 CERTIFICATE holds the certificate, its key behind it. LOG gets the line "listening", then a line
-for each request when its answer is chosen: path, status, and the client's name.
+for each request when its answer is chosen: path, status, the client's name, and what it wants of
+caches.
 """
 
 import http.server
@@ -44,7 +45,8 @@ class Answer(http.server.BaseHTTPRequestHandler):
         return file.read_text().strip() if file.exists() else None
 
     def note(self, status):
-        self.server.note(f"{self.path} {status} {self.headers.get('User-Agent', '')}")
+        wants = (self.headers.get(name, "") for name in ("User-Agent", "Cache-Control"))
+        self.server.note(" ".join((self.path, str(status), *wants)).rstrip())
 
     def answer(self, status, location, body):
         cut = self.control("cut")

@@ -47,7 +47,7 @@ expect_update '"state": "available"' '"version": "1.2.3"' '"build": 49' '"date":
   '"notes_sk": "Rýchlejší štart"' '"notes_en": "Starts faster"'
 last_check=$(grep -o '"last_check": [1-9][0-9]*' "$reply") || fail 'the check has no time'
 expect_stored 'LastCheck +REG_QWORD .*'
-grep -qxF '/update/latest.json.sig 200 Kestrelon-Update' "$feed/requests" || fail 'not so requested'
+grep -qxF '/update/latest.json.sig 200 Kestrelon-Update no-cache' "$feed/requests" || fail 'not so requested'
 
 # Half of the installer has come: the service has its way out, for this while only.
 echo 3 >"$drive_c/next/exit"

@@ -1,5 +1,5 @@
-# The service comes onto a machine, is brought up to date, gets out of the way in an emergency, and
-# leaves nothing behind.
+# The service comes onto a machine and lets through what its default configuration says, is brought
+# up to date, gets out of the way in an emergency, and leaves nothing behind.
 
 # run CODE ARGUMENT...: the executable's run, which is to end with this exit code.
 run() {
@@ -21,6 +21,10 @@ registered() {
 service_is() {
   wine sc query KestrelonSvc 2>/dev/null | grep -qF "$1"
 }
+stop_installed() {
+  wine sc stop KestrelonSvc >/dev/null 2>&1
+  wait_for 10 service_is STOPPED
+}
 
 run 0 --help
 printed 'Kestrelon service 1.2.2'
@@ -28,15 +32,47 @@ printed '  --install          register and start the service'
 run 1 --Install
 printed '  --remove-filters   EMERGENCY: turn protection off and remove all filters'
 
-take_connections <<'END'
+connections() {
+  cat <<'END'
+# An unknown program, both ways, both families.
 BLOCK --program C:\Tools\tool.exe --remote 203.0.113.5 --remote-port 443
+BLOCK --program C:\Tools\tool.exe --remote 2001:db8::5 --remote-port 443
 BLOCK --program C:\Tools\tool.exe --direction in --remote 2001:db8::5 --local-port 80
+# DHCP, between its ports alone.
+PERMIT --program C:\windows\system32\svchost.exe --protocol udp --remote 203.0.113.1 --remote-port 67 --local-port 68
+PERMIT --program C:\windows\system32\svchost.exe --protocol udp --direction in --remote 203.0.113.1 --remote-port 67 --local-port 68
+BLOCK --program C:\windows\system32\svchost.exe --protocol udp --remote 203.0.113.1 --remote-port 67 --local-port 69
+# Time.
 PERMIT --program C:\windows\system32\svchost.exe --protocol udp --remote 203.0.113.7 --remote-port 123
+# Neighbour discovery by message type, for everybody.
+PERMIT --program System --protocol icmpv6 --remote fe80::1 --local-port 135
+PERMIT --program C:\Tools\tool.exe --protocol icmpv6 --direction in --remote 2001:db8::1 --local-port 136
+BLOCK --program C:\Tools\tool.exe --protocol icmpv6 --remote 2001:db8::1 --local-port 128
+# The local network for Windows itself.
+PERMIT --program System --remote 192.168.1.10 --remote-port 445
+PERMIT --program C:\windows\system32\svchost.exe --direction in --protocol udp --remote fe80::9 --local-port 5353
+BLOCK --program System --remote 203.0.113.10 --remote-port 445
+# Revocation checks.
+PERMIT --program C:\windows\system32\lsass.exe --remote 203.0.113.80 --remote-port 80
+BLOCK --program C:\windows\system32\lsass.exe --remote 203.0.113.80 --remote-port 443
+# Loopback.
+PERMIT --program C:\Tools\tool.exe --direction in --remote ::1 --local-port 8080
 END
+  [ -z "$dns" ] || cat <<END
+# Names, from the servers of this machine.
+PERMIT --program C:\\windows\\system32\\svchost.exe --protocol udp --remote $dns --remote-port 53
+BLOCK --program C:\\windows\\system32\\svchost.exe --protocol udp --remote 203.0.113.53 --remote-port 53
+BLOCK --program C:\\Tools\\tool.exe --protocol udp --remote $dns --remote-port 53
+END
+}
+dns=$(sed -n 's/^nameserver \([0-9.]*\)$/\1/p' /etc/resolv.conf | head -n 1)
+connections | take_connections
 ! verdicts_hold || fail 'the machine was protected before anything was installed'
 
 run 0 --install
 printed 'Kestrelon service installed and running.'
+expect_logged 'Created default configuration (strict whitelist)'
+expect_logged '(protection ON)'
 expect_same_verdicts
 registered DisplayName 'Kestrelon Firewall'
 registered ImagePath '"C:\Program Files\Kestrelon\KestrelonSvc.exe"'
@@ -46,7 +82,11 @@ registered Description 'Kestrelon strict whitelist firewall. Blocks all inbound 
 ask '{"cmd":"status"}' || fail 'the installed service does not answer'
 expect_reply '"boot_filter": true'
 
-# A second time brings the record up to date, whatever became of it.
+# Protection does not end with the process.
+stop_installed
+expect_same_verdicts
+
+# A second time brings the record up to date, whatever became of it, and the service back.
 wine reg add 'HKLM\System\CurrentControlSet\Services\KestrelonSvc' /v DisplayName /d 'Old name' /f \
   >/dev/null 2>&1
 registered DisplayName 'Old name'
@@ -64,8 +104,7 @@ printed 'Protection is OFF: all Kestrelon filters were removed. Turn it back on 
 # And with the service down. (Its manager would notice a death; Wine's doesn't, and is then waited
 # for in vain.)
 run 0 --install
-wine sc stop KestrelonSvc >/dev/null 2>&1
-wait_for 10 service_is STOPPED
+stop_installed
 run 0 --remove-filters
 printed 'Protection is OFF'
 expect_filters 0

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <thread>
 
 #include "tests/contract/scratch.h"
 
@@ -97,16 +96,6 @@ TEST_F(ChangeNotification, WhatHappensBeforeASignalIsTakenUpIsToldNext) {
   WriteWhole(directory_ + L"\\b", "");
   ASSERT_EQ(ContinueWatch(watches_[0]), kSuccess);
   EXPECT_EQ(WaitForChange(stop_, watches_), 1);
-}
-
-TEST_F(ChangeNotification, AStopEndsARunningWait) {
-  std::thread waiter([&] {
-    Watch(directory_, kNames);
-    EXPECT_EQ(WaitForChange(stop_, watches_), 0);
-    watches_.clear();
-  });
-  stop_.Set();
-  waiter.join();
 }
 
 TEST_F(ChangeNotification, SixtyThreeAreWaitedForAndNotOneMore) {

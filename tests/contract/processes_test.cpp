@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/paths.h"
-#include "platform/sessions.h"
 #include "platform/system_text.h"
 #include "tests/contract/scratch.h"
 
@@ -60,16 +59,6 @@ TEST(Processes, AreListedByTheNamesOfTheirFiles) {
   EXPECT_NE(session, 0xFFFFFFFF);
 }
 
-TEST(Processes, TellThatTheyRun) {
-  Process process;
-  ASSERT_EQ(OpenProcessById(ListedProcess(), kProcessQueryLimited | kProcessSynchronize, process),
-            kSuccess);
-  std::uint32_t exit_code = 0;
-  EXPECT_FALSE(HasProcessEnded(process));
-  EXPECT_EQ(ProcessExitCode(process, exit_code), kSuccess);
-  EXPECT_EQ(exit_code, kStillRunning);
-}
-
 TEST(Processes, AllowWhatTheyWereOpenedFor) {
   Process process;
   ASSERT_EQ(OpenProcessById(ListedProcess(), kProcessSynchronize, process), kSuccess);
@@ -77,6 +66,8 @@ TEST(Processes, AllowWhatTheyWereOpenedFor) {
   EXPECT_EQ(ProcessImage(process, image), kAccessDenied);
   EXPECT_EQ(image, L"unchanged");
   EXPECT_EQ(EndProcess(process, 1), kAccessDenied);
+  ASSERT_EQ(OpenProcessById(ListedProcess(), kProcessQueryLimited, process), kSuccess);
+  EXPECT_EQ(AwaitProcess(process, 0), kAccessDenied);
 }
 
 TEST(Processes, OfUnknownIdsAreNone) {
@@ -108,6 +99,7 @@ TEST(StartProgram, StartsWhatIsAwaitedUntilItEnds) {
   ASSERT_EQ(StartProgram(LongRun(), started), kSuccess);
   std::uint32_t exit_code = 0;
   EXPECT_EQ(AwaitProcess(started.process, 50), kWaitTimeout);
+  EXPECT_FALSE(HasProcessEnded(started.process));
   EXPECT_EQ(ProcessExitCode(started.process, exit_code), kSuccess);
   EXPECT_EQ(exit_code, kStillRunning);
   EXPECT_EQ(EndProcess(started.process, 9001), kSuccess);
@@ -125,33 +117,6 @@ TEST(StartProgram, NeedsAFileAndADirectory) {
   no_directory.directory = L"C:\\No such directory";
   EXPECT_EQ(StartProgram(no_directory, started), 267u);
   EXPECT_FALSE(started.process.is_open());
-}
-
-TEST(AwaitProcess, NeedsTheRight) {
-  Process process;
-  EXPECT_EQ(AwaitProcess(process, 0), kInvalidHandle);
-  ASSERT_EQ(OpenProcessById(ListedProcess(), kProcessQueryLimited, process), kSuccess);
-  EXPECT_EQ(AwaitProcess(process, 0), kAccessDenied);
-}
-
-TEST(StartAsUser, NeedsAUser) {
-  StartedProgram started;
-  UserEnvironment environment;
-  std::wstring file;
-  ASSERT_EQ(ExecutableFile(file), kSuccess);
-  const ProgramStart start = {file, L"x --gtest_list_tests", L"C:\\", L"winsta0\\default"};
-  EXPECT_EQ(MakeUserEnvironment(UserToken{}, environment), kInvalidHandle);
-  EXPECT_EQ(StartAsUser(UserToken{}, environment, start, started), kInvalidHandle);
-  EXPECT_FALSE(started.process.is_open());
-}
-
-TEST(UserToken, TellsNothingWhenThereIsNone) {
-  std::uint32_t type = 7;
-  UserToken linked;
-  EXPECT_EQ(QueryTokenElevation(UserToken{}, type), kInvalidHandle);
-  EXPECT_EQ(QueryLinkedToken(UserToken{}, linked), kInvalidHandle);
-  EXPECT_EQ(type, 7u);
-  EXPECT_FALSE(linked.is_open());
 }
 
 }  // namespace

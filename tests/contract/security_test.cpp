@@ -139,14 +139,6 @@ TEST(ProtectFile, NeedsADaclAndAFile) {
   EXPECT_EQ(ProtectFile(directory, descriptor), kInvalidSecurityDescriptor);
 }
 
-TEST(Process, KnowsItsStanding) {
-  bool elevated = false;
-  bool local_system = false;
-  ASSERT_EQ(IsProcessElevated(elevated), kSuccess);
-  ASSERT_EQ(IsProcessLocalSystem(local_system), kSuccess);
-  EXPECT_TRUE(elevated) << "the suite needs an elevated process";
-}
-
 TEST(Signatures, AreNotFoundForAFileOfOurOwn) {
   const std::wstring directory = FreshDirectory();
   const std::wstring plain = directory + L"\\plain.txt";

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 
-#include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/system_text.h"
 
@@ -43,23 +42,6 @@ TEST(SystemMessage, IsThereForCommonCodesAndEmptyForUnknownOnesAndModules) {
   EXPECT_NE(SystemMessage(kFileNotFound), SystemMessage(kAccessDenied));
   EXPECT_EQ(SystemMessage(0x20000001), L"");
   EXPECT_EQ(ModuleMessage(L"no such module.dll", kAccessDenied), L"");
-}
-
-TEST(Paths, OfTheMachineAreWholeAndUnclosed) {
-  std::wstring data;
-  ASSERT_EQ(ProgramDataFolder(data), kSuccess);
-  ASSERT_GT(data.size(), 3u);
-  EXPECT_EQ(data.substr(1, 2), L":\\");
-  EXPECT_NE(data.back(), L'\\');
-  FileInformation information;
-  ASSERT_EQ(QueryFileInformation(data, information), kSuccess);
-  EXPECT_NE(information.attributes & kAttributeDirectory, 0u);
-
-  std::wstring executable;
-  ASSERT_EQ(ExecutableFile(executable), kSuccess);
-  ASSERT_GT(executable.size(), 7u);
-  EXPECT_EQ(executable.substr(1, 2), L":\\");
-  EXPECT_EQ(LowerCase(executable).substr(executable.size() - 4), L".exe");
 }
 
 TEST(ExpandEnvironment, ReplacesKnownNamesAlone) {

@@ -23,6 +23,13 @@ std::wstring TimeStamp(const std::optional<platform::CalendarTime>& time) {
                 time->minute, time->second);
 }
 
+std::wstring OneLine(std::wstring text) {
+  for (wchar_t& c : text) {
+    if (c < 0x20 || (c >= 0x7F && c < 0xA0)) c = L' ';
+  }
+  return text;
+}
+
 void AppendToLineFile(const std::wstring& path, std::uint64_t rotate_above, std::string_view text) {
   RotateIfLarge(path, rotate_above);
   platform::File file;

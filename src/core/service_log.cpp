@@ -1,6 +1,7 @@
 #include "core/service_log.h"
 
 #include <atomic>
+#include <utility>
 
 #include "base/text.h"
 #include "core/data_dir.h"
@@ -26,7 +27,8 @@ void PrintLogLines(bool print) {
 
 void WriteLogLine(std::wstring message) {
   if (message.size() > kLongestMessage) message.resize(kLongestMessage);
-  const std::wstring line = TimeStamp(platform::LocalTime()) + L"  " + message + L"\r\n";
+  const std::wstring line =
+      TimeStamp(platform::LocalTime()) + L"  " + OneLine(std::move(message)) + L"\r\n";
   const std::string bytes = Utf8FromWide(line);
   if (print_lines) platform::WriteStandardOutput(line);
   platform::WriteDebugOutput(line);

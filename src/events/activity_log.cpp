@@ -97,9 +97,10 @@ std::wstring ProgramText(const BlockedEvent& event) {
 std::wstring EventLine(const std::wstring& time, const BlockedEvent& event) {
   const bool is_v6 = event.remote_addr.find(L':') != std::wstring::npos;
   const std::wstring address = is_v6 ? L"[" + event.remote_addr + L"]" : event.remote_addr;
-  const std::wstring rule = event.rule.empty() ? L"" : L": " + event.rule;
+  const std::wstring rule = event.rule.empty() ? L"" : L": " + OneLine(event.rule);
   return Format(L"%s\t%s\t%u\t%s\t%s:%u\t%s%s\r\n", time, event.direction == 1 ? L"in" : L"out",
-                event.protocol, ProgramText(event), address, PortOf(event), event.reason, rule);
+                event.protocol, OneLine(ProgramText(event)), address, PortOf(event), event.reason,
+                rule);
 }
 
 void ActivityAppend(std::wstring_view text) REQUIRES(LogGuard) {
@@ -158,7 +159,7 @@ void ActivityNote(const std::wstring& text) {
   const std::wstring time = TimeStamp(platform::LocalTime());
   (void)ActivityPath();
   GuardLock lock(LogGuard);
-  ActivityAppend(time + L"\tKestrelon\t" + text + L"\r\n");
+  ActivityAppend(time + L"\tKestrelon\t" + OneLine(text) + L"\r\n");
 }
 
 std::vector<BlockedEvent> RecentBlockedEvents() {

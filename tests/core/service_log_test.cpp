@@ -23,10 +23,10 @@ class ServiceLog : public testing::Test {
 
 TEST_F(ServiceLog, WritesTimeMessageAndLineEndInUtf8) {
   LogService(L"Grüße: %s", L"\u4f60");
-  LogService(L"second");
+  LogService(L"%s", L"second\r\n\u009bline");
   EXPECT_EQ(Log(),
             "2026-11-21 12:00:00  Gr\xC3\xBC\xC3\x9F"
-            "e: \xE4\xBD\xA0\r\n2026-11-21 12:00:00  second\r\n");
+            "e: \xE4\xBD\xA0\r\n2026-11-21 12:00:00  second   line\r\n");
 }
 
 TEST_F(ServiceLog, CutsAMessageAtTheEndOfItsBuffer) {

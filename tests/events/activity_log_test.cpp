@@ -138,7 +138,7 @@ TEST_F(ActivityLog, ALineTellsServiceAndPackageAndNoTimeThatThereIsNot) {
   event.service = L"Dnscache";
   event.package_sid = L"S-1-15-2-7";
   event.reason = L"rule";
-  event.rule = L"No 100% tool";
+  event.rule = L"No 100%\ntool";
   RecordBlockedEvent(event);
   EXPECT_EQ(Log(),
             "\tout\t6\tC:\\Gr\xC3\xBCn.exe (Dnscache) [S-1-15-2-7]\t203.0.113.5:443\t"
@@ -151,8 +151,8 @@ TEST_F(ActivityLog, Writes300LinesAMinuteAndSumsUpTheRest) {
   machine.clock.Advance(59'999);
   Scan(302, 302);
   EXPECT_EQ(Lines(), 300U);
-  ActivityNote(L"installed");
-  EXPECT_TRUE(Log().ends_with("\n2026-11-21 12:00:59\tKestrelon\tinstalled\r\n"));
+  ActivityNote(L"installed\n\tit");
+  EXPECT_TRUE(Log().ends_with("\n2026-11-21 12:00:59\tKestrelon\tinstalled  it\r\n"));
   machine.clock.Advance(1);
   Scan(302, 302);
   EXPECT_EQ(Lines(), 301U) << "a repeat begins no span";

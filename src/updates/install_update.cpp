@@ -132,6 +132,12 @@ std::wstring CopyHelper(Installation& installation) {
   return {};
 }
 
+// The last moment to heed a stop. A machine that shuts down would cut the installer off in its
+// middle, and a service that is being uninstalled is not to come back with it.
+std::wstring HeedStop(Installation&) {
+  return UpdateSignals.stop ? L"the service is stopping" : L"";
+}
+
 std::wstring NotePending(Installation& installation) {
   const PendingInstall pending{static_cast<std::uint32_t>(installation.manifest.build),
                                installation.manifest.version, platform::SystemTime(),
@@ -163,8 +169,8 @@ std::wstring StartHelper(Installation& installation) {
 }
 
 using Step = std::wstring (*)(Installation& installation);
-constexpr Step kSteps[] = {&MakeRoom,   &DownloadInstaller, &Verify,
-                           &CopyHelper, &NotePending,       &StartHelper};
+constexpr Step kSteps[] = {&MakeRoom, &DownloadInstaller, &Verify,     &CopyHelper,
+                           &HeedStop, &NotePending,       &StartHelper};
 
 void TellFailure(const UpdateManifest& manifest, const std::wstring& problem) {
   LogService(L"Update to %s build %d NOT installed: %s", manifest.version, manifest.build, problem);

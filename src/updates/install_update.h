@@ -9,8 +9,8 @@
 namespace kestrelon {
 
 // Downloads the installer, proves step by step that it is the one the manifest names, and starts
-// the helper. Any failure is told in state and logs, leaves no unverified file that could be run,
-// and can be tried again. Runs on the update thread. `session`
+// the helper, unless the service is stopping. Any failure is told in state and logs, leaves no
+// unverified file that could be run, and can be tried again. Runs on the update thread. `session`
 // is where the window is to be opened again, kNoSession for nowhere.
 void InstallThread(const UpdateManifest& manifest, std::uint32_t session,
                    const std::wstring& language);

@@ -178,7 +178,9 @@ TEST_F(InstallUpdate, TellsWhatFailedAndKeepsOnlyWhatHasThePublishedHash) {
     EXPECT_FALSE(StoredPendingInstall() || UpdateSignals.UpdateRuleWanted);
     EXPECT_EQ(LeftBehind(), left);
   }
-  EXPECT_TRUE(executed.empty());
+  machine.faults.RunBefore("DuplicateFile", [] { UpdateSignals.stop = true; });
+  EXPECT_EQ(Install(manifest), L"error: the service is stopping");
+  EXPECT_TRUE(executed.empty() && !StoredPendingInstall());
 }
 
 // The program that starts after the cut is the one that is there: the old build, or the new one,

@@ -1,6 +1,7 @@
 # A connection that the engine drops is told of three times: to subscribers, in activity.log, and to
-# those who ask for the list.
+# those who ask for the list. One that it lets through is told of while somebody asks for it.
 put_program Tools/tool.exe 'a tool'
+put_program Tools/guest.exe 'a guest'
 cp "$1/tests/endtoend/port_service.exe" "$drive_c/Tools/"
 # A service of the shared host. Its account's SID is the SHA-1 of its name in capitals.
 wine sc create Shared DisplayName= 'Shared service' \
@@ -19,18 +20,19 @@ drop() {
   ! wfpctl connect "$@" >"$machine_dir/verdict" || fail "not blocked: $*"
 }
 
-# A line for each record of the list: all of it but the times.
-list_records() {
-  ask '{"cmd":"get_log"}' || fail 'get_log was refused'
-  python3 - "$reply" <<'END'
+# list COMMAND NAME MEMBER...: a line with these members for each record of the list of this name.
+list() {
+  ask "{\"cmd\":\"$1\"}" || fail "$1 was refused"
+  python3 - "$reply" "${@:2}" <<'END'
 import json, sys
-for e in json.load(open(sys.argv[1], encoding="utf-8"))["events"]:
-    print(e["app"], e["dir"], e["protocol"], e["local_port"], e["remote_addr"], e["remote_port"],
-          e["reason"], e.get("rule", "-"), e.get("service", "-"), e["count"], sep="|")
+path, name, *members = sys.argv[1:]
+for record in json.load(open(path, encoding="utf-8"))[name]:
+    print(*(record.get(member, "-") for member in members), sep="|")
 END
 }
 records_hold() {
-  list_records >"$machine_dir/records"
+  list get_log events app dir protocol local_port remote_addr remote_port reason rule service count \
+    >"$machine_dir/records"
   cmp -s "$machine_dir/records" "$machine_dir/expected_records"
 }
 expect_records() {
@@ -109,7 +111,47 @@ C:\\windows\\system32\\svchost.exe|out|17|$port|203.0.113.5|1|default|-|Shared|1
 C:\\windows\\system32\\svchost.exe|out|17|$port|203.0.113.5|2|default|-|PortHolder|1
 C:\\windows\\system32\\svchost.exe|out|17|9|203.0.113.5|3|default|-|-|1
 END
+
+# The engine's option for allowed connections is the machine's and costs everybody.
+expect_options() {
+  local options
+  options=$(wfpctl options | tr -d '\r')
+  [ "$options" = "$1" ] || fail "the engine's options are $options, expected $1"
+}
+log_allowed() {
+  set_config <<END
+{"presets_version": 9, "log_allowed": $1,
+ "apps": [{"path": "C:\\\\Tools\\\\tool.exe"}, {"path": "C:\\\\Tools\\\\guest.exe"}]}
+END
+}
+connect() {
+  wfpctl connect --program "$1" --remote "${2:-203.0.113.5}" --remote-port 443 \
+    >"$machine_dir/verdict" || fail "blocked: $1"
+}
+allowed_are() {
+  [ "$(list get_allowed connections app dir remote_addr remote_port count)" = "$1" ]
+}
+log_allowed false
+expect_options 'collect=1 keywords=0x3'
+connect 'C:\Tools\tool.exe'
+log_allowed true
+expect_logged 'Allowed-connection logging on'
+expect_options 'collect=1 keywords=0x13'
+# What went before is not reported, nor what stays on the machine.
+connect 'C:\Tools\guest.exe'
+connect 'C:\Tools\guest.exe'
+connect 'C:\Tools\tool.exe' 127.0.0.1
+wait_for 5 allowed_are 'C:\Tools\guest.exe|out|203.0.113.5|443|2'
+expect_reply '"enabled": true'
+log_allowed false
+expect_logged 'Allowed-connection logging off'
+expect_options 'collect=1 keywords=0x3'
+allowed_are '' || fail 'the table still holds connections'
+expect_reply '"enabled": false'
+log_allowed true
+expect_options 'collect=1 keywords=0x13'
 stop_service
+expect_options 'collect=1 keywords=0x3'
 
 # A system without the newest form of the reports: a library that lacks it, as it lacks any other.
 sed 's/FwpmNetEventSubscribe4/FwpmNetEventSubscribe9/' "$1/simulation/bench/fwpuclnt.dll" \

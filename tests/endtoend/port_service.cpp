@@ -1,9 +1,7 @@
 // port_service.exe PORT: a Windows service named PortHolder that holds a UDP port of the loopback
-// address until it is stopped. Under Wine a socket has an owner only once it was used: it has sent
-// itself a byte before the service reports that it runs.
+// address for as long as its machine runs. Under Wine a socket has an owner only once it was used:
+// it has sent itself a byte before the service reports that it runs.
 #include <winsock2.h>
-
-#include <ws2tcpip.h>
 
 #include <windows.h>
 
@@ -15,25 +13,6 @@ wchar_t service_name[] = L"PortHolder";
 
 // Set once in wmain.
 unsigned short port = 0;
-
-// Of the service's thread and the control handler.
-SERVICE_STATUS_HANDLE status_handle = nullptr;
-HANDLE stop_event = nullptr;
-
-void ReportStatus(DWORD state, DWORD exit_code = NO_ERROR) {
-  SERVICE_STATUS status{};
-  status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
-  status.dwCurrentState = state;
-  status.dwControlsAccepted = state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP : 0;
-  status.dwWin32ExitCode = exit_code;
-  SetServiceStatus(status_handle, &status);
-}
-
-DWORD WINAPI HandleControl(DWORD control, DWORD /*event*/, void* /*data*/, void* /*context*/) {
-  if (control == SERVICE_CONTROL_STOP) SetEvent(stop_event);
-  const bool known = control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_INTERROGATE;
-  return known ? NO_ERROR : ERROR_CALL_NOT_IMPLEMENTED;
-}
 
 bool HoldPort() {
   WSADATA data;
@@ -48,16 +27,16 @@ bool HoldPort() {
          sendto(socket, "x", 1, 0, address, sizeof own) == 1;
 }
 
+DWORD WINAPI IgnoreControl(DWORD /*control*/, DWORD /*event*/, void* /*data*/, void* /*context*/) {
+  return NO_ERROR;
+}
+
 void WINAPI ServiceMain(DWORD /*count*/, wchar_t** /*arguments*/) {
-  stop_event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  status_handle = RegisterServiceCtrlHandlerExW(service_name, HandleControl, nullptr);
-  if (!HoldPort()) {
-    ReportStatus(SERVICE_STOPPED, ERROR_SERVICE_SPECIFIC_ERROR);
-    return;
-  }
-  ReportStatus(SERVICE_RUNNING);
-  WaitForSingleObject(stop_event, INFINITE);
-  ReportStatus(SERVICE_STOPPED);
+  SERVICE_STATUS status{};
+  status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+  status.dwCurrentState = HoldPort() ? SERVICE_RUNNING : SERVICE_STOPPED;
+  SetServiceStatus(RegisterServiceCtrlHandlerExW(service_name, IgnoreControl, nullptr), &status);
+  if (status.dwCurrentState == SERVICE_RUNNING) Sleep(INFINITE);
 }
 
 }  // namespace

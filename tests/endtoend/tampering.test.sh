@@ -1,5 +1,5 @@
 # Filters that somebody changed behind the service's back are found at the engine's word and put
-# back.
+# back, and so are all of them once the engine went away.
 sublayer='{9D4E6A12-3B7F-4C21-8E95-A1C3F0B2D746}'
 provider='{6B2A1F30-7C4E-4D8A-9F13-2E5B8C71A0D4}'
 first_boot_filter='{E1B7C3A0-5D2F-4A6E-B8AD-0F1E2D3C4B50}'
@@ -80,6 +80,76 @@ restored '0 boot-time filters present, 8 expected'
 
 wfpctl delete-sublayer "$sublayer" --with-filters
 restored "0 filters present, $recorded expected"
+
+# The engine goes away and comes back. No moment lets through what is blocked: asked without a pause
+# from here on; while the engine is away there is nobody to answer.
+watch_verdicts() {
+  while [ ! -f "$machine_dir/enough" ]; do
+    wine 'C:\bench\wfpctl.exe' connect --program 'C:\Tools\other.exe' --remote 203.0.113.5 \
+      --remote-port 443 2>/dev/null || true
+  done
+}
+watch_verdicts >"$machine_dir/watched" &
+watcher=$!
+one_answer_more() {
+  [ "$(wc -l <"$machine_dir/watched")" -gt "$answers" ]
+}
+filter_keys() {
+  wfpctl list | grep -v 'Boot-time' | cut -d ' ' -f 1 | sort
+}
+engine_is_gone() {
+  ! wfpctl count >/dev/null
+}
+stop_engine() {
+  wine sc stop BFE >/dev/null 2>&1
+  wait_for 10 engine_is_gone
+}
+start_engine() {
+  wine sc start BFE >/dev/null 2>&1
+  wait_for_engine
+  expect_same_verdicts  # before the service has done anything
+}
+# Each application gives its filters new keys.
+applied_anew() {
+  verdicts_hold && [ "$(filter_keys)" != "$keys" ]
+}
+keys=$(filter_keys)
+
+# Back before the loop has looked: it finds its session dead, and applies anew.
+kill -STOP "$service_pid"
+stop_engine
+start_engine
+mark_log
+kill -CONT "$service_pid"
+wake_service
+wait_for 20 is_logged 'WFP engine connection lost - reconnecting'
+wait_for 5 applied_anew
+expect_not_logged 'modified externally'
+
+# Away for longer: the service stays, answers, refuses what it cannot do, and applies anew after.
+keys=$(filter_keys)
+mark_log
+stop_engine
+wake_service
+wait_for 20 is_logged 'WFP engine connection lost - reconnecting'
+ask '{"cmd":"status"}' || fail 'the service does not answer without the engine'
+! ask '{"cmd":"set_config","config":{"enabled":false}}' ||
+  fail 'a configuration was accepted without the engine'
+expect_reply 'WFP engine is not open'
+start_engine
+wake_service
+wait_for 20 applied_anew
+expect_not_logged 'modified externally'
+ask '{"cmd":"status"}'
+expect_reply '"enabled": true'
+expect_reply '"last_error": ""'
+
+answers=$(wc -l <"$machine_dir/watched")
+wait_for 5 one_answer_more
+: >"$machine_dir/enough"
+wait "$watcher"
+! grep -q PERMIT "$machine_dir/watched" || fail 'a blocked connection was let through in between'
+echo "$(grep -c BLOCK "$machine_dir/watched") answers in between, each a block"
 
 # Without protection there are no filters, and still the sublayer is to be there: where a new
 # filter would go.

@@ -24,15 +24,11 @@ constexpr char kOrdersFile[] = "C:\\module\\orders";
 constexpr char kAnswersFile[] = "C:\\module\\answers";
 constexpr std::chrono::milliseconds kPollSpacing{20};
 
+// One at a time; it ends with the process.
 class Connection {
  public:
-  Connection() = default;
-  ~Connection() { Close(); }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-
   bool Open() {
-    Close();
+    if (pipe_ != INVALID_HANDLE_VALUE) CloseHandle(pipe_);
     pipe_ = CreateFileW(L"\\\\.\\pipe\\Kestrelon.Modules", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                         OPEN_EXISTING, 0, nullptr);
     DWORD mode = PIPE_READMODE_MESSAGE;
@@ -53,11 +49,6 @@ class Connection {
   }
 
  private:
-  void Close() {
-    if (pipe_ != INVALID_HANDLE_VALUE) CloseHandle(pipe_);
-    pipe_ = INVALID_HANDLE_VALUE;
-  }
-
   HANDLE pipe_ = INVALID_HANDLE_VALUE;
 };
 

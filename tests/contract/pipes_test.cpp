@@ -11,8 +11,6 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "platform/paths.h"
-#include "platform/processes.h"
 
 namespace {
 
@@ -300,19 +298,6 @@ TEST(DisconnectPipeClient, EndsTheConnectionAndFreesTheInstanceForAnotherClient)
   EXPECT_EQ(await.Result(), kSuccess);
   ASSERT_EQ(Write(second, "of the second"), kSuccess);
   EXPECT_EQ(ReadMessage(ends.server), "of the second");
-}
-
-TEST(PipeClientProcess, IsThisProgramForAPipeThatItOpened) {
-  const Ends ends;
-  std::uint32_t client = 0;
-  ASSERT_EQ(PipeClientProcess(ends.server, client), kSuccess);
-  Process process;
-  std::wstring image;
-  std::wstring own_image;
-  ASSERT_EQ(OpenProcessById(client, kProcessQueryLimited, process), kSuccess);
-  ASSERT_EQ(ProcessImage(process, image), kSuccess);
-  ASSERT_EQ(ExecutableFile(own_image), kSuccess);
-  EXPECT_EQ(image, own_image);
 }
 
 }  // namespace

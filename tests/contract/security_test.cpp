@@ -1,11 +1,10 @@
-// Descriptors, SIDs, the process's standing, signatures of files.
+// Descriptors and SIDs.
 #include "platform/security.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-#include "platform/trust.h"
 #include "tests/contract/scratch.h"
 
 namespace {
@@ -137,23 +136,6 @@ TEST(ProtectFile, NeedsADaclAndAFile) {
   EXPECT_EQ(ProtectFile(directory, {}), kInvalidSecurityDescriptor);
   ASSERT_EQ(DescriptorFromText(L"O:SY", descriptor), kSuccess);
   EXPECT_EQ(ProtectFile(directory, descriptor), kInvalidSecurityDescriptor);
-}
-
-TEST(Signatures, AreNotFoundForAFileOfOurOwn) {
-  const std::wstring directory = FreshDirectory();
-  const std::wstring plain = directory + L"\\plain.txt";
-  WriteWhole(plain, "not signed, and in no catalog");
-  const TrustPass pass = {kRevokeNone, kRevocationCheckNone | kCacheOnlyUrlRetrieval};
-  for (const std::wstring& path : {plain, directory + L"\\none"}) {
-    std::wstring signer = L"left over";
-    EXPECT_NE(VerifyEmbeddedSignature(path, pass, signer), kSuccess);
-    EXPECT_EQ(signer, L"");
-  }
-  for (const wchar_t* algorithm : {L"SHA256", L"SHA1"}) {
-    CatalogMember member;
-    EXPECT_NE(FindCatalogMember(plain, algorithm, member), kSuccess);
-    EXPECT_EQ(FindCatalogMember(directory + L"\\none", algorithm, member), kFileNotFound);
-  }
 }
 
 }  // namespace

@@ -1,18 +1,15 @@
-// The service manager, and version resources of files.
+// The service manager.
 #include "platform/services.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 
-#include "platform/resources.h"
 #include "platform/service_host.h"
-#include "tests/contract/scratch.h"
 
 namespace {
 
 using namespace kestrelon::platform;
-using namespace contract;
 
 constexpr std::uint32_t kQuery = kServiceQueryConfig | kServiceQueryStatus;
 
@@ -169,16 +166,6 @@ TEST(ServiceHost, AProcessStartedByHandIsNoService) {
   EXPECT_EQ(RunAsService(L"KestrelonContract", [] { ADD_FAILURE(); }), kNotStartedByManager);
   EXPECT_EQ(RegisterServiceControls(L"KestrelonContract", [](std::uint32_t) { return 0U; }), 0u);
   EXPECT_EQ(ReportService(0, {.state = kServiceRunning}), kInvalidHandle);
-}
-
-TEST(VersionBlock, IsAbsentWithoutAResource) {
-  const std::wstring directory = FreshDirectory();
-  WriteWhole(directory + L"\\plain.txt", "no resources");
-  VersionBlock block;
-  EXPECT_NE(LoadVersionBlock(directory + L"\\plain.txt", block), kSuccess);
-  EXPECT_EQ(LoadVersionBlock(directory + L"\\none", block), kFileNotFound);
-  std::vector<std::uint8_t> bytes;
-  EXPECT_FALSE(VersionBytes(block, L"\\VarFileInfo\\Translation", bytes));
 }
 
 }  // namespace

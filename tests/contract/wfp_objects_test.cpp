@@ -1,15 +1,12 @@
 // The filtering engine: what it takes and refuses, what it gives back, who may touch it.
 #include <tuple>
 
-#include "platform/files.h"
-#include "tests/contract/scratch.h"
 #include "tests/contract/wfp_world.h"
 
 namespace contract {
 namespace {
 
 using WfpObjects = WfpWorld;
-using WfpAppId = testing::Test;
 
 // Every kind of value the product writes, on the fields that take them.
 std::vector<Condition> ConditionsOfEachKind() {
@@ -181,23 +178,6 @@ TEST_F(WfpObjects, DescriptorRefusesDeletionUntilItIsReplaced) {
   // An empty descriptor sets the null list, which refuses nothing.
   ASSERT_EQ(SetProviderDacl(engine, provider.key, {}), kSuccess);
   EXPECT_EQ(Add(engine, SomeFilter()), kSuccess);
-}
-
-TEST_F(WfpAppId, IsTheDevicePathInLowerCaseWithANull) {
-  const std::wstring directory = FreshDirectory();
-  WriteWhole(directory + L"\\Program.EXE", "");
-  Bytes app_id;
-  ASSERT_EQ(AppIdOfFile(directory + L"\\Program.EXE", app_id), kSuccess);
-  ASSERT_GE(app_id.size(), 2u);
-  std::wstring text;
-  for (std::size_t i = 0; i + 1 < app_id.size(); i += 2) {
-    text += static_cast<wchar_t>(app_id[i] | app_id[i + 1] << 8);
-  }
-  EXPECT_EQ(text.substr(0, 8), L"\\device\\");
-  EXPECT_EQ(text.substr(text.size() - 13), std::wstring(L"\\program.exe\0", 13));
-  const Bytes kept = app_id;
-  EXPECT_NE(AppIdOfFile(directory + L"\\none.exe", app_id), kSuccess);
-  EXPECT_EQ(app_id, kept);
 }
 
 }  // namespace

@@ -31,22 +31,5 @@ TEST(Faults, NthCallOfAnyNameFailsOnce) {
   EXPECT_EQ(faults.calls(), 3u);
 }
 
-TEST(Faults, NamedFaultsStrikeTheirOwnCalls) {
-  Faults& faults = TheMachine().faults;
-  faults.FailOnce("ReadRegistryDword", kAccessDenied);
-  EXPECT_EQ(Make(), kSuccess);
-  EXPECT_EQ(Read(), kAccessDenied);
-  EXPECT_EQ(Read(), kFileNotFound);
-  faults.FailNthOf("MakeDirectory", 2, kDiskFull);
-  EXPECT_EQ(Make(), kAlreadyExists);
-  EXPECT_EQ(Make(), kDiskFull);
-  faults.FailAlways("MakeDirectory", kAccessDenied);
-  EXPECT_EQ(Make(), kAccessDenied);
-  EXPECT_EQ(Make(), kAccessDenied);
-  faults.Clear();
-  EXPECT_FALSE(faults.fired());
-  EXPECT_EQ(Make(), kAlreadyExists);
-}
-
 }  // namespace
 }  // namespace simulation

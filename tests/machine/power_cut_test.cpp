@@ -114,31 +114,6 @@ TEST_F(PowerCut, NamesReachTheDiskInTheirOrder) {
   });
 }
 
-TEST_F(PowerCut, BytesPutOverOrBehindFlushedOnesAreLostAlone) {
-  const std::pair<std::uint32_t, std::string> rows[] = {
-      {kGenericWrite, std::string(3, '\0')}, {kAppendData, "old" + std::string(2, '\0')}};
-  for (const auto& [access, kept] : rows) {
-    files_.Write(kTarget, "old");
-    File file;
-    std::uint32_t written = 0;
-    ASSERT_EQ(OpenFile(kTarget, access, kShareRead, kOpenExisting, 0, file), kSuccess);
-    ASSERT_EQ(WriteFileBytes(file, "ne", 2, written), kSuccess);
-    CutNow(CutMode::kKeepMetadata);
-    EXPECT_EQ(files_.Read(kTarget), kept);
-    files_.Remove(L"C:\\Data");
-  }
-}
-
-// Emptying a file is a change of metadata as well.
-TEST_F(PowerCut, WhatAWriteThroughRenameMakesDurableIsNamesButNotBytes) {
-  files_.Write(L"C:\\Data\\a", "x");
-  EXPECT_EQ(WriteFileWhole(kTarget, "new text", false), kSuccess);
-  EXPECT_EQ(RenameFile(L"C:\\Data\\a", L"C:\\Data\\b", kWriteThrough), kSuccess);
-  CutNow(CutMode::kLoseMetadata);
-  EXPECT_EQ(files_.Read(kTarget), "");
-  EXPECT_EQ(files_.Read(L"C:\\Data\\b"), "x");
-}
-
 TEST_F(PowerCut, StrikesTheRegistryAndTheStartsOfProgramsToo) {
   Machine& machine = TheMachine();
   int starts = 0;

@@ -3,10 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
-#include "platform/wait.h"
-#include "simulation/machine/acting_process.h"
 #include "simulation/machine/machine.h"
 
 namespace simulation {
@@ -15,7 +11,7 @@ namespace {
 using namespace kestrelon::platform;
 
 constexpr const wchar_t* kProgram = L"C:\\Program Files\\X\\x.exe";
-const ProgramStart kStart = {kProgram, L"x -y", L"C:\\", L"winsta0\\default", kNewProcessGroup};
+const ProgramStart kStart = {kProgram, L"x -y", L"C:\\", L"winsta0\\default"};
 constexpr std::uint32_t kSession = 2;
 constexpr std::uint32_t kOtherSession = 5;
 
@@ -40,19 +36,6 @@ struct UserSessions : testing::Test {
 
   ProcessTable& processes = TheMachine().processes;
 };
-
-TEST_F(UserSessions, RunProgramsAsTheirUser) {
-  StartedProgram started;
-  ASSERT_EQ(StartIn(kOtherSession, started), kSuccess);
-  const std::optional<SimulatedProcess> process = processes.Find(started.process_id);
-  ASSERT_TRUE(process);
-  EXPECT_EQ(process->session, kOtherSession);
-  EXPECT_EQ(process->user, L"other");
-  EXPECT_EQ(process->command_line, L"x -y");
-  EXPECT_TRUE(process->environment);
-  EXPECT_EQ(processes.Running(L"c:\\program files\\x\\X.EXE", kOtherSession).size(), 1u);
-  EXPECT_TRUE(processes.Running(kProgram, kSession).empty());
-}
 
 TEST_F(UserSessions, RefuseWhatCantBeStarted) {
   StartedProgram started;
@@ -92,25 +75,6 @@ TEST_F(UserSessions, GiveAnIdAnewWhenNobodyHoldsItsProcess) {
   EXPECT_EQ(processes.Start(kProgram, kSession), first.process_id);
 }
 
-TEST_F(UserSessions, TellTheTokensOfASplitPairApart) {
-  TheMachine().sessions.SetElevation(kSession, kElevationLimited);
-  UserToken limited, full, other, none;
-  ASSERT_EQ(QuerySessionUser(kSession, limited), kSuccess);
-  ASSERT_EQ(QueryLinkedToken(limited, full), kSuccess);
-  ASSERT_EQ(QuerySessionUser(kOtherSession, other), kSuccess);
-  EXPECT_EQ(QueryLinkedToken(other, none), 1312u);
-  const std::pair<const UserToken*, std::uint32_t> rows[] = {
-      {&limited, kElevationLimited}, {&full, kElevationFull}, {&other, kElevationDefault}};
-  for (const auto& [token, expected] : rows) {
-    std::uint32_t type = 0;
-    StartedProgram started;
-    EXPECT_EQ(QueryTokenElevation(*token, type), kSuccess);
-    EXPECT_EQ(type, expected);
-    ASSERT_EQ(StartAsUser(*token, UserEnvironment{}, kStart, started), kSuccess);
-    EXPECT_EQ(processes.Find(started.process_id)->elevation, expected);
-  }
-}
-
 TEST_F(UserSessions, LeaveNothingBehindARestart) {
   StartedProgram started;
   ASSERT_EQ(StartIn(kSession, started), kSuccess);
@@ -119,55 +83,6 @@ TEST_F(UserSessions, LeaveNothingBehindARestart) {
   EXPECT_FALSE(HasProcessEnded(started.process));  // the handle is dead
   EXPECT_TRUE(processes.IsRunning(ProcessTable::kOwnProcess));
   EXPECT_EQ(StartIn(kSession, started), 7022u);
-}
-
-using Programs = UserSessions;
-
-TEST_F(Programs, DoAtTheirStartWhatTheyWereToldTo) {
-  std::uint32_t acting = 0;
-  processes.OnStart(L"c:\\PROGRAM FILES\\x\\x.exe", [&](std::uint32_t id) {
-    acting = ActingProcess();
-    processes.End(id, 5);
-  });
-  StartedProgram started;
-  ASSERT_EQ(StartProgram(kStart, started), kSuccess);
-  EXPECT_EQ(acting, started.process_id);
-  EXPECT_EQ(ActingProcess(), ProcessTable::kOwnProcess);
-  const std::optional<SimulatedProcess> process = processes.Find(started.process_id);
-  EXPECT_TRUE(process->session == 0 && process->user.empty() && process->exit_code == 5);
-  EXPECT_EQ(process->command_line, kStart.command_line);
-  EXPECT_EQ(process->flags, kStart.flags);
-}
-
-TEST_F(Programs, AreAwaitedInTheTimeOfTheClock) {
-  Clock& clock = TheMachine().clock;
-  StartedProgram started;
-  ASSERT_EQ(StartProgram(kStart, started), kSuccess);
-  EXPECT_EQ(AwaitProcess(started.process, 1'800'000), kWaitTimeout);
-  EXPECT_EQ(clock.Tick(), kFirstTick + 1'800'000);
-  std::thread end;
-  for (const bool forever : {false, true}) {
-    clock.Run();
-    TheMachine().faults.RunBefore(
-        "AwaitProcess", [&] { end = std::thread([&] { processes.End(started.process_id, 0); }); });
-    EXPECT_EQ(AwaitProcess(started.process, forever ? kWaitForever : 60'000), kSuccess);
-    end.join();
-    started.process.Close();
-    ASSERT_EQ(StartProgram(kStart, started), kSuccess);
-  }
-}
-
-TEST_F(Programs, StayInAJobThatLetsNoneOut) {
-  StartedProgram started;
-  ProgramStart start = kStart;
-  start.flags = kBreakawayFromJob | kNoWindow;
-  EXPECT_EQ(StartProgram(start, started), kSuccess);
-  processes.ForbidBreakaway(true);
-  started.process.Close();
-  EXPECT_EQ(StartProgram(start, started), kAccessDenied);
-  EXPECT_FALSE(started.process.is_open());
-  start.flags = kNoWindow;
-  EXPECT_EQ(StartProgram(start, started), kSuccess);
 }
 
 }  // namespace

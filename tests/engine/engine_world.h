@@ -35,9 +35,6 @@ class EngineWorld : public testing::Test {
 
   SessionId Open(const Caller& caller, std::uint32_t flags = 0, std::uint32_t wait_ms = 0);
 
-  // A session of a user without any right of its own.
-  SessionId OpenAsUser() { return Open({.sids = {MakeSid(5, {21, 1, 2, 3, 1001})}}); }
-
   // A static filter in this world's sublayer that the engine takes: outbound, IPv4, blocking.
   Filter SomeFilter(std::uint32_t action = platform::kActionBlock, Value weight = std::uint8_t{8},
                     std::vector<Condition> conditions = {}) const;

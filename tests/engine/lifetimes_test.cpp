@@ -81,23 +81,6 @@ TEST_F(Lifetimes, EachStateOfTheServiceEnforcesItsOwn) {
   EXPECT_TRUE(Has(Key(4)));
 }
 
-TEST_F(Lifetimes, StopEndsSessionsAndTheirTransactions) {
-  ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  ASSERT_EQ(Add(WithKey(1, kFilterPersistent)), kSuccess);
-  engine.Stop();
-  EXPECT_TRUE(Permits()) << "never committed";
-  EXPECT_EQ(Add(WithKey(2)), kEndpointNotRegistered);
-  SessionId none = 0;
-  EXPECT_EQ(engine.OpenSession({}, LocalSystemCaller(), none), kEndpointNotRegistered);
-  engine.Start();
-  EXPECT_EQ(engine.Commit(session), kSessionAborted);
-  EXPECT_EQ(Add(WithKey(2)), kSessionAborted);
-  EXPECT_EQ(engine.CloseSession(session), kSuccess);
-  EXPECT_EQ(engine.CloseSession(session), kInvalidHandle);
-  EXPECT_EQ(engine.CloseSession(0), kSuccess);
-  EXPECT_EQ(engine.open_sessions(), 0u);
-}
-
 TEST_F(Lifetimes, PersistentObjectsComeBackFromTheirBytes) {
   Filter permit = WithKey(1, kFilterPersistent | kFilterIndexed);
   permit.action = kActionPermit;

@@ -62,32 +62,5 @@ TEST_F(NetEvents, KeywordsAddInboundGroupsAndAllowedConnections) {
   }
 }
 
-TEST_F(NetEvents, NothingIsReportedWhileCollectionIsOff) {
-  ASSERT_EQ(Add(SomeFilter()), kSuccess);
-  Set(kCollectNetEvents, 0);
-  EXPECT_FALSE(Permits());
-  EXPECT_EQ(Reported(), std::vector<int>());
-  Set(kCollectNetEvents, 1);
-  EXPECT_FALSE(Permits({.remote_port = 7}));
-  EXPECT_EQ(Reported(), std::vector{7});
-}
-
-TEST_F(NetEvents, OptionsOutliveTheServiceTheMachineAndThePower) {
-  Set(kCollectNetEvents, 0);
-  Set(kNetEventKeywords, 0x13);
-  const Bytes saved = engine.SavePersistent();
-  Set(kCollectNetEvents, 1);
-  Set(kNetEventKeywords, 0);
-  ASSERT_TRUE(engine.LoadPersistent(saved));
-  engine.Restart();
-  engine.Start();
-  session = Open(AdministratorCaller());
-  std::uint32_t collect = 99;
-  std::uint32_t keywords = 99;
-  EXPECT_EQ(engine.GetOption(session, kCollectNetEvents, collect), kSuccess);
-  EXPECT_EQ(engine.GetOption(session, kNetEventKeywords, keywords), kSuccess);
-  EXPECT_TRUE(collect == 0 && keywords == 0x13);
-}
-
 }  // namespace
 }  // namespace simulation

@@ -12,25 +12,6 @@ using namespace kestrelon::platform;
 
 using Transactions = EngineWorld;
 
-TEST_F(Transactions, LockIsWaitedForAsLongAsTheSessionSays) {
-  const SessionId impatient = Open(LocalSystemCaller(), 0, 20);
-  const SessionId another = Open(LocalSystemCaller(), 0, 20);
-  Filter read;
-  ASSERT_EQ(engine.Begin(session, 0), kSuccess);
-  EXPECT_EQ(engine.Begin(impatient, 0), kTransactionTimeout);
-  EXPECT_EQ(engine.Begin(impatient, kTransactionReadOnly), kTransactionTimeout);
-  EXPECT_EQ(AddAs(impatient, WithKey(1)), kTransactionTimeout);
-  EXPECT_EQ(engine.GetFilter(impatient, Key(1), read), kTransactionTimeout);
-  ASSERT_EQ(engine.Commit(session), kSuccess);
-  // Readers share, and keep writers out.
-  ASSERT_EQ(engine.Begin(impatient, kTransactionReadOnly), kSuccess);
-  ASSERT_EQ(engine.Begin(another, kTransactionReadOnly), kSuccess);
-  EXPECT_EQ(engine.Commit(another), kSuccess);
-  EXPECT_EQ(AddAs(another, WithKey(1)), kTransactionTimeout);
-  EXPECT_EQ(engine.CloseSession(impatient), kSuccess);
-  EXPECT_EQ(AddAs(another, WithKey(1)), kSuccess);
-}
-
 TEST_F(Transactions, ClosingASessionAbortsItsTransactionAndWakesTheNext) {
   const SessionId waiting = Open(LocalSystemCaller(), 0, 0xFFFFFFFF);
   ASSERT_EQ(engine.Begin(session, 0), kSuccess);

@@ -20,13 +20,11 @@ TEST_F(Validation, ConditionIsRefusedByTheCodeOfItsMistake) {
       {kSuccess, {destination_type, kMatchEqual, std::uint8_t{1}}},
       // No type is widened to another.
       {kTypeMismatch, {kFieldProtocol, kMatchEqual, std::uint16_t{6}}},
-      {kTypeMismatch, {kFieldRemotePort, kMatchEqual, std::uint32_t{6}}},
       {kTypeMismatch, {kFieldRemoteAddress, kMatchEqual, Ipv4Mask{}}, kLayerRecvAcceptV6},
       {kTypeMismatch, {kFieldUserId, kMatchEqual, SidValue{EveryoneSid()}}},
       {kTypeMismatch, {kFieldPackageId, kMatchEqual, ByteBlob{{1}}}},
       {kTypeMismatch, {kFieldProtocol, kMatchEqual, OtherValue{17}}},
       {kMatchTypeMismatch, {kFieldProtocol, kMatchRange, std::uint8_t{1}}},
-      {kMatchTypeMismatch, {kFieldRemoteAddress, kMatchGreater, Ipv4Mask{}}},
       {kMatchTypeMismatch, {kFieldUserId, kMatchNotEqual, UserCondition({})}},
       {kMatchTypeMismatch,
        {kFieldRemotePort, kMatchEqual, ValueRange{std::uint16_t{1}, std::uint16_t{2}}}},
@@ -65,17 +63,6 @@ TEST_F(Validation, DamagedDescriptorIsNeverReadBeyondItsEnd) {
       }
     }
   }
-}
-
-TEST_F(Validation, FilterOfNoSublayerStandsInTheUniversalOne) {
-  Filter filter = WithKey(2);
-  filter.sublayer = Guid{};
-  ASSERT_EQ(Add(filter), kSuccess);
-  Filter read;
-  ASSERT_EQ(engine.GetFilter(session, Key(2), read), kSuccess);
-  EXPECT_EQ(read.sublayer, kUniversalSublayer);
-  EXPECT_EQ(engine.DeleteSublayer(session, kUniversalSublayer), kBuiltinObject);
-  EXPECT_EQ(engine.DeleteProvider(session, kProvider), kInUse) << "by the other sublayer";
 }
 
 }  // namespace

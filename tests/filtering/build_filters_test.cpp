@@ -55,33 +55,6 @@ TEST_F(BuiltFilters, EachIsPersistentIndexedAndOurs) {
   }
 }
 
-TEST_F(BuiltFilters, ConditionsOfOneFieldStandTogetherInTheirOrder) {
-  RuleEntry rule = Rule(true, L"2001:db8::/32, 10.0.0.0/8, 192.0.2.1");
-  rule.protocol = 6;
-  rule.remote_ports = L"80, 8000-8100";
-  rule.local_ports = L"1";
-  rule.app = kApp;
-  rule.user = L"S-1-5-18";
-  const Built built = Build({rule}, {});
-  ASSERT_EQ(built.filters.size(), 4u);
-  for (std::size_t i = 0; i < 4; ++i) {
-    EXPECT_EQ(built.filters[i].layer, kFilterLayers[i].key);
-    EXPECT_EQ(built.filters[i].name, L"Kestrelon - Rule: allow");
-    EXPECT_EQ(built.tags[i].direction, i / 2);
-    EXPECT_EQ(built.tags[i].kind, FilterKind::kRule);
-    EXPECT_EQ(built.tags[i].tag, L"allow");
-    std::vector<Guid> fields = {platform::kFieldProtocol,   platform::kFieldRemoteAddress,
-                                platform::kFieldRemotePort, platform::kFieldRemotePort,
-                                platform::kFieldLocalPort,  platform::kFieldAppId,
-                                platform::kFieldUserId};
-    // Two addresses of IPv4, one of IPv6.
-    if (i % 2 == 0) fields.insert(fields.begin() + 1, platform::kFieldRemoteAddress);
-    std::vector<Guid> found;
-    for (const auto& condition : built.filters[i].conditions) found.push_back(condition.field);
-    EXPECT_EQ(found, fields);
-  }
-}
-
 TEST_F(BuiltFilters, WhatMakesNoSenseCostsItselfAndAWarning) {
   std::vector<RuleEntry> rules(5, Rule(true));
   rules[0].remote = L"1.2.3.4/33";

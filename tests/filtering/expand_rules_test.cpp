@@ -19,7 +19,6 @@ TEST(ExpandRules, PutsTheServersInPlaceOfTheirWord) {
       {L"10.0.0.1;$DNS\t10.0.0.2", L"192.0.2.1", L"10.0.0.1, 192.0.2.1, 10.0.0.2", true},
       {L"$dns,10.0.0.1", L"", L"10.0.0.1", true},
       {L"$dns", L"", L"", false},
-      {L"$dns $dns", L"", L"", false},
       {L"", L"192.0.2.1", L"", true},
       {L"10.0.0.1;10.0.0.2", L"192.0.2.1", L"10.0.0.1;10.0.0.2", true},
   };

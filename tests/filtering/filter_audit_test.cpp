@@ -131,14 +131,5 @@ TEST_F(FilterAudits, BootTimeFiltersCountOnceTheirNumberIsKnown) {
   ExpectClean();
 }
 
-TEST_F(FilterAudits, AnEnumerationThatFailsIsALostSession) {
-  InstallBoth();
-  Delete(installed_[0].key);
-  for (const char* call : {"OpenFilterEnum", "NextFilters"}) {
-    machine_.faults.FailOnce(call, platform::kSessionAborted);
-    ExpectResult(AuditResult::kEngineLost);
-  }
-}
-
 }  // namespace
 }  // namespace kestrelon

@@ -11,22 +11,6 @@ namespace {
 
 using EngineSession = FilterWorld;
 
-TEST_F(EngineSession, AFailedOpenLeavesItClosed) {
-  CloseEngine(TheEngine);
-  const std::pair<const char*, const wchar_t*> cases[] = {
-      {"OpenEngineSession", L"FwpmEngineOpen0: 0x000006D9"},
-      {"AddProvider", L"FwpmProviderAdd0: 0x000006D9"},
-      {"AddSublayer", L"FwpmSubLayerAdd0: 0x000006D9"},
-  };
-  for (const auto& [call, sentence] : cases) {
-    machine_.faults.FailOnce(call, platform::kEndpointNotRegistered);
-    EXPECT_FALSE(OpenEngine(TheEngine, error_)) << call;
-    EXPECT_TRUE(error_.starts_with(sentence)) << Utf8FromWide(error_);
-    EXPECT_FALSE(EngineIsOpen(TheEngine));
-    EXPECT_EQ(machine_.engine.open_sessions(), 0u);
-  }
-}
-
 TEST_F(EngineSession, TheLogHearsOfALockOutcomeOnlyWhenItChanges) {
   Install({}, {});
   Install({}, {});

@@ -5,8 +5,6 @@
 namespace kestrelon {
 namespace {
 
-using platform::kLayerConnectV4;
-using platform::kLayerConnectV6;
 using simulation::Connection;
 
 class Verdicts : public FilterWorld {};
@@ -16,18 +14,6 @@ TEST_F(Verdicts, ARuleForAUserThatMakesNoSensePassesNobody) {
   rule.user = L"nobody";
   Install({rule}, {});
   EXPECT_FALSE(Passes(AppConnection()));
-}
-
-TEST_F(Verdicts, ADropInsideTheSharedProcessNamesTheService) {
-  Install({}, {});
-  std::wstring sid;
-  ASSERT_EQ(platform::SidOfAccount(L"NT SERVICE\\Dnscache", sid), platform::kSuccess);
-  for (const Guid& layer : {kLayerConnectV4, kLayerConnectV6}) {
-    Connection connection = AppConnection(layer);
-    connection.app_id = DeviceAppId(L"\\device\\harddiskvolume3\\windows\\system32\\svchost.exe");
-    connection.user_sids.push_back(SidOf(sid));
-    EXPECT_EQ(DecidedBy(connection), L"Kestrelon - Block service Dnscache");
-  }
 }
 
 TEST_F(Verdicts, APackageIsMatchedByItsSid) {

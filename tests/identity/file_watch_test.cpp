@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <chrono>
 #include <functional>
 #include <mutex>
 #include <set>
-#include <thread>
 
 #include "core/core_state.h"
 #include "identity/file_identity.h"
@@ -141,17 +139,6 @@ TEST_F(FileWatch, ThreadsAreRestartedOnlyForAnotherSetOrEvent) {
   files_.Touch(L"C:\\A\\b.exe");
   EXPECT_EQ(platform::WaitForAny({&other}, 0), 0);
   EXPECT_FALSE(Woken());
-}
-
-TEST_F(FileWatch, AWaitThatFailsAsksForARebuild) {
-  Sync({L"C:\\A\\a.exe"});
-  ExpectWatched(1, 1);
-  EXPECT_FALSE(Core.WatchRebuildPending);
-  simulation::TheMachine().Restart();
-  for (int ms = 0; ms < 10000 && !Core.WatchRebuildPending; ++ms) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  EXPECT_TRUE(Core.WatchRebuildPending);
 }
 
 TEST_F(FileWatch, WhatCantBeWatchedFromTheStartIsLeftToThePeriodicCheck) {

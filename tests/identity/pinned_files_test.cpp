@@ -58,20 +58,5 @@ TEST(PinnedFiles, WriteAfterTheComparisonIsAChangeOfItsOwn) {
   EXPECT_EQ(ChangedPinnedFiles(L"c:\\apps").size(), 1u);
 }
 
-TEST(PinnedFiles, OnlyPermissionsByHashAreKept) {
-  auto& files = TheMachine().files;
-  PlanEntry blocked = Pinned(L"C:\\Apps\\blocked.exe");
-  blocked.allow = false;
-  PlanEntry by_signer = Pinned(L"C:\\Apps\\signed.exe");
-  by_signer.hash_pinned = false;
-  PlanEntry service = Pinned(L"C:\\Apps\\service.exe");
-  service.service_sid = L"S-1-5-80-1";
-  const std::vector<PlanEntry> entries = {blocked, by_signer, service};
-  for (const PlanEntry& entry : entries) files.Write(entry.path, "a");
-  SnapshotPinned(entries);
-  for (const PlanEntry& entry : entries) files.Write(entry.path, "b");
-  EXPECT_TRUE(ChangedPinnedFiles(L"c:\\apps").empty());
-}
-
 }  // namespace
 }  // namespace kestrelon

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "simulation/machine/machine.h"
 
 namespace kestrelon {
@@ -29,22 +27,6 @@ TEST(ServiceCommandLine, NamesItsExecutable) {
   for (const auto& [command_line, executable] : rows) {
     EXPECT_EQ(ExecutableOfCommandLine(command_line), executable) << command_line;
   }
-}
-
-TEST(ServiceInfo, IsReadWhole) {
-  TheMachine().services.Add({.name = L"Spooler",
-                             .display_name = L"Print Spooler",
-                             .binary_path = L"%SystemRoot%\\System32\\spoolsv.exe",
-                             .sid_type = 1,
-                             .state = 4});
-  ServiceInfo info;
-  ASSERT_TRUE(ResolveService(L"Spooler", info));
-  EXPECT_EQ(info.name, L"Spooler");
-  EXPECT_EQ(info.display_name, L"Print Spooler");
-  EXPECT_EQ(info.image_path, L"C:\\Windows\\System32\\spoolsv.exe");
-  EXPECT_EQ(info.sid, L"S-1-5-80-3951239711-1671533544-1416304335-3763227691-3930497994");
-  EXPECT_EQ(info.sid_type, 1u);
-  EXPECT_EQ(info.state, 4u);
 }
 
 TEST(ServiceInfo, WithoutSettingsNothingIsKnown) {

@@ -76,6 +76,7 @@ TEST_F(ConfigChange, AFullDiskChangesNothingWithoutASingleFilterCall) {
 
 TEST_F(ConfigChange, ARefusalOfTheEngineKeepsThePreviousFiltersAndMakesNoBackup) {
   const std::vector<Guid> keys = world.FilterKeys();
+  ASSERT_TRUE(world.machine().watches.WaitForOpen(1));
   world.machine().faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
   EXPECT_EQ(ErrorOf(world.Set(after)).substr(0, 34), L"FwpmTransactionCommit0: 0x80320012");
   EXPECT_EQ(world.FilterKeys(), keys);
@@ -83,6 +84,12 @@ TEST_F(ConfigChange, ARefusalOfTheEngineKeepsThePreviousFiltersAndMakesNoBackup)
   EXPECT_TRUE(world.Logged(
       L"Rejected configuration (previous filters kept): FwpmTransactionCommit0: 0x80320012"));
   ExpectUnchanged();
+  const std::uint32_t applies = Core.ApplyCount;
+  LoopPass();
+  EXPECT_EQ(Core.ApplyCount, applies) << "what is in force has not drifted";
+  world.machine().files.Write(kTool, "replaced");
+  world.machine().watches.WaitForWatchers();
+  EXPECT_FALSE(world.Reaches(kTool)) << "its permission is still by its hash";
 }
 
 TEST_F(ConfigChange, ASaveThatFailsAfterAGoodApplyBringsThePreviousFiltersBack) {

@@ -263,6 +263,13 @@ TEST_F(CoreLoopTest, ALostEngineIsWaitedForAndWhatFellDueMeanwhileIsMadeUpFor) {
   EXPECT_FALSE(PassApplies());
 }
 
+TEST_F(CoreLoopTest, AChangedInterfaceWakesTheLoop) {
+  Begin(ConfigOf({}));
+  Core.WakeEvent.Clear();
+  world.machine().network.ChangeInterfaces();
+  EXPECT_EQ(platform::WaitForAny({&Core.WakeEvent}, 0), 0);
+}
+
 TEST_F(CoreLoopTest, OnItsOwnThreadAWakeIsServedAndTheStopEndsIt) {
   Begin(ConfigOf({Allowed(kTool)}));
   world.RunLoop();

@@ -1,14 +1,11 @@
 // From an empty process to a protected machine.
-#include <functional>
 #include <utility>
 
 #include "base/text.h"
-#include "config/config_file.h"
 #include "config/presets.h"
 #include "core/config_change.h"
 #include "core/core_loop.h"
 #include "core/core_state.h"
-#include "filtering/filter_engine.h"
 #include "platform/codes.h"
 #include "tests/scenario/world.h"
 
@@ -40,19 +37,6 @@ TEST_F(Start, AnOlderConfigurationIsUpgradedLoggedAndSaved) {
   EXPECT_EQ(world.ConfigOnDisk(std::wstring(kConfigFile) + L".lastgood"), world.ConfigOnDisk());
 }
 
-TEST_F(Start, AnEngineThatComesUpOnTheSixtiethTryStillStartsTheCore) {
-  simulation::Faults& faults = world.machine().faults;
-  int tries = 0;
-  const std::function<void()> refuse_again = [&] {
-    if (++tries == 60) return;
-    faults.FailOnce("OpenEngineSession", platform::kEndpointNotRegistered);
-    faults.RunBefore("OpenEngineSession", refuse_again);
-  };
-  faults.RunBefore("OpenEngineSession", refuse_again);
-  EXPECT_TRUE(world.Start());
-  EXPECT_EQ(tries, 60);
-}
-
 TEST_F(Start, AFirstApplyThatFailsEndsInBlockAllAndGoesOn) {
   world.machine().faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
   ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool)})));
@@ -65,15 +49,6 @@ TEST_F(Start, AFirstApplyThatFailsEndsInBlockAllAndGoesOn) {
   EXPECT_TRUE(world.Reaches(kTool)) << "the user's configuration stays live";
   // Compiling says only once what it learnt, and the engine had refused those filters.
   EXPECT_EQ(world.ConfigOnDisk().apps[0].sha256.size(), 1U);
-}
-
-TEST_F(Start, WhatIsLearntOfProgramsIsSaved) {
-  ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool), Allowed(kBrowser)})));
-  for (const wchar_t* suffix : {L"", L".lastgood"}) {
-    const Config saved = world.ConfigOnDisk(std::wstring(kConfigFile) + suffix);
-    EXPECT_EQ(saved.apps[0].sha256[0], HashText("tool, first version"));
-    EXPECT_EQ(saved.apps[1].signer, kPublisher);
-  }
 }
 
 // Else a program would be learnt anew at the next start, whatever it is by then.
@@ -94,15 +69,6 @@ TEST_F(Start, WhatIsLearntIsSavedByTheNextApplicationWhenThisOneOrItsSavingFails
     EXPECT_EQ(world.ConfigOnDisk().apps[0].sha256,
               std::vector<std::wstring>{HashText("tool, first version")});
     world.Restart();
-  }
-}
-
-TEST_F(Start, FiltersOutlastTheServiceAndTheMachinesRestart) {
-  ASSERT_TRUE(world.StartWith(ConfigOf({Allowed(kTool)})));
-  for (const bool restarted : {false, true}) {
-    restarted ? world.Restart() : world.Stop();
-    EXPECT_FALSE(world.Reaches(kOther));
-    EXPECT_TRUE(world.Reaches(kTool));
   }
 }
 

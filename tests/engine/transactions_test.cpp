@@ -24,14 +24,6 @@ TEST_F(Transactions, ClosingASessionAbortsItsTransactionAndWakesTheNext) {
   EXPECT_EQ(code, kSuccess);
   EXPECT_EQ(engine.Commit(waiting), kSuccess);
   EXPECT_FALSE(Has(Key(1)));
-  EXPECT_EQ(engine.Begin(waiting, 0), kSuccess);
-  // A stop of the service wakes who waits, too.
-  const SessionId last = Open(LocalSystemCaller(), 0, 0xFFFFFFFF);
-  std::thread stopped([&] { code = engine.Begin(last, 0); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  engine.Stop();
-  stopped.join();
-  EXPECT_EQ(code, kEndpointNotRegistered);
 }
 
 // Verdicts put from another thread never meet half of a swap.

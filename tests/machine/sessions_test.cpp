@@ -37,18 +37,6 @@ struct UserSessions : testing::Test {
   ProcessTable& processes = TheMachine().processes;
 };
 
-TEST_F(UserSessions, RefuseWhatCantBeStarted) {
-  StartedProgram started;
-  EXPECT_EQ(StartIn(0, started), 1008u);
-  EXPECT_EQ(StartIn(9, started), 7022u);
-  TheMachine().token.local_system = false;
-  EXPECT_EQ(StartIn(kSession, started), 1314u);
-  TheMachine().token.local_system = true;
-  TheMachine().files.Remove(kProgram);
-  EXPECT_EQ(StartIn(kSession, started), kFileNotFound);
-  EXPECT_FALSE(started.process.is_open());
-}
-
 TEST_F(UserSessions, EndWithTheirProcesses) {
   StartedProgram ended, other;
   ASSERT_EQ(StartIn(kSession, ended), kSuccess);

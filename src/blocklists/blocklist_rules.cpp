@@ -8,14 +8,13 @@
 #include "blocklists/blocklist_catalog.h"
 #include "blocklists/blocklist_store.h"
 #include "config/address_spec.h"
-#include "identity/paths.h"
+#include "core/own_way_out.h"
 
 namespace kestrelon {
 namespace {
 
 // Bounds the text of one rule and the filters made of it.
 constexpr std::size_t kChunkEntries = 200;
-constexpr std::uint32_t kTcp = 6;
 
 // Entries are any texts that a view can be made of.
 template <typename Text>
@@ -62,25 +61,15 @@ void AppendCustomRules(const std::wstring& custom, std::vector<RuleEntry>& rules
   AppendBlockRules(rules, L"Blocklist: Your own malicious networks", kDirectionBoth, pieces);
 }
 
-// Lets the refresh out. Without the executable's path there is no rule: one without an application
-// would be for all of them.
-void AppendUpdateRule(std::vector<RuleEntry>& rules) {
-  RuleEntry rule;
-  rule.name = L"Kestrelon blocklist updates";
-  rule.direction = kDirectionOut;
-  rule.protocol = kTcp;
-  rule.remote_ports = L"443";
-  rule.app = ExecutablePath();
-  if (!rule.app.empty()) rules.push_back(std::move(rule));
-}
-
 }  // namespace
 
 void BlocklistRules(const Config& config, std::vector<RuleEntry>& rules) {
   const std::vector<const BlocklistRow*> rows = EnabledBlocklists(config.blocklists);
   AppendListRules(rows, rules);
   AppendCustomRules(config.custom_blocklist, rules);
-  if (!rows.empty() && config.blocklists_auto_update) AppendUpdateRule(rules);
+  if (!rows.empty() && config.blocklists_auto_update) {
+    AppendOwnWayOut(L"Kestrelon blocklist updates", rules);
+  }
 }
 
 }  // namespace kestrelon

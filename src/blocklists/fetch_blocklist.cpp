@@ -1,7 +1,6 @@
 #include "blocklists/fetch_blocklist.h"
 
 #include <cstdint>
-#include <utility>
 
 #include "base/format.h"
 #include "core/error_text.h"
@@ -38,18 +37,10 @@ std::wstring FailureText(const HttpsResult& result) {
 }  // namespace
 
 bool FetchBlocklistUrl(const std::wstring& url, std::string& body, std::wstring& error) {
-  std::string text;
-  const auto append = [&](const void* bytes, std::uint32_t size) {
-    text.append(static_cast<const char*>(bytes), size);
-    return true;
-  };
-  const HttpsResult result = BlocklistFetches.Get(url, kLargestBody, {.on_data = append});
-  if (result.outcome != HttpsOutcome::kComplete) {
-    error = FailureText(result);
-    return false;
-  }
-  body = std::move(text);
-  return true;
+  const HttpsResult result = BlocklistFetches.GetText(url, kLargestBody, body);
+  if (result.outcome == HttpsOutcome::kComplete) return true;
+  error = FailureText(result);
+  return false;
 }
 
 void CancelBlocklistFetches() {

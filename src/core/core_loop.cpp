@@ -136,11 +136,7 @@ void HeedBlocklists(Pass& pass) REQUIRES(ConfigGuard) {
 // The rule that lets an update in is the only one that comes and goes with its use.
 void HeedUpdates(Pass& pass) REQUIRES(ConfigGuard) {
   UpdateWorker(Core.CurrentConfig, false);
-  if (UpdateSignals.UpdateStatusChanged.exchange(false)) {
-    Json event;
-    event["type"] = Json("update_status");
-    PublishEvent(event.Dump(false));
-  }
+  if (UpdateSignals.UpdateStatusChanged.exchange(false)) PublishConfigEvent("update_status");
   if (UpdateRuleIsDue(Core.CurrentConfig)) pass.Ask(L"update rule");
 }
 

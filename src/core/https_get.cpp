@@ -148,6 +148,18 @@ HttpsResult HttpsClient::Get(const std::wstring& url, std::int64_t most_bytes,
   return Judged(result, stop_);
 }
 
+HttpsResult HttpsClient::GetText(const std::wstring& url, std::int64_t most_bytes,
+                                 std::string& text) {
+  std::string body;
+  const auto append = [&](const void* bytes, std::uint32_t size) {
+    body.append(static_cast<const char*>(bytes), size);
+    return true;
+  };
+  const HttpsResult result = Get(url, most_bytes, {.on_data = append});
+  if (result.outcome == HttpsOutcome::kComplete) text = std::move(body);
+  return result;
+}
+
 void HttpsClient::Cancel() {
   stop_ = true;
   CloseRequest(request_);

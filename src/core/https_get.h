@@ -57,6 +57,10 @@ class HttpsClient {
   [[nodiscard]] HttpsResult Get(const std::wstring& url, std::int64_t most_bytes,
                                 const HttpsReceiver& receiver);
 
+  // The same into a text, which is untouched unless the transfer is complete.
+  [[nodiscard]] HttpsResult GetText(const std::wstring& url, std::int64_t most_bytes,
+                                    std::string& text);
+
   // For good: a running transfer fails at once, later ones before they send anything. Any thread.
   void Cancel();
   [[nodiscard]] bool cancelled() const { return stop_; }

@@ -1,15 +1,11 @@
 #include "updates/update_traffic.h"
 
-#include <utility>
-
-#include "identity/paths.h"
+#include "core/own_way_out.h"
 #include "platform/clock.h"
 #include "updates/update_state.h"
 
 namespace kestrelon {
 namespace {
-
-constexpr std::uint32_t kTcp = 6;
 
 constexpr std::uint32_t kStepMs = 100;
 constexpr int kMostSteps = 50;
@@ -54,18 +50,10 @@ void EndUpdateTraffic() {
   WakeLoop();
 }
 
-// Without the executable's path there is no rule: one without an application would be for all of
-// them.
 bool UpdateTrafficRules(const Config& config, std::vector<RuleEntry>& rules) {
   const bool wanted = TrafficIsWanted(config);
   if (!wanted || !config.enabled) return wanted || !config.enabled;
-  RuleEntry rule;
-  rule.name = L"Kestrelon updates";
-  rule.direction = kDirectionOut;
-  rule.protocol = kTcp;
-  rule.remote_ports = L"443";
-  rule.app = ExecutablePath();
-  if (!rule.app.empty()) rules.push_back(std::move(rule));
+  AppendOwnWayOut(L"Kestrelon updates", rules);
   return true;
 }
 

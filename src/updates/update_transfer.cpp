@@ -1,7 +1,5 @@
 #include "updates/update_transfer.h"
 
-#include <utility>
-
 #include "base/format.h"
 #include "base/text.h"
 #include "core/https_get.h"
@@ -53,26 +51,23 @@ std::wstring FailureText(const HttpsResult& result) {
   }
 }
 
-}  // namespace
-
-bool HttpGet(const std::wstring& url, std::int64_t most_bytes, const TransferData& on_data,
-             const TransferProgress& on_progress, std::wstring& error) {
-  const HttpsResult result = UpdateTransfers.Get(url, most_bytes, {on_data, on_progress});
+// Whether the file has come; else why not.
+bool Judge(const HttpsResult& result, std::wstring& error) {
   if (result.outcome == HttpsOutcome::kComplete) return true;
   error = FailureText(result);
   return false;
 }
 
+}  // namespace
+
+bool HttpGet(const std::wstring& url, std::int64_t most_bytes, const TransferData& on_data,
+             const TransferProgress& on_progress, std::wstring& error) {
+  return Judge(UpdateTransfers.Get(url, most_bytes, {on_data, on_progress}), error);
+}
+
 bool DownloadText(const std::wstring& url, std::int64_t most_bytes, std::string& text,
                   std::wstring& error) {
-  std::string body;
-  const auto append = [&](const void* bytes, std::uint32_t size) {
-    body.append(static_cast<const char*>(bytes), size);
-    return true;
-  };
-  if (!HttpGet(url, most_bytes, append, {}, error)) return false;
-  text = std::move(body);
-  return true;
+  return Judge(UpdateTransfers.GetText(url, most_bytes, text), error);
 }
 
 void CancelUpdateTransfers() {

@@ -54,10 +54,6 @@ namespace kestrelon::platform {
 
 using simulation::TheMachine;
 
-Code RestrictLibrarySearch() {
-  return TheMachine().faults.Next("RestrictLibrarySearch");
-}
-
 std::vector<std::wstring> CommandLineArguments() {
   return TheMachine().environment.arguments;
 }

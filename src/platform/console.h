@@ -8,9 +8,6 @@
 
 namespace kestrelon::platform {
 
-// Narrows the search for libraries to the system's own directory. The first act of the process.
-Code RestrictLibrarySearch();
-
 // The command line's arguments, the program's own name left out.
 std::vector<std::wstring> CommandLineArguments();
 

@@ -6,6 +6,7 @@
 #include "platform/console.h"
 #include "platform/files.h"
 #include "platform/paths.h"
+#include "platform/process_hardening.h"
 #include "platform/resources.h"
 #include "platform/sessions.h"
 
@@ -52,12 +53,29 @@ TEST(StandardOutput, TakesTextAsUtf8) {
   EXPECT_EQ(std::string(bytes, read), "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\n");
 }
 
+// This program once more, to tell its cases and end.
+ProgramStart OwnProgram() {
+  ProgramStart start;
+  EXPECT_EQ(ExecutableFile(start.application), kSuccess);
+  start.command_line = L"x --gtest_list_tests";
+  start.directory = L"C:\\";
+  start.desktop = L"winsta0\\default";
+  start.flags = kNoWindow;
+  return start;
+}
+
+UserToken OwnToken() {
+  HANDLE own = nullptr;
+  EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &own));
+  UserToken token;
+  token.Adopt(reinterpret_cast<std::uintptr_t>(own));
+  return token;
+}
+
 // Wine gives every process the full token of a split pair; its linked token can start programs.
 TEST(LinkedToken, IsTheOtherOfThePairAndStartsPrograms) {
-  HANDLE own = nullptr;
-  ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &own));
-  UserToken token, linked;
-  token.Adopt(reinterpret_cast<std::uintptr_t>(own));
+  UserToken token = OwnToken();
+  UserToken linked;
   std::uint32_t type = 0;
   std::uint32_t linked_type = 0;
   ASSERT_EQ(QueryTokenElevation(token, type), kSuccess);
@@ -66,20 +84,49 @@ TEST(LinkedToken, IsTheOtherOfThePairAndStartsPrograms) {
   EXPECT_EQ(QueryTokenElevation(linked, linked_type), kSuccess);
   EXPECT_EQ(linked_type, kElevationLimited);
   for (const UserToken* user : {&token, &linked}) {
-    ProgramStart start;
-    ASSERT_EQ(ExecutableFile(start.application), kSuccess);
-    start.command_line = L"x --gtest_list_tests";
-    start.directory = L"C:\\";
-    start.desktop = L"winsta0\\default";
-    start.flags = kNoWindow;
     StartedProgram started;
-    ASSERT_EQ(StartAsUser(*user, UserEnvironment{}, start, started), kSuccess);
+    ASSERT_EQ(StartAsUser(*user, UserEnvironment{}, OwnProgram(), started), kSuccess);
     EXPECT_EQ(AwaitProcess(started.process, 60'000), kSuccess);
   }
 }
 
-TEST(LibrarySearch, IsNarrowedToTheSystemsDirectory) {
-  EXPECT_EQ(RestrictLibrarySearch(), kSuccess);
+// Once this process has closed its end that is written to, only a program that took it along could
+// keep the pipe open.
+TEST(StartedProgram, InheritsNoHandle) {
+  SECURITY_ATTRIBUTES inheritable{};
+  inheritable.nLength = sizeof inheritable;
+  inheritable.bInheritHandle = TRUE;
+  HANDLE read = nullptr;
+  HANDLE written = nullptr;
+  ASSERT_TRUE(CreatePipe(&read, &written, &inheritable, 0));
+  ProgramStart start = OwnProgram();
+  start.flags |= CREATE_SUSPENDED;
+  StartedProgram as_self, as_user;
+  ASSERT_EQ(StartProgram(start, as_self), kSuccess);
+  ASSERT_EQ(StartAsUser(OwnToken(), UserEnvironment{}, start, as_user), kSuccess);
+  CloseHandle(written);
+  EXPECT_FALSE(PeekNamedPipe(read, nullptr, 0, nullptr, nullptr, nullptr));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
+  CloseHandle(read);
+  for (const StartedProgram* started : {&as_self, &as_user}) {
+    EXPECT_FALSE(HasProcessEnded(started->process));
+    EXPECT_EQ(EndProcess(started->process, 0), kSuccess);
+  }
+}
+
+TEST(HardenProcess, TurnsOnWhatThePlatformThenTells) {
+  ASSERT_EQ(HardenProcess(), kSuccess);
+  constexpr std::pair<PROCESS_MITIGATION_POLICY, DWORD> kPolicies[] = {
+      {ProcessExtensionPointDisablePolicy, 0x1},
+      {ProcessImageLoadPolicy, 0x7},
+      {ProcessASLRPolicy, 0x7},  // two of them by the executable's own headers
+      {ProcessFontDisablePolicy, 0x1},
+  };
+  for (const auto& [policy, expected] : kPolicies) {
+    DWORD flags = 0;
+    ASSERT_TRUE(GetProcessMitigationPolicy(GetCurrentProcess(), policy, &flags, sizeof flags));
+    EXPECT_EQ(flags & expected, expected) << "policy " << policy;
+  }
 }
 
 }  // namespace

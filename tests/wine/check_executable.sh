@@ -9,17 +9,25 @@ fail() {
   result=1
 }
 
-# Libraries that every supported system has. Anything else would be a dependency of its own.
-known=' kernel32 user32 advapi32 shell32 ole32 msvcrt ws2_32 iphlpapi bcrypt crypt32 wintrust version
-  fwpuclnt rpcrt4 winhttp oleaut32 userenv wtsapi32 '
+# Libraries that the system holds ready for everybody, from its own directory. Any other one would be
+# looked for beside the executable, before any of its code could prevent that.
+imported=' kernel32 user32 advapi32 shell32 ole32 msvcrt ws2_32 rpcrt4 oleaut32 '
 for library in $(awk '/DLL Name:/ { print tolower($3) }' "$1.headers"); do
-  [[ $known == *[[:space:]]${library%.dll}[[:space:]]* ]] || fail "$1" "imports $library"
+  [[ $imported == *" ${library%.dll} "* ]] || fail "$1" "imports $library"
 done
 
-# Functions that some supported system lacks, and that are looked up at run time instead.
+# The same with those that are loaded later. What not every supported system has would be a
+# dependency of its own; functions that one lacks are looked up at run time.
+x86_64-w64-mingw32-objcopy -O binary -j .idata "$1" "$1.imports"
+x86_64-w64-mingw32-strings "$1.imports" >"$1.names"
+later=' fwpuclnt iphlpapi bcrypt crypt32 wintrust version winhttp wtsapi32 userenv '
+for library in $(grep -iE '\.dll$' "$1.names" | tr '[:upper:]' '[:lower:]'); do
+  [[ $imported$later == *" ${library%.dll} "* ]] || fail "$1" "loads $library"
+done
+grep -qx FwpmEngineOpen0 "$1.names" || fail "$1" "the names of its imports were not found"
 for function in DeriveAppContainerSidFromAppContainerName CryptCATAdminAcquireContext2 \
   CryptCATAdminCalcHashFromFileHandle2 FwpmNetEventSubscribe4; do
-  ! grep -qE "[[:space:]]$function\$" "$1.headers" || fail "$1" "imports $function"
+  ! grep -qx "$function" "$1.names" || fail "$1" "imports $function"
 done
 
 for trait in HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT; do

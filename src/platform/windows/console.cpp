@@ -34,10 +34,6 @@ void WriteUtf8(DWORD stream, const std::wstring& text) {
 
 }  // namespace
 
-Code RestrictLibrarySearch() {
-  return SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32) ? kSuccess : GetLastError();
-}
-
 std::vector<std::wstring> CommandLineArguments() {
   int count = 0;
   const LocalMemory<LPWSTR*> arguments(CommandLineToArgvW(GetCommandLineW(), &count));

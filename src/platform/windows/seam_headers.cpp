@@ -15,6 +15,7 @@
 #include "platform/network.h"
 #include "platform/paths.h"
 #include "platform/pipes.h"
+#include "platform/process_hardening.h"
 #include "platform/processes.h"
 #include "platform/registry.h"
 #include "platform/resources.h"

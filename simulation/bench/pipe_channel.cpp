@@ -13,6 +13,26 @@ constexpr std::size_t kHeaderBytes = 4;
 // Holds nearly every message, so that one read takes a message whole.
 constexpr std::size_t kFirstBuffer = 64u << 10;
 
+// How often an answer is looked for before the thread sleeps, and how long it sleeps at most.
+constexpr int kEagerLooks = 32;
+constexpr DWORD kLongestSleepMs = 8;
+
+// Waits until a read would find bytes or the end of the pipe. A read that waits by itself is, under
+// Wine, now and then not woken by what arrives: both ends then stand still for ever.
+void AwaitBytes(HANDLE pipe) {
+  DWORD sleep_ms = 1;
+  for (int looks = 0;; ++looks) {
+    DWORD available = 0;
+    if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) || available > 0) return;
+    if (looks < kEagerLooks) {
+      SwitchToThread();
+    } else {
+      Sleep(sleep_ms);
+      sleep_ms = std::min(2 * sleep_ms, kLongestSleepMs);
+    }
+  }
+}
+
 }  // namespace
 
 PipeChannel::PipeChannel(PipeChannel&& other) noexcept {
@@ -64,6 +84,7 @@ bool PipeChannel::Fill(std::size_t size) {
   }
   if (begin_ + size > incoming_.size()) incoming_.resize(std::max(kFirstBuffer, begin_ + size));
   while (is_open() && end_ - begin_ < size) {
+    AwaitBytes(pipe_);
     DWORD got = 0;
     const auto room = static_cast<DWORD>(incoming_.size() - end_);
     if (!ReadFile(pipe_, incoming_.data() + end_, room, &got, nullptr)) Close();

@@ -6,7 +6,7 @@ put_program Tools/tool.exe 'a tool'
 put_config <<'END'
 {"presets_version": 9, "apps": [{"path": "C:\\Tools\\tool.exe"}]}
 END
-start_service
+WINEDEBUG=trace+sync start_service
 # The same program, under the same name, that the service has not started.
 cp "$module_file" "$drive_c/Tools/KSMessages.exe"
 # expect_stranger ANSWERS ORDER...: what it meets.
@@ -44,6 +44,16 @@ expect_reply '"modules_running": 1'
 expect_module_open
 expect_starts 1
 tell connect connected
+
+# Both pipes as they were made: nobody may have been there before, nobody comes from another machine,
+# and only the service makes an instance of the modules'.
+expect_pipe() {
+  tell "list $1" "$2"
+  grep -qF "CreateNamedPipeW (L\"\\\\\\\\.\\\\pipe\\\\$1\", 0x080003, 0x00000e," "$machine_dir/service.err" ||
+    fail "the pipe $1 was not made as the first and for this machine alone"
+}
+expect_pipe Kestrelon 'D:P(A;;GA;;;SY)(A;;GA;;;BA)'
+expect_pipe Kestrelon.Modules 'D:P(A;;GA;;;SY)(A;;0x12019b;;;AU)'
 
 # What it may ask on its pipe is answered, what it may not is refused, and both leave the connection;
 # too many requests within a second end it, and one that is too long.

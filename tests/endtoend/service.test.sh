@@ -26,6 +26,17 @@ stop_installed() {
   wait_for 10 service_is STOPPED
 }
 
+# Whoever can write there may have been first: no library is loaded from beside the executable,
+# though Wine is told to prefer those to its own, and the data directory doesn't stay open. (Not
+# "version", which Wine's own user32 asks for.)
+for library in bcrypt crypt32 fwpuclnt iphlpapi userenv winhttp wintrust wtsapi32; do
+  cp "$1/tests/endtoend/libplanted_library.dll" "$drive_c/Program Files/Kestrelon/$library.dll"
+  wine reg add 'HKCU\Software\Wine\AppDefaults\KestrelonSvc.exe\DllOverrides' /v $library \
+    /d native,builtin /f >/dev/null 2>&1
+done
+mkdir -p "$data_dir"
+chmod 777 "$data_dir"
+
 run 0 --help
 printed 'Kestrelon service 1.2.2'
 printed '  --install          register and start the service'
@@ -79,6 +90,7 @@ registered ImagePath '"C:\Program Files\Kestrelon\KestrelonSvc.exe"'
 registered DependOnService BFE
 registered Start 0x2
 registered Description 'Kestrelon strict whitelist firewall. Blocks all inbound and outbound network traffic except explicitly allowed applications and rules.'
+[ "$(stat -c %a "$data_dir")" = 775 ] || fail 'the data directory has no list'
 ask '{"cmd":"status"}' || fail 'the installed service does not answer'
 expect_reply '"boot_filter": true'
 
@@ -123,3 +135,4 @@ wfpctl add-filter --provider '{6B2A1F30-7C4E-4D8A-9F13-2E5B8C71A0D4}' >/dev/null
 grep -qF 'no such provider' "$machine_dir/wfpctl.err" || fail 'the provider may have been left'
 
 run 0 --uninstall
+[ ! -e "$drive_c/planted" ] || fail 'a library was loaded from beside the executable'

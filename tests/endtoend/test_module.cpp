@@ -6,9 +6,13 @@
 //
 //   connect           opens the module pipe, in place of what was open: "connected", or "no pipe"
 //   burst N MESSAGE   sends a message N times: "N replies", as many as came
+//   list PIPE         its access list, as text
 //   exit CODE         ends with this exit code, unanswered
 //   anything else     is sent as a message: the reply, or "disconnected"
 #include <windows.h>
+
+#include <aclapi.h>
+#include <sddl.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -52,11 +56,31 @@ class Connection {
   HANDLE pipe_ = INVALID_HANDLE_VALUE;
 };
 
+std::string AccessList(const std::string& pipe) {
+  const HANDLE handle = CreateFileA(("\\\\.\\pipe\\" + pipe).c_str(), READ_CONTROL, 0, nullptr,
+                                    OPEN_EXISTING, 0, nullptr);
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  char* text = nullptr;
+  if (GetSecurityInfo(handle, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                      nullptr, nullptr, &descriptor) != ERROR_SUCCESS ||
+      !ConvertSecurityDescriptorToStringSecurityDescriptorA(
+          descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr)) {
+    return "unreadable";
+  }
+  CloseHandle(handle);
+  return text;  // never freed: few are asked for
+}
+
 std::string Obey(Connection& connection, const std::string& order) {
   std::istringstream words(order);
   std::string verb;
   words >> verb;
   if (verb == "connect") return connection.Open() ? "connected" : "no pipe";
+  if (verb == "list") {
+    std::string pipe;
+    words >> pipe;
+    return AccessList(pipe);
+  }
   if (verb == "exit") {
     std::string code;
     words >> code;

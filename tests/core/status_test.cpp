@@ -20,16 +20,6 @@ std::string Status() {
   return reply.Dump(false);
 }
 
-TEST(Status, OfAFreshProcessHoldsEveryKeyAndNoFallback) {
-  EXPECT_EQ(Status(), R"({"ok":true,"version":"1.2.2","build":"48","enabled":true,"filters":0,)"
-                      R"("boot_filter":false,"last_error":"",)"
-                      R"("blocklists":[{"id":"drop","entries":0,"updated":0,"source":""}],)"
-                      R"("blocklists_busy":false,)"
-                      R"("update":{"state":"idle","auto":true,"channel":"stable","last_check":0},)"
-                      R"("net_events":0,"net_drops":0,"warnings":[],)"
-                      R"("changed_apps":[],"modules_running":0})");
-}
-
 TEST(Status, TellsTheFallbackAndCountersOfAnySize) {
   {
     GuardLock lock(ConfigGuard);

@@ -1,31 +1,16 @@
 // Updates of the product itself, from a client's word to the verdict and to the window afterwards.
-#include <chrono>
-#include <thread>
-
 #include "core/core_loop.h"
 #include "core/core_state.h"
 #include "tests/scenario/client.h"
 #include "tests/scenario/world.h"
-#include "tests/updates/signing.h"
 #include "updates/update_settings.h"
 #include "updates/update_state.h"
 
 namespace kestrelon::test {
 namespace {
 
-const std::wstring kManifestUrl = L"https://localhost:28444/update/latest.json";
-constexpr const char* kManifest =
-    R"({"format":1,"product":"Kestrelon","channel":"stable","version":"1.3.0","build":50,)"
-    R"("url":"https://localhost:28444/KestrelonSetup.exe","size":1000,)"
-    R"("sha256":"0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef"})";
-
 class Updates : public Scenario {
  protected:
-  void Serve() {
-    world.machine().http.Serve(kManifestUrl, {.body = kManifest});
-    world.machine().http.Serve(kManifestUrl + L".sig", {.body = SignManifest(kManifest)});
-  }
-
   std::string UpdateValue(const char* key) {
     return Client().Command("status").Get("update").Get(key).Dump(false);
   }
@@ -40,18 +25,11 @@ class Updates : public Scenario {
     }
   }
 
-  // The loop takes the rule back in a pass of its own.
-  void AwaitClosed() {
-    while (world.Passes(Out(kService, L"192.0.2.1", 443))) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-  }
-
   Config config = ConfigOf({Allowed(kTool)});
 };
 
 TEST_F(Updates, TheWayOutIsOpenForATransferAloneAndAStopEndsThat) {
-  world.machine().http.Serve(kManifestUrl, {.silent = true});
+  world.machine().http.Serve(L"https://localhost:28444/update/latest.json", {.silent = true});
   ASSERT_TRUE(world.StartWith(config));
   ExpectWayOut(false);
   world.RunLoop();
@@ -64,22 +42,6 @@ TEST_F(Updates, TheWayOutIsOpenForATransferAloneAndAStopEndsThat) {
   world.Stop();
   EXPECT_FALSE(UpdateSignals.busy);
   EXPECT_TRUE(world.Logged(L"Update check failed (stable): the service is stopping"));
-}
-
-TEST_F(Updates, ACheckClosesTheWayOutBehindItselfAndTellsWhatItFound) {
-  Serve();
-  ASSERT_TRUE(world.StartWith(config));
-  world.RunLoop();
-  Client subscriber;
-  subscriber.Subscribe();
-  EXPECT_EQ(Client().Command("check_update").Dump(false), R"({"ok":true})");
-  while (UpdateValue("state") != R"("available")") {
-    EXPECT_EQ(subscriber.NextEvent().Dump(false), R"({"type":"update_status"})");
-  }
-  AwaitClosed();
-  EXPECT_EQ(UpdateValue("latest"), R"({"version":"1.3.0","build":50,"date":"","size":1000,)"
-                                   R"("notes_sk":"","notes_en":""})");
-  EXPECT_TRUE(world.Logged(L"Update check (stable, manual): latest 1.3.0 build 50 - available"));
 }
 
 TEST_F(Updates, WithDailyChecksTheWayOutStaysOpenWhileProtectionIsOn) {

@@ -37,27 +37,6 @@ TEST_F(PipeRequests, OnlySystemAndAdministratorsConnect) {
   }
 }
 
-TEST_F(PipeRequests, WhatIsNoCommandIsToldSoAndTheConnectionStays) {
-  struct Row {
-    std::string request;
-    const char* error;
-  };
-  const Row rows[] = {
-      {"", "invalid request: unexpected end of input"},
-      {"status", "invalid request: unexpected character"},
-      {R"({"cmd":"status"} x)", "invalid request: trailing characters"},
-      {std::string("{}\0", 3), "invalid request: trailing characters"},
-      {R"([{"cmd":"status"}])", "invalid request: "},
-      {R"("subscribe")", "invalid request: "},
-      {"null", "invalid request: "},
-      {"{}", "unknown command: "},
-      {R"({"cmd":["subscribe"]})", "unknown command: "},
-      {R"({"cmd":"Subscribe"})", "unknown command: Subscribe"},
-  };
-  PipeClient client;
-  for (const Row& row : rows) EXPECT_EQ(client.Ask(row.request), Refusal(row.error)) << row.request;
-}
-
 TEST_F(PipeRequests, RequestsAroundTheChunkAndTheBufferArriveWhole) {
   PipeClient client;
   for (const std::size_t size : {16383U, 16384U, 16385U, 32768U, 0x10000U, 0x10001U, 0x100000U}) {

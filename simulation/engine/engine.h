@@ -18,7 +18,6 @@
 #include <memory>
 #include <mutex>
 #include <set>
-#include <string>
 #include <vector>
 
 #include "platform/codes.h"
@@ -142,10 +141,6 @@ class Engine {
   void Restart();
   [[nodiscard]] bool running() const;
 
-  // The services that start by themselves: objects of a provider that names another one are
-  // disabled at Start.
-  void SetAutoStartServices(std::set<std::wstring> names);
-
   // The persistent and boot-time objects and the options as bytes.
   [[nodiscard]] platform::Bytes SavePersistent() const;
   // Takes the place of everything stored, as found by an engine that starts; ends all sessions.
@@ -208,6 +203,9 @@ class Engine {
   Code DeleteObject(SessionId id, ObjectKind kind, const Guid& key);
   Code SetDacl(SessionId id, ObjectKind kind, const Guid& key,
                const platform::SecurityDescriptor& descriptor);
+  // Has `copy` take over an object that the session may read.
+  template <typename Copy>
+  Code GetObject(SessionId id, ObjectKind kind, const Guid& key, const Copy& copy);
   Guid MakeKey();
 
   // What the service holds after a stop: its persistent and boot-time objects.
@@ -227,7 +225,6 @@ class Engine {
   std::set<SessionId> readers_;  // holders of explicit read-only ones
   ObjectStore store_;
   KernelFilters kernel_;
-  std::set<std::wstring> auto_start_services_;
   NetEventOptions options_;
   std::function<std::int64_t()> clock_;
   std::deque<std::shared_ptr<const NetEvent>> events_;

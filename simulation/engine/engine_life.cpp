@@ -66,15 +66,13 @@ void Engine::Enforce(Lifetime lifetime) {
   }
 }
 
-// Gives the filters new ids, and marks those as disabled whose provider names a service that
-// doesn't start by itself.
+// Gives the filters new ids, and marks those as disabled whose provider names a service: the
+// platform disables them unless that service starts by itself, and none does in the model.
 void Engine::Revive(ObjectList& objects) {
   std::set<Guid> unserved;
   for (StoredProvider& provider : objects.providers) {
-    const std::wstring& service = provider.record.service_name;
-    const bool served = service.empty() || auto_start_services_.count(service) != 0;
     provider.record.flags &= ~kProviderDisabled;
-    if (served) continue;
+    if (provider.record.service_name.empty()) continue;
     provider.record.flags |= kProviderDisabled;
     unserved.insert(provider.record.key);
   }
@@ -129,11 +127,6 @@ void Engine::Restart() {
 bool Engine::running() const {
   const std::lock_guard lock(mutex_);
   return running_;
-}
-
-void Engine::SetAutoStartServices(std::set<std::wstring> names) {
-  const std::lock_guard lock(mutex_);
-  auto_start_services_ = std::move(names);
 }
 
 platform::Bytes Engine::SavePersistent() const {

@@ -240,43 +240,31 @@ Code Engine::SetFilterDacl(SessionId session, const Guid& key,
   return SetDacl(session, ObjectKind::kFilter, key, descriptor);
 }
 
-Code Engine::GetProvider(SessionId session, const Guid& key, platform::Provider& provider) {
+template <typename Copy>
+Code Engine::GetObject(SessionId id, ObjectKind kind, const Guid& key, const Copy& copy) {
   std::unique_lock lock(mutex_);
   Session* entered = nullptr;
-  if (const Code code = Enter(session, Need::kRead, lock, entered)) return code;
-  const StoredProvider* found = store_.FindProvider(key);
-  if (found == nullptr) return platform::kProviderNotFound;
-  if (!Grants(*found->head.security, entered->token.sids, kRightRead)) {
-    return platform::kAccessDenied;
-  }
-  provider = found->record;
+  if (const Code code = Enter(id, Need::kRead, lock, entered)) return code;
+  const ObjectHead* head = store_.FindHead(kind, key);
+  if (head == nullptr) return NotFound(kind);
+  if (!Grants(*head->security, entered->token.sids, kRightRead)) return platform::kAccessDenied;
+  copy();
   return platform::kSuccess;
+}
+
+Code Engine::GetProvider(SessionId session, const Guid& key, platform::Provider& provider) {
+  return GetObject(session, ObjectKind::kProvider, key,
+                   [&] { provider = store_.FindProvider(key)->record; });
 }
 
 Code Engine::GetSublayer(SessionId session, const Guid& key, platform::Sublayer& sublayer) {
-  std::unique_lock lock(mutex_);
-  Session* entered = nullptr;
-  if (const Code code = Enter(session, Need::kRead, lock, entered)) return code;
-  const StoredSublayer* found = store_.FindSublayer(key);
-  if (found == nullptr) return platform::kSublayerNotFound;
-  if (!Grants(*found->head.security, entered->token.sids, kRightRead)) {
-    return platform::kAccessDenied;
-  }
-  sublayer = found->record;
-  return platform::kSuccess;
+  return GetObject(session, ObjectKind::kSublayer, key,
+                   [&] { sublayer = store_.FindSublayer(key)->record; });
 }
 
 Code Engine::GetFilter(SessionId session, const Guid& key, platform::Filter& filter) {
-  std::unique_lock lock(mutex_);
-  Session* entered = nullptr;
-  if (const Code code = Enter(session, Need::kRead, lock, entered)) return code;
-  const StoredFilter* found = store_.FindFilter(key);
-  if (found == nullptr) return platform::kFilterNotFound;
-  if (!Grants(*found->head.security, entered->token.sids, kRightRead)) {
-    return platform::kAccessDenied;
-  }
-  filter = *found->filter->record;
-  return platform::kSuccess;
+  return GetObject(session, ObjectKind::kFilter, key,
+                   [&] { filter = *store_.FindFilter(key)->filter->record; });
 }
 
 }  // namespace simulation

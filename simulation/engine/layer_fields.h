@@ -1,8 +1,8 @@
 // The authorization layers and the fields that conditions may name there.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <optional>
 
 #include "base/guid.h"
 

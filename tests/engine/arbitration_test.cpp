@@ -48,8 +48,8 @@ TEST_F(Arbitration, SublayersOverruleEachOtherByActionRight) {
       {kBlock, kHardPermit, false, true},    {kHardBlock, kHardPermit, false, true},
       {kNothing, kHardPermit, true, false},  {kNothing, kBlock, false, false},
   };
-  ASSERT_EQ(AddSublayer(session, Key(11), 0, kProvider, 200), kSuccess);
-  ASSERT_EQ(AddSublayer(session, Key(12), 0, kProvider, 50), kSuccess);
+  ASSERT_EQ(AddSublayer(Key(11), 0, 200), kSuccess);
+  ASSERT_EQ(AddSublayer(Key(12), 0, 50), kSuccess);
   const auto say = [&](std::uint8_t sublayer, Says says) {
     if (says == kNothing) return;
     const bool permits = says == kPermit || says == kHardPermit;

@@ -49,16 +49,17 @@ Bytes AppId(const std::wstring& path) {
 }
 
 EngineWorld::EngineWorld() : session(Open(LocalSystemCaller())) {
-  EXPECT_EQ(AddProvider(kProvider), platform::kSuccess);
-  EXPECT_EQ(AddSublayer(session, kSublayer, platform::kSublayerPersistent, kProvider, 100),
-            platform::kSuccess);
+  platform::Provider provider;
+  provider.key = kProvider;
+  provider.name = L"Provider";
+  provider.flags = platform::kProviderPersistent;
+  EXPECT_EQ(engine.AddProvider(session, provider, {}), platform::kSuccess);
+  EXPECT_EQ(AddSublayer(kSublayer, platform::kSublayerPersistent, 100), platform::kSuccess);
 }
 
-SessionId EngineWorld::Open(const Caller& caller, std::uint32_t flags, std::uint32_t wait_ms) {
+SessionId EngineWorld::Open(const Caller& caller, std::uint32_t flags) {
   SessionId opened = 0;
-  const platform::SessionOptions options{
-      .name = L"Test", .flags = flags, .transaction_wait_ms = wait_ms};
-  EXPECT_EQ(engine.OpenSession(options, caller, opened), platform::kSuccess);
+  EXPECT_EQ(engine.OpenSession({L"Test", flags}, caller, opened), platform::kSuccess);
   return opened;
 }
 
@@ -87,23 +88,14 @@ Code EngineWorld::AddAs(SessionId as, const Filter& filter, const Bytes& descrip
   return engine.AddFilter(as, filter, descriptor, id);
 }
 
-Code EngineWorld::AddProvider(const Guid& key) {
-  platform::Provider provider;
-  provider.key = key;
-  provider.name = L"Another";
-  provider.flags = platform::kProviderPersistent;
-  return engine.AddProvider(session, provider, {});
-}
-
-Code EngineWorld::AddSublayer(SessionId as, const Guid& key, std::uint32_t flags,
-                              const Guid& provider, std::uint16_t weight) {
+Code EngineWorld::AddSublayer(const Guid& key, std::uint32_t flags, std::uint16_t weight) {
   platform::Sublayer sublayer;
   sublayer.key = key;
-  sublayer.name = L"Another";
+  sublayer.name = L"Sublayer";
   sublayer.flags = flags;
-  sublayer.provider = provider;
+  sublayer.provider = kProvider;
   sublayer.weight = weight;
-  return engine.AddSublayer(as, sublayer, {});
+  return engine.AddSublayer(session, sublayer, {});
 }
 
 void EngineWorld::Clear() {

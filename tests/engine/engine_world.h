@@ -33,17 +33,15 @@ class EngineWorld : public testing::Test {
   // No case may leave a transaction behind.
   ~EngineWorld() override { EXPECT_FALSE(engine.transaction_open()); }
 
-  SessionId Open(const Caller& caller, std::uint32_t flags = 0, std::uint32_t wait_ms = 0);
+  SessionId Open(const Caller& caller, std::uint32_t flags = 0);
 
   // A static filter in this world's sublayer that the engine takes: outbound, IPv4, blocking.
   Filter SomeFilter(std::uint32_t action = platform::kActionBlock, Value weight = std::uint8_t{8},
                     std::vector<Condition> conditions = {}) const;
   // The same with Key(key).
   Filter WithKey(std::uint8_t key, std::uint32_t flags = 0) const;
-  // A persistent provider; a sublayer.
-  Code AddProvider(const Guid& key);
-  Code AddSublayer(SessionId as, const Guid& key, std::uint32_t flags, const Guid& provider,
-                   std::uint16_t weight = 0);
+  // A sublayer of this world's provider.
+  Code AddSublayer(const Guid& key, std::uint32_t flags, std::uint16_t weight);
   Code Add(const Filter& filter) { return AddAs(session, filter); }
   Code AddAs(SessionId as, const Filter& filter, const Bytes& descriptor = {});
   // Deletes all filters.

@@ -1,4 +1,4 @@
-// How long objects live, what they may refer to, and what is in force while the service is gone.
+// How long objects live, and what is in force while the service is gone.
 #include "tests/engine/engine_world.h"
 
 namespace simulation {
@@ -7,46 +7,6 @@ namespace {
 using namespace kestrelon::platform;
 
 using Lifetimes = EngineWorld;
-
-TEST_F(Lifetimes, NothingRefersToWhatPassesBeforeIt) {
-  const SessionId dynamic = Open(LocalSystemCaller(), kSessionDynamic);
-  const SessionId other = Open(LocalSystemCaller(), kSessionDynamic);
-  ASSERT_EQ(AddProvider(Key(9)), kSuccess);
-  ASSERT_EQ(AddSublayer(dynamic, Key(5), 0, kProvider), kSuccess);
-  ASSERT_EQ(AddSublayer(session, Key(6), 0, kProvider), kSuccess);
-  ASSERT_EQ(AddSublayer(session, Key(7), kSublayerPersistent, Key(9)), kSuccess);
-  const struct {
-    SessionId as;
-    std::uint32_t flags;
-    Guid sublayer;
-    Code code;
-  } cases[] = {
-      {dynamic, 0, Key(5), kSuccess},
-      {other, 0, Key(5), kLifetimeMismatch},
-      {session, 0, Key(5), kLifetimeMismatch},
-      {dynamic, 0, Key(6), kSuccess},
-      {session, 0, Key(6), kSuccess},
-      {session, kFilterPersistent, Key(6), kLifetimeMismatch},
-      {session, kFilterBootTime, Key(6), kLifetimeMismatch},
-      {session, 0, Key(7), kSuccess},
-      {session, kFilterPersistent, Key(7), kLifetimeMismatch},
-      {session, kFilterPersistent, kSublayer, kSuccess},
-      {session, kFilterBootTime, kSublayer, kSuccess},
-      {dynamic, kFilterPersistent, kSublayer, kDynamicSessionInProgress},
-      {dynamic, kFilterBootTime, kSublayer, kDynamicSessionInProgress},
-  };
-  for (const auto& c : cases) {
-    Filter filter = SomeFilter();
-    filter.flags = c.flags;
-    filter.sublayer = c.sublayer;
-    EXPECT_EQ(AddAs(c.as, filter), c.code) << "case " << &c - cases;
-  }
-  EXPECT_EQ(AddSublayer(dynamic, Key(8), kSublayerPersistent, kProvider),
-            kDynamicSessionInProgress);
-  ASSERT_EQ(engine.CloseSession(dynamic), kSuccess);
-  Sublayer gone;
-  EXPECT_EQ(engine.GetSublayer(session, Key(5), gone), kSublayerNotFound);
-}
 
 // Which of the filters of each lifetime block, by the port that each of them is about.
 TEST_F(Lifetimes, EachStateOfTheServiceEnforcesItsOwn) {

@@ -1,4 +1,4 @@
-// When subscribers hear no more of changes.
+// What one thread may rely on while another is in the engine.
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -9,10 +9,29 @@ namespace simulation {
 namespace {
 
 using namespace kestrelon::platform;
-using Notifications = EngineWorld;
+
+using Threads = EngineWorld;
+
+// Verdicts put from another thread never meet half of a swap.
+TEST_F(Threads, SeeASwapWholeOrNotAtAll) {
+  const auto swap = [&] {
+    ASSERT_EQ(engine.Begin(session, 0), kSuccess);
+    Clear();
+    for (int i = 0; i < 20; ++i) ASSERT_EQ(Add(SomeFilter()), kSuccess);
+    ASSERT_EQ(engine.Commit(session), kSuccess);
+  };
+  swap();
+  std::atomic<bool> done = false;
+  std::thread verdicts([&] {
+    while (!done) EXPECT_FALSE(Permits());
+  });
+  for (int round = 0; round < 50; ++round) swap();
+  done = true;
+  verdicts.join();
+}
 
 // The subscriber's context may go as soon as the call has returned.
-TEST_F(Notifications, UnsubscribingWaitsForARunningCallback) {
+TEST_F(Threads, UnsubscribeBehindARunningCallback) {
   std::atomic<bool> inside = false;
   std::atomic<bool> finished = false;
   const SessionId listener = Open(LocalSystemCaller());

@@ -36,6 +36,11 @@ done
 # Without relocations the system could not move it.
 grep -qE '^Entry 5 [0-9a-f]+ 0*[1-9a-f]' "$1.headers" || fail "$1" "has no relocations"
 
+# The end that a changed return address brings (FAST_FAIL_STACK_COOKIE_CHECK_FAILURE), and what a
+# container says of an access that it doesn't allow.
+LC_ALL=C grep -qaP '\xb9\x02\x00\x00\x00\xcd\x29' "$1" || fail "$1" "guards no return address"
+grep -qaF '__n < this->size()' "$1" || fail "$1" "its containers check nothing"
+
 for text in asInvoker longPathAware 8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a; do
   grep -qaF "$text" "$1" || fail "$1" "its manifest lacks $text"
 done

@@ -4,6 +4,7 @@
 #include "core/core_loop.h"
 #include "core/core_start.h"
 #include "core/core_state.h"
+#include "core/own_service.h"
 #include "core/service_entry.h"
 #include "core/service_log.h"
 #include "core/service_setup.h"

@@ -2,6 +2,7 @@
 
 #include "core/core_loop.h"
 #include "core/core_start.h"
+#include "core/own_service.h"
 #include "platform/service_host.h"
 
 namespace kestrelon {

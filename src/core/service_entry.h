@@ -8,8 +8,6 @@
 
 namespace kestrelon {
 
-inline constexpr const wchar_t* kServiceName = L"KestrelonSvc";
-
 // What the service manager runs, on a thread of its own: start, loop and stop of the core, with
 // every state reported. Returns once the service has stopped or could not reach the manager.
 void ServiceEntry() EXCLUDES(ConfigGuard);

@@ -6,7 +6,7 @@
 #include "config/config_file.h"
 #include "config/config_store.h"
 #include "core/error_text.h"
-#include "core/service_entry.h"
+#include "core/own_service.h"
 #include "filtering/remove_filters.h"
 #include "modules/firewall_exceptions.h"
 #include "platform/clock.h"
@@ -89,15 +89,6 @@ void PutOptions(const ServiceHandle& service) {
   (void)platform::SetServiceFailureFlag(service, true);
 }
 
-// Opens the service; one that is not there is success with a closed handle.
-Code OpenOwnService(std::uint32_t access, ServiceHandle& service) {
-  ServiceHandle manager;
-  Code code = platform::OpenServiceManager(platform::kManagerConnect, manager);
-  if (code != platform::kSuccess) return code;
-  code = platform::OpenServiceByName(manager, kServiceName, access, service);
-  return code == platform::kServiceNotFound ? platform::kSuccess : code;
-}
-
 // Asks the service to stop until it has. Once is not enough: while it starts it refuses, and would
 // then come up with what it has read before.
 void StopAndWait(const ServiceHandle& service) {
@@ -115,17 +106,12 @@ Code StopOwnService(bool and_delete) {
   ServiceHandle service;
   const Code code = OpenOwnService(
       platform::kServiceStop | platform::kServiceQueryStatus | platform::kServiceDelete, service);
-  if (code != platform::kSuccess || service.handle() == 0) return code;
+  if (code == platform::kServiceNotFound) return platform::kSuccess;
+  if (code != platform::kSuccess) return code;
   StopAndWait(service);
   if (!and_delete) return platform::kSuccess;
   const Code deleted = platform::UnregisterService(service);
   return deleted == platform::kServiceMarkedForDelete ? platform::kSuccess : deleted;
-}
-
-void StartOwnService() {
-  ServiceHandle service;
-  if (OpenOwnService(platform::kServiceStart, service) != platform::kSuccess) return;
-  if (service.handle() != 0) (void)platform::LaunchService(service);
 }
 
 bool TurnProtectionOff(std::wstring& error) {
@@ -186,7 +172,7 @@ int RemoveFiltersCommand() {
     platform::WriteStandardError(Format(L"Removing filters failed: %s\n", error));
     return kExitFailure;
   }
-  StartOwnService();
+  (void)StartOwnService();
   platform::WriteStandardOutput(
       L"Protection is OFF: all Kestrelon filters were removed. Turn it back on in the Kestrelon "
       L"app.\n");

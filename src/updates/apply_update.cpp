@@ -1,15 +1,12 @@
 #include "updates/apply_update.h"
 
-#include <string_view>
-
 #include "base/format.h"
-#include "core/service_entry.h"
+#include "core/own_service.h"
 #include "identity/file_identity.h"
 #include "identity/paths.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/processes.h"
-#include "platform/services.h"
 #include "platform/system_text.h"
 #include "updates/install_update.h"
 #include "updates/installer_name.h"
@@ -72,22 +69,9 @@ std::uint32_t RunInstaller(const platform::ProgramStart& start) {
   return exit_code;
 }
 
-// Whether the service is on its way up, or up already.
-bool StartServiceOnce() {
-  platform::ServiceHandle manager;
-  platform::ServiceHandle service;
-  if (platform::OpenServiceManager(platform::kManagerConnect, manager) != platform::kSuccess ||
-      platform::OpenServiceByName(manager, kServiceName, platform::kServiceStart, service) !=
-          platform::kSuccess) {
-    return false;
-  }
-  const platform::Code code = platform::LaunchService(service);
-  return code == platform::kSuccess || code == platform::kServiceAlreadyRunning;
-}
-
 // An installer that has just ended may still have the service on its way down.
 void StartServiceAgain() {
-  for (int attempt = 1; !StartServiceOnce() && attempt < kStartAttempts; ++attempt) {
+  for (int attempt = 1; !StartOwnService() && attempt < kStartAttempts; ++attempt) {
     platform::SleepMilliseconds(kStartIntervalMs);
   }
 }
@@ -98,7 +82,7 @@ int ApplyUpdateHelper(const std::wstring& installer_path, const std::wstring& la
   platform::File hold;
   if (!IsAcceptable(installer_path, hold)) {
     StoreHelperExit(kHelperRefused);
-    (void)StartServiceOnce();
+    (void)StartOwnService();
     return static_cast<int>(kHelperRefused);
   }
   const std::uint32_t result = RunInstaller(InstallerStart(installer_path, language));

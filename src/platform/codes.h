@@ -1,5 +1,5 @@
-// The platform's result codes that the product names. 0 is success; texts of codes come from
-// SystemMessage (system_text.h).
+// The platform's result codes that have a name on either side of the seam. 0 is success; texts of
+// codes come from SystemMessage (system_text.h).
 #pragma once
 
 #include <cstdint>
@@ -57,7 +57,6 @@ inline constexpr Code kTransactionAborted = 0x8032000F;
 inline constexpr Code kSessionAborted = 0x80320010;
 inline constexpr Code kIncompatibleTransaction = 0x80320011;
 inline constexpr Code kTransactionTimeout = 0x80320012;
-inline constexpr Code kNetEventsDisabled = 0x80320013;
 inline constexpr Code kLifetimeMismatch = 0x80320016;
 inline constexpr Code kBuiltinObject = 0x80320017;
 inline constexpr Code kNullPointer = 0x8032001C;

@@ -37,7 +37,6 @@ struct PipeSettings {
   std::uint32_t instances = 1;         // at most this many at a time
   std::uint32_t out_buffer_bytes = 0;  // what the server may write ahead of the client's reading
   std::uint32_t in_buffer_bytes = 0;   // the same the other way
-  std::uint32_t default_timeout_ms = 0;
 };
 
 // Makes one more instance of a pipe, for one client. The first instance's descriptor says who may

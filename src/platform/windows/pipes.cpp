@@ -29,8 +29,7 @@ Code MakePipe(const PipeSettings& settings, const SecurityDescriptor& descriptor
   attributes.lpSecurityDescriptor = const_cast<std::uint8_t*>(descriptor.data());
   PipeHandle handle(CreateNamedPipeW(settings.name.c_str(), settings.open_mode, settings.pipe_mode,
                                      settings.instances, settings.out_buffer_bytes,
-                                     settings.in_buffer_bytes, settings.default_timeout_ms,
-                                     &attributes));
+                                     settings.in_buffer_bytes, 0, &attributes));
   if (!handle) return GetLastError();
   Give(handle, pipe);
   return kSuccess;

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "blocklists/blocklist_store.h"
 #include "blocklists/refresh_blocklists.h"

@@ -91,18 +91,18 @@ bool SyncFirewallException(const ModuleStatus& status, bool add) {
 
 int RemoveFirewallExceptions() {
   const int removed = RemoveGroup();
-  const GuardLock lock(ModuleGuard);
+  GuardLock lock(ModuleGuard);
   applied_modules.clear();
   return removed;
 }
 
 bool FirewallExceptionApplied(const std::wstring& module_id) {
-  const GuardLock lock(ModuleGuard);
+  GuardLock lock(ModuleGuard);
   return applied_modules.contains(module_id);
 }
 
 void NoteFirewallException(const std::wstring& module_id, bool applied) {
-  const GuardLock lock(ModuleGuard);
+  GuardLock lock(ModuleGuard);
   if (applied) {
     applied_modules.insert(module_id);
   } else {

@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/text.h"
 #include "control/frames.h"
 #include "control/reply.h"
 #include "core/core_state.h"

@@ -1,7 +1,6 @@
 #include "modules/module_list.h"
 
 #include <algorithm>
-#include <cstdint>
 
 #include "modules/known_modules.h"
 #include "modules/module_manifest.h"

@@ -239,7 +239,7 @@ const wchar_t* DirectionName(std::uint32_t direction) {
 std::wstring ModuleGrantText(const ModuleManifest& manifest) {
   std::vector<std::wstring> network;
   for (const ModuleNetworkEntry& entry : manifest.network) network.push_back(GrantLine(entry));
-  std::sort(network.begin(), network.end());
+  std::ranges::sort(network);
 
   std::wstring grant;
   for (const std::wstring& permission : manifest.permissions) grant += L"perm:" + permission + L"|";

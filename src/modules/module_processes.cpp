@@ -8,19 +8,19 @@ Guard ModuleGuard("ModuleGuard", GuardRank::kSubsystem);
 std::vector<ModuleProcess> ModuleProcesses;
 
 std::uint32_t ModuleProcessCount() {
-  const GuardLock lock(ModuleGuard);
+  GuardLock lock(ModuleGuard);
   return static_cast<std::uint32_t>(ModuleProcesses.size());
 }
 
 std::uint32_t ModuleProcessCount(std::wstring_view module_id) {
-  const GuardLock lock(ModuleGuard);
+  GuardLock lock(ModuleGuard);
   return static_cast<std::uint32_t>(std::ranges::count(
       ModuleProcesses, module_id,
       [](const ModuleProcess& process) -> std::wstring_view { return process.module_id; }));
 }
 
 void DropModuleProcesses() {
-  const GuardLock lock(ModuleGuard);
+  GuardLock lock(ModuleGuard);
   ModuleProcesses.clear();
 }
 

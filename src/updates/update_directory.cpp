@@ -9,6 +9,7 @@
 #include "updates/installer_name.h"
 
 namespace kestrelon {
+
 std::wstring UpdateDirectory() {
   return DataDir() + L"\\update";
 }

@@ -4,7 +4,6 @@
 
 #include <map>
 #include <string>
-#include <vector>
 
 namespace simulation {
 
@@ -24,7 +23,6 @@ struct Environment {
   };
   std::wstring program_data = L"C:\\ProgramData";
   std::wstring executable = L"C:\\Program Files\\Kestrelon\\KestrelonSvc.exe";
-  std::vector<std::wstring> arguments;   // of the command line, without the program's name
   bool engine_has_newest_events = true;  // Windows 10 1809 and later
 };
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <string_view>
 
-#include "base/text.h"
 #include "simulation/machine/letter_case.h"
 
 namespace simulation {

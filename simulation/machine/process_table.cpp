@@ -109,11 +109,6 @@ void ProcessTable::ForbidBreakaway(bool forbid) {
   breakaway_forbidden_ = forbid;
 }
 
-bool ProcessTable::IsRunning(std::uint32_t id) const {
-  const std::optional<SimulatedProcess> process = Find(id);
-  return process && process->running;
-}
-
 std::optional<SimulatedProcess> ProcessTable::Find(std::uint32_t id) const {
   const std::lock_guard lock(mutex_);
   const auto found = processes_.find(id);

@@ -68,8 +68,6 @@ class ProcessTable {
   // Whether this machine's job lets no program out of it; a fresh machine has no job.
   void ForbidBreakaway(bool forbid);
 
-  bool IsRunning(std::uint32_t id) const;
-
   // The process as it is now or was when it ended; until its id is given anew.
   std::optional<SimulatedProcess> Find(std::uint32_t id) const;
 

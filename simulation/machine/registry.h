@@ -21,9 +21,6 @@ class Registry {
   void SetDword(const std::wstring& key, const std::wstring& name, std::uint32_t value) {
     Set(key, name, value);
   }
-  void SetQword(const std::wstring& key, const std::wstring& name, std::uint64_t value) {
-    Set(key, name, value);
-  }
   void SetText(const std::wstring& key, const std::wstring& name, const std::wstring& value) {
     Set(key, name, value);
   }

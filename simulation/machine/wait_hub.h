@@ -1,5 +1,4 @@
-// What waiting threads sleep on: one condition for all events and
-// watches of the machine.
+// What waiting threads sleep on: one condition for all events and watches of the machine.
 #pragma once
 
 #include <condition_variable>

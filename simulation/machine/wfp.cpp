@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <random>
-#include <utility>
 
 #include "base/text.h"
 #include "simulation/machine/letter_case.h"

@@ -50,11 +50,6 @@ void WindowsFirewall::SetAvailable(bool available) {
   available_ = available;
 }
 
-std::vector<std::wstring> WindowsFirewall::removals() const {
-  const std::lock_guard lock(mutex_);
-  return removals_;
-}
-
 std::size_t WindowsFirewall::open_handles() const {
   const std::lock_guard lock(mutex_);
   return handles_.size();
@@ -105,7 +100,6 @@ Code WindowsFirewall::AddRule(std::uintptr_t policy, std::uintptr_t rule,
 Code WindowsFirewall::RemoveRules(std::uintptr_t policy, const std::wstring& name) {
   const std::lock_guard lock(mutex_);
   if (const Code code = Reach(policy)) return code;
-  removals_.push_back(name);
   std::erase_if(rules_,
                 [&](const platform::FirewallRuleValues& rule) { return rule.name == name; });
   return kSuccess;

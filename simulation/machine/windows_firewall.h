@@ -27,9 +27,6 @@ class WindowsFirewall {
   // Whether its service answers.
   void SetAvailable(bool available);
 
-  // The names that the seam was asked to remove so far, in that order.
-  std::vector<std::wstring> removals() const;
-
   // Policies and rules that the product holds.
   std::size_t open_handles() const;
 
@@ -52,7 +49,6 @@ class WindowsFirewall {
 
   mutable std::mutex mutex_;  // guards all below
   std::vector<platform::FirewallRuleValues> rules_;
-  std::vector<std::wstring> removals_;
   std::set<std::uintptr_t> handles_;
   std::uintptr_t last_handle_ = 0;
   bool available_ = true;

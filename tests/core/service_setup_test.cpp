@@ -92,8 +92,8 @@ class ServiceSetup : public testing::Test {
     EXPECT_FALSE(config.rules.empty());  // all else is the user's still
   }
 
-  std::wstring Output() { return machine_.console.output; }
-  std::wstring Errors() { return machine_.console.error_output; }
+  std::wstring Output() { return machine_.console.output.text(); }
+  std::wstring Errors() { return machine_.console.error_output.text(); }
 
   const std::wstring last_good_ = ConfigPath() + L".lastgood";
   simulation::Machine& machine_ = simulation::TheMachine();

@@ -55,6 +55,11 @@ void PipeClient::Subscribe() {
   EXPECT_TRUE(Eventually([before] { return SubscriberCount() == before + 1; }));
 }
 
+platform::Code TryOpen(const wchar_t* name) {
+  platform::Pipe pipe;
+  return platform::OpenPipe(name, true, pipe);
+}
+
 std::string Refusal(const std::string& error) {
   return R"({"ok":false,"error":")" + error + R"("})";
 }

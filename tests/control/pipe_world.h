@@ -36,6 +36,10 @@ class PipeClient {
 
 inline constexpr const char* kEnded = "(ended)";
 
+// What coming to a pipe and leaving it again is answered with.
+inline constexpr platform::Code kPipeBusy = 231;
+platform::Code TryOpen(const wchar_t* name);
+
 // {"ok":false,"error":error}, as it stands on the pipe.
 std::string Refusal(const std::string& error);
 

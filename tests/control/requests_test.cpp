@@ -25,11 +25,9 @@ TEST_F(PipeRequests, OnlySystemAndAdministratorsConnect) {
     EXPECT_NE(first.Ask("{}"), kEnded);
     machine.token.local_system = row.system;
     machine.token.elevated = row.administrator;
-    platform::Pipe pipe;
     platform::Code code = platform::kSuccess;
     EXPECT_TRUE(Eventually([&] {
-      constexpr platform::Code kPipeBusy = 231;
-      code = platform::OpenPipe(kControlPipeName, true, pipe);
+      code = TryOpen(kControlPipeName);
       return code != kPipeBusy;
     }));
     EXPECT_EQ(code, row.opened);

@@ -16,7 +16,6 @@
 namespace kestrelon::test {
 namespace {
 
-constexpr platform::Code kPipeBusy = 231;
 constexpr std::uint32_t kAsks = 40;    // the process of a module that may ask for the status
 constexpr std::uint32_t kSilent = 44;  // of one that may not
 constexpr const char* kHello = R"({"cmd":"hello"})";
@@ -35,11 +34,6 @@ Json Protected() {
 PipeClient ConnectAs(std::uint32_t process_id) {
   const simulation::AsProcess as(process_id);
   return PipeClient(kModulePipeName);
-}
-
-platform::Code TryOpen() {
-  platform::Pipe pipe;
-  return platform::OpenPipe(kModulePipeName, true, pipe);
 }
 
 void Record(const wchar_t* id, std::uint32_t process_id, std::vector<std::wstring> permissions) {
@@ -164,7 +158,7 @@ TEST_F(ModulePipe, SixteenClientsAreServedAndTheNextWhenOneHasLeft) {
     clients.push_back(ConnectAs(kAsks));
     EXPECT_EQ(clients.back().Ask(kHello), kAsksHello);
   }
-  EXPECT_EQ(TryOpen(), kPipeBusy);
+  EXPECT_EQ(TryOpen(kModulePipeName), kPipeBusy);
   clients.pop_front();
   EXPECT_EQ(ConnectAs(kSilent).Ask(kHello), kSilentHello);
   EXPECT_EQ(Logged("CreateNamedPipe failed"), 0U) << "there was nothing to make";
@@ -196,7 +190,7 @@ TEST_F(ModulePipe, WhatFailsToOpenIsClosedAndOpensLater) {
     EXPECT_EQ(ConnectAs(kAsks).Ask(kHello), kAsksHello);
     ExpectPromptClose();
     CloseModulePipe();
-    EXPECT_EQ(TryOpen(), platform::kFileNotFound);
+    EXPECT_EQ(TryOpen(kModulePipeName), platform::kFileNotFound);
     EXPECT_EQ(Logged("  Module pipe opened\r\n"), round);
     EXPECT_EQ(Logged("  Module pipe closed\r\n"), round);
   }

@@ -16,7 +16,7 @@ class Intruder {
   // Of the product's regular filters, the one with the lowest key; there must be one.
   platform::Filter FirstFilter();
   // One that lets everything out, in the product's sublayer, of no provider.
-  platform::Filter ForeignFilter();
+  static platform::Filter ForeignFilter();
 
   void Delete(const Guid& key);
   void Add(const platform::Filter& filter);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <thread>
 
 #include "base/text.h"
@@ -13,8 +12,8 @@
 #include "config/config_file.h"
 #include "core/core_loop.h"
 #include "tests/scenario/client.h"
-#include "tests/scenario/intruder.h"
 #include "tests/scenario/random_world.h"
+#include "tests/scenario/threads.h"
 #include "updates/update_state.h"
 
 // Of the sanitizers' allocators, which mallinfo2 knows nothing of.
@@ -46,11 +45,6 @@ std::size_t AllocatedBytes() {
   return mallinfo2().uordblks;
 }
 
-std::size_t Threads() {
-  const std::filesystem::directory_iterator tasks("/proc/self/task");
-  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
-}
-
 // The fewest of several looks: threads that have done their work are still on their way out.
 std::size_t ThreadsAtRest() {
   std::size_t fewest = Threads();
@@ -78,42 +72,22 @@ class LongRun : public Scenario {
       case 0:
         (void)SetConfig(RandomConfig(dice_, world));
         break;
-      case 1:
-        world.Program(dice_.OneIn(2) ? kTool : kOther, dice_.OneIn(2) ? "one" : "another");
-        // Else a block by the file watch may come right behind the pass, and stay until the next.
-        machine.watches.WaitForWatchers();
-        break;
-      case 2:
-        machine.network.SetDnsServers({dice_.OneIn(2) ? L"192.0.2.53" : L"192.0.2.54"});
-        break;
-      case 3:
-        if (machine.engine.running()) Tamper();
-        break;
-      case 4:
-        machine.engine.Stop();
-        break;
       case 5:
         machine.faults.FailOnce("CommitTransaction", platform::kTransactionTimeout);
         break;
       case 6:
         SetModule(dice_.OneIn(2));
         break;
+      case 1:
+      case 2:
+      case 3:
+      case 4:
       case 7:
-        HappenToModules();
+        HappenTo(world, dice_, Happening::kAny);
         break;
       default:
         if (!machine.engine.running()) machine.engine.Start();
         break;
-    }
-  }
-
-  void Tamper() {
-    Intruder intruder;
-    const std::vector<Guid> keys = world.FilterKeys();
-    if (!keys.empty() && dice_.OneIn(2)) {
-      intruder.Delete(keys[dice_.Below(keys.size())]);
-    } else if (!std::binary_search(keys.begin(), keys.end(), intruder.ForeignFilter().key)) {
-      intruder.Add(intruder.ForeignFilter());
     }
   }
 
@@ -132,33 +106,6 @@ class LongRun : public Scenario {
     request["enabled"] = enabled;
     request["grant"] = kRandomGrant;
     (void)Client().Ask(request);
-  }
-
-  void HappenToModules() {
-    simulation::Machine& machine = world.machine();
-    constexpr std::uint32_t kClosedByUser = 0x4B530000;
-    const auto session = static_cast<std::uint32_t>(1 + dice_.Below(2));
-    switch (dice_.Below(4)) {
-      case 0:
-        machine.sessions.SignIn(session);
-        break;
-      case 1:
-        machine.sessions.SignOut(session);
-        break;
-      case 2:
-        for (const std::uint32_t id : machine.processes.Running(kModuleFile, session)) {
-          machine.processes.End(id, dice_.OneIn(3) ? kClosedByUser : 0);
-        }
-        break;
-      default:
-        if (dice_.OneIn(3)) {
-          world.ReplaceModule();
-        } else {
-          world.InstallModule(kRandomModule, kRandomGrant);
-        }
-        machine.watches.WaitForWatchers();
-        break;
-    }
   }
 
   // Only what the user approved runs, at most once for each session.

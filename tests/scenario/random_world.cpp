@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "config/config_file.h"
 #include "platform/system_text.h"
+#include "tests/scenario/intruder.h"
 
 namespace kestrelon::test {
 namespace {
@@ -59,7 +60,68 @@ AppEntry RandomApp(Dice& dice, const World& world) {
   return app;
 }
 
+// In a transaction, so that nobody else takes the same filter away.
+void Tamper(World& world, Dice& dice) {
+  platform::EngineHandle session = 0;
+  if (platform::OpenEngineSession({L"intruder", 0, 1000}, session)) return;
+  if (platform::BeginTransaction(session, 0) == platform::kSuccess) {
+    const std::vector<Guid> keys = world.FilterKeys();
+    const platform::Filter foreign = Intruder::ForeignFilter();
+    std::uint64_t id = 0;
+    if (dice.OneIn(2)) {
+      (void)platform::AddFilter(session, foreign, {}, id);
+    } else if (!keys.empty()) {
+      EXPECT_EQ(platform::DeleteFilter(session, keys[dice.Below(keys.size())]), platform::kSuccess);
+    }
+    (void)platform::CommitTransaction(session);
+  }
+  platform::CloseEngineSession(session);
+}
+
+void HappenToSession(World& world, Dice& dice) {
+  constexpr std::uint32_t kClosedByUser = 0x4B530000;
+  simulation::Machine& machine = world.machine();
+  const auto session = static_cast<std::uint32_t>(1 + dice.Below(2));
+  if (dice.OneIn(3)) return machine.sessions.SignIn(session);
+  if (dice.OneIn(3)) return machine.sessions.SignOut(session);
+  for (const std::uint32_t id : machine.processes.Running(kModuleFile, session)) {
+    machine.processes.End(id, dice.OneIn(3) ? kClosedByUser : 0);
+  }
+}
+
+void HappenToFile(World& world, Dice& dice, Happening kind) {
+  if (kind == Happening::kHarmless) {
+    world.machine().files.Write(L"C:\\Tools\\unlisted.exe", dice.OneIn(2) ? "one" : "another");
+  } else if (dice.OneIn(2)) {
+    world.Program(dice.OneIn(2) ? kTool : kOther, dice.OneIn(2) ? "one" : "another");
+  } else if (dice.OneIn(3)) {
+    world.ReplaceModule();
+  } else {
+    world.InstallModule(kRandomModule, kRandomGrant);
+  }
+  // Else a block by the file watch may come right behind a pass, and stay until the next.
+  world.machine().watches.WaitForWatchers();
+}
+
 }  // namespace
+
+void HappenTo(World& world, Dice& dice, Happening kind) {
+  simulation::Machine& machine = world.machine();
+  switch (dice.Below(kind == Happening::kAny ? 6 : 4)) {
+    case 0:
+      return machine.engine.Stop();
+    case 1:
+      return machine.network.ChangeInterfaces();
+    case 2:
+      return HappenToSession(world, dice);
+    case 3:
+      return HappenToFile(world, dice, kind);
+    case 4:
+      return machine.network.SetDnsServers({dice.OneIn(2) ? L"192.0.2.53" : L"192.0.2.54"});
+    default:
+      return Tamper(world, dice);
+  }
+}
 
 std::uint32_t FirstSeed() {
   const char* seed = std::getenv("KESTRELON_SEED");

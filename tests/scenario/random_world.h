@@ -51,6 +51,14 @@ inline constexpr const wchar_t* kRandomGrant =
 [[nodiscard]] Config RandomConfig(Dice& dice, const World& world);
 [[nodiscard]] Attempt RandomAttempt(Dice& dice);
 
+enum class Happening {
+  kAny,
+  kHarmless,  // what the configuration means stays as it is
+};
+// Has something happen to the machine: to its engine, if that runs, to files, sessions, modules,
+// interfaces. Another thread may do anything meanwhile but look at the facts.
+void HappenTo(World& world, Dice& dice, Happening kind);
+
 // Puts random attempts to the engine and to the oracle; false, and a failed test that tells all
 // there is to know, at the first on which they differ.
 bool ExpectJudged(World& world, const Config& config, Dice& dice, int attempts, std::uint32_t seed);

@@ -1,0 +1,58 @@
+#include "tests/scenario/threads.h"
+
+#include <execinfo.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <string>
+
+namespace kestrelon::test {
+namespace {
+
+constexpr const char* kTasks = "/proc/self/task";
+
+void ShowStack(int) {
+  void* frames[64];
+  backtrace_symbols_fd(frames, backtrace(frames, 64), STDERR_FILENO);
+}
+
+void ShowAllStacks() {
+  signal(SIGUSR1, ShowStack);
+  for (const auto& task : std::filesystem::directory_iterator(kTasks)) {
+    const std::string id = task.path().filename();
+    std::fprintf(stderr, "Nothing goes on any more; thread %s:\n", id.c_str());
+    tgkill(getpid(), std::stoi(id), SIGUSR1);
+    usleep(300'000);  // else the stacks would mingle
+  }
+}
+
+}  // namespace
+
+std::size_t Threads() {
+  const std::filesystem::directory_iterator tasks(kTasks);
+  return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+Watchdog::Watchdog(std::chrono::seconds limit) {
+  thread_ = std::thread([this, limit] {
+    std::unique_lock lock(mutex_);
+    if (changed_.wait_for(lock, limit, [this] { return over_; })) return;
+    ShowAllStacks();
+    std::abort();
+  });
+}
+
+Watchdog::~Watchdog() {
+  {
+    const std::lock_guard lock(mutex_);
+    over_ = true;
+  }
+  changed_.notify_all();
+  thread_.join();
+}
+
+}  // namespace kestrelon::test

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -15,7 +16,6 @@ namespace kestrelon {
 // One directive of a format text, as found behind its '%'.
 struct FormatDirective {
   wchar_t letter = 0;   // s d u x X f or %; 0 when the directive is malformed
-  int length = 0;       // 0 plain, 1 for 'l', 2 for 'll', 3 for 'z'
   int width = 0;        // minimal digits, 0 for none
   bool zeros = false;   // pad to the width with zeros instead of blanks
   int precision = -1;   // digits behind the point of %f, -1 when not given
@@ -37,11 +37,11 @@ constexpr FormatDirective ReadDirective(std::wstring_view text, std::size_t at) 
     directive.precision = 0;
     for (; digit(); ++i) directive.precision = directive.precision * 10 + (text[i] - L'0');
   }
-  if (i < text.size() && text[i] == L'z') {
-    directive.length = 3;
-    ++i;
-  } else {
-    for (; i < text.size() && text[i] == L'l' && directive.length < 2; ++i) ++directive.length;
+  // An argument knows its own size.
+  for (const std::wstring_view size : {L"z", L"ll", L"l"}) {
+    if (!text.substr(i).starts_with(size)) continue;
+    i += size.size();
+    break;
   }
   if (i < text.size()) {
     const std::wstring_view letters = L"sduxXf%";

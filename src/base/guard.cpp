@@ -20,7 +20,7 @@ struct HeldGuard {
   GuardRank rank;
 };
 
-// No thread nests deeper than this: three ranked guards, one of them taken again, and a leaf.
+// No thread nests deeper than this: a guard of each rank, the recursive one some times more.
 constexpr int kMostHeld = 16;
 
 thread_local HeldGuard held_guards[kMostHeld];

@@ -2,8 +2,9 @@
 // its guard, and debug builds check at run time that guards are taken in their order.
 //
 // The order, outermost first, is the order of GuardRank. A thread may take a guard only while it
-// holds none of the same or a later rank; a leaf is never held while another guard is taken. A
-// violation ends the process with the names of both guards.
+// holds none of the same or a later rank; a leaf is never held while another guard is taken. The
+// one exception is a recursive guard that the thread holds already. A violation ends the process
+// with the names of both guards.
 #pragma once
 
 #include <chrono>

@@ -67,11 +67,19 @@ void SaveLastGood(const std::wstring& path, const Config& config) {
   }
 }
 
-// Saves to config.json, and to the last working copy unless the strict fallback is in force: that
-// one must never take its place.
-bool SaveUnderFallback(const Config& config, std::wstring& error) REQUIRES(ConfigGuard) {
-  if (Core.FallbackKind == L"strict") return SaveConfigFile(ConfigPath(), config, error);
-  return SaveConfigWithLastGood(ConfigPath(), config, error);
+// Whether a configuration has ever existed on this machine; survives the deletion of the files.
+bool ConfigCreatedIsSet() {
+  std::uint32_t value = 0;
+  return platform::ReadRegistryDword(kRegistryKey, kCreatedValue, value) == platform::kSuccess &&
+         value == 1;
+}
+
+void SetConfigCreated() {
+  if (ConfigCreatedIsSet()) return;
+  const platform::Code code = platform::WriteRegistryDword(kRegistryKey, kCreatedValue, 1);
+  if (code != platform::kSuccess) {
+    LogService(L"Cannot write %s\\ConfigCreated: %s", kRegistryKey, ErrorText(code));
+  }
 }
 
 void StartWithDefault(Config& config) {
@@ -151,13 +159,14 @@ void ObtainStartConfig(Config& config) {
   }
 }
 
-bool SaveStartConfig(const Config& config, std::wstring& error) {
-  return SaveUnderFallback(config, error);
+bool SaveConfig(const Config& config, std::wstring& error) {
+  if (Core.FallbackKind == L"strict") return SaveConfigFile(ConfigPath(), config, error);
+  return SaveConfigWithLastGood(ConfigPath(), config, error);
 }
 
 bool SaveCurrentConfig() {
   std::wstring error;
-  if (SaveUnderFallback(Core.CurrentConfig, error)) return true;
+  if (SaveConfig(Core.CurrentConfig, error)) return true;
   LogService(L"Cannot save configuration: %s", error);
   return false;
 }
@@ -201,20 +210,6 @@ bool RestoreConfig(Config& config, std::wstring& source) {
     return true;
   }
   return false;
-}
-
-bool ConfigCreatedIsSet() {
-  std::uint32_t value = 0;
-  return platform::ReadRegistryDword(kRegistryKey, kCreatedValue, value) == platform::kSuccess &&
-         value == 1;
-}
-
-void SetConfigCreated() {
-  if (ConfigCreatedIsSet()) return;
-  const platform::Code code = platform::WriteRegistryDword(kRegistryKey, kCreatedValue, 1);
-  if (code != platform::kSuccess) {
-    LogService(L"Cannot write %s\\ConfigCreated: %s", kRegistryKey, ErrorText(code));
-  }
 }
 
 }  // namespace kestrelon

@@ -20,11 +20,11 @@ namespace kestrelon {
 // texts of the core's state. Cannot fail; every problem is logged.
 void ObtainStartConfig(Config& config) REQUIRES(ConfigGuard);
 
-// Writes a configuration changed by a stage of the start: to config.json, and to the last working
-// copy unless the strict fallback is in force.
-[[nodiscard]] bool SaveStartConfig(const Config& config, std::wstring& error) REQUIRES(ConfigGuard);
+// Writes a configuration to config.json, and to the last working copy unless the strict fallback is
+// in force, which must never take its place.
+[[nodiscard]] bool SaveConfig(const Config& config, std::wstring& error) REQUIRES(ConfigGuard);
 
-// Writes the live configuration under the same rules. Failure is logged; false then.
+// Writes the live configuration by SaveConfig. Failure is logged; false then.
 bool SaveCurrentConfig() REQUIRES(ConfigGuard);
 
 // Writes `config` to `path` and to its ".lastgood". A failure of the second is logged and counts
@@ -38,9 +38,5 @@ void BackupConfig();
 
 // Finds the newest copy that still loads; false when there is none.
 [[nodiscard]] bool RestoreConfig(Config& config, std::wstring& source);
-
-// Whether a configuration has ever existed on this machine. Survives the deletion of the files.
-[[nodiscard]] bool ConfigCreatedIsSet();
-void SetConfigCreated();
 
 }  // namespace kestrelon

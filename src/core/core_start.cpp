@@ -43,7 +43,7 @@ void EndTemporaryPermissions(Config& config) REQUIRES(ConfigGuard) {
   if (ended.empty()) return;
   for (const AppEntry& app : ended) LogEndedPermission(app);
   std::wstring error;
-  if (!SaveStartConfig(config, error)) LogService(L"Cannot save configuration: %s", error);
+  if (!SaveConfig(config, error)) LogService(L"Cannot save configuration: %s", error);
 }
 
 // Brings an older configuration up to the present predefined rules.
@@ -51,7 +51,7 @@ void UpgradePredefinedRules(Config& config) REQUIRES(ConfigGuard) {
   if (!UpgradePresets(config)) return;
   LogService(L"Predefined rules updated to generation %d (new ones added)", kPresetsGeneration);
   std::wstring error;
-  if (!SaveStartConfig(config, error)) LogService(L"Cannot save configuration: %s", error);
+  if (!SaveConfig(config, error)) LogService(L"Cannot save configuration: %s", error);
 }
 
 // From now on what happens on the machine wakes the loop. Without the notification of interfaces

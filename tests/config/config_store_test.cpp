@@ -82,17 +82,6 @@ TEST(ObtainStartConfig, TakesWhatLoadsOrRestoresOrBlocksAll) {
   }
 }
 
-TEST(ObtainStartConfig, ARecoveryThatCannotBeWrittenIsStillInForce) {
-  StoreWorld world;
-  world.SetCreated();
-  world.files().SetFull(true);
-  EXPECT_EQ(world.Obtain(), StrictConfig());
-  EXPECT_EQ(world.Fallback(), L"strict|missing||");
-  world.Put(kLastGood, MarkedConfig(L"good"));
-  EXPECT_EQ(world.Obtain(), MarkedConfig(L"good"));
-  EXPECT_EQ(world.Fallback(), L"restored|missing|lastgood|");
-}
-
 TEST(RestoreConfig, TakesTheNewestCopyThatLoads) {
   struct Row {
     std::vector<std::pair<std::wstring, bool>> backups;  // name, whether it loads
@@ -171,7 +160,7 @@ TEST(SaveConfig, LastWorkingCopyIsSparedByTheStrictFallbackOnly) {
     EXPECT_EQ(world.Loaded(kConfigFile), MarkedConfig(L"new"));
     EXPECT_EQ(world.Loaded(kLastGood), MarkedConfig(spared ? L"good" : L"new")) << kind;
     std::wstring error;
-    EXPECT_TRUE(SaveStartConfig(MarkedConfig(L"newer"), error)) << error;
+    EXPECT_TRUE(SaveConfig(MarkedConfig(L"newer"), error)) << error;
     EXPECT_EQ(world.Loaded(kConfigFile), MarkedConfig(L"newer"));
     EXPECT_EQ(world.Loaded(kLastGood), MarkedConfig(spared ? L"good" : L"newer")) << kind;
   }

@@ -1,6 +1,5 @@
 #include "identity/app_pattern.h"
 
-#include <cstdint>
 #include <limits>
 #include <string_view>
 

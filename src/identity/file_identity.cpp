@@ -3,6 +3,7 @@
 // taken first, and the hash is taken again after the verification.
 #include "identity/file_identity.h"
 
+#include <cstdint>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "identity/paths.h"
 #include "identity/verify_trust.h"
 #include "platform/clock.h"
+#include "platform/crypto.h"
 #include "platform/files.h"
 #include "platform/system_text.h"
 
@@ -117,6 +119,26 @@ void Store(const Inquiry& inquiry, const FileIdentity& identity) {
                      ParentDirectory(inquiry.key), identity});
 }
 
+// SHA-256 of the content. False when it can't be opened or read to its end.
+bool HashFile(const std::wstring& path, Sha256Digest& digest) {
+  platform::File file;
+  if (platform::OpenFile(path, platform::kGenericRead, platform::kShareAll, platform::kOpenExisting,
+                         platform::kSequentialScan, file) != platform::kSuccess) {
+    return false;
+  }
+  platform::Sha256 hash;
+  if (hash.Begin() != platform::kSuccess) return false;
+  const auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(kHashPieceBytes);
+  for (;;) {
+    std::uint32_t read = 0;
+    if (platform::ReadFileBytes(file, buffer.get(), kHashPieceBytes, read) != platform::kSuccess) {
+      return false;
+    }
+    if (read == 0) return hash.Finish(digest) == platform::kSuccess;
+    if (hash.Add(buffer.get(), read) != platform::kSuccess) return false;
+  }
+}
+
 // Verifies the file and makes sure that it was one and the same file all along.
 bool VerifyHashed(const Inquiry& inquiry, FileIdentity& identity) {
   FileIdentity verified{true, false, {}, HexText(inquiry.hash.data(), inquiry.hash.size())};
@@ -143,25 +165,6 @@ FileIdentity IdentityFor(const std::wstring& path) {
   if (!VerifyHashed(inquiry, identity)) return unknown;
   Store(inquiry, identity);
   return identity;
-}
-
-bool HashFile(const std::wstring& path, Sha256Digest& digest) {
-  platform::File file;
-  if (platform::OpenFile(path, platform::kGenericRead, platform::kShareAll, platform::kOpenExisting,
-                         platform::kSequentialScan, file) != platform::kSuccess) {
-    return false;
-  }
-  platform::Sha256 hash;
-  if (hash.Begin() != platform::kSuccess) return false;
-  const auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(kHashPieceBytes);
-  for (;;) {
-    std::uint32_t read = 0;
-    if (platform::ReadFileBytes(file, buffer.get(), kHashPieceBytes, read) != platform::kSuccess) {
-      return false;
-    }
-    if (read == 0) return hash.Finish(digest) == platform::kSuccess;
-    if (hash.Add(buffer.get(), read) != platform::kSuccess) return false;
-  }
 }
 
 void MarkIdentitiesStale(const std::wstring& directory) {

@@ -1,10 +1,7 @@
 // What a file is: whether it exists, who signed it, what its hash is.
 #pragma once
 
-#include <cstdint>
 #include <string>
-
-#include "platform/crypto.h"
 
 namespace kestrelon {
 
@@ -20,9 +17,6 @@ struct FileIdentity {
 // The identity of a file. "System" stands for the kernel's image. Answers are cached by size, write
 // time and change number; a miss hashes and verifies the file, which may take seconds. Any thread.
 [[nodiscard]] FileIdentity IdentityFor(const std::wstring& path);
-
-// SHA-256 of a file's content. False when it can't be opened or read to its end.
-[[nodiscard]] bool HashFile(const std::wstring& path, platform::Sha256Digest& digest);
 
 // Makes the next IdentityFor of each cached file in `directory` (lower case) verify it anew.
 void MarkIdentitiesStale(const std::wstring& directory);

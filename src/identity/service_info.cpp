@@ -46,18 +46,8 @@ std::wstring WithoutKernelPrefix(const std::wstring& path) {
   return path;
 }
 
-}  // namespace
-
-std::wstring ResolveServiceSid(const std::wstring& name) {
-  std::wstring sid;
-  if (platform::SidOfAccount(L"NT SERVICE\\" + name, sid) != platform::kSuccess) return {};
-  return sid;
-}
-
-std::wstring ExecutableOfCommandLine(std::wstring_view command_line) {
-  return WithoutKernelPrefix(ExpandPath(FirstWord(Trim(command_line))));
-}
-
+// Fills `info` from an open service; false when its settings can't be read, `info` is then as it
+// was. A SID, SID type or state that can't be read stays empty.
 bool ResolveCommandLine(const platform::ServiceHandle& service, const std::wstring& name,
                         ServiceInfo& info) {
   platform::ServiceSettings settings;
@@ -76,6 +66,18 @@ bool ResolveCommandLine(const platform::ServiceHandle& service, const std::wstri
   }
   info = std::move(resolved);
   return true;
+}
+
+}  // namespace
+
+std::wstring ResolveServiceSid(const std::wstring& name) {
+  std::wstring sid;
+  if (platform::SidOfAccount(L"NT SERVICE\\" + name, sid) != platform::kSuccess) return {};
+  return sid;
+}
+
+std::wstring ExecutableOfCommandLine(std::wstring_view command_line) {
+  return WithoutKernelPrefix(ExpandPath(FirstWord(Trim(command_line))));
 }
 
 bool ResolveService(const std::wstring& name, ServiceInfo& info) {

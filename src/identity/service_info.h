@@ -26,12 +26,8 @@ struct ServiceInfo {
 // kernel-style prefixes taken off.
 [[nodiscard]] std::wstring ExecutableOfCommandLine(std::wstring_view command_line);
 
-// Fills `info` from an open service; false when its settings can't be read, `info` is then as it
-// was. A SID, SID type or state that can't be read stays empty.
-[[nodiscard]] bool ResolveCommandLine(const platform::ServiceHandle& service,
-                                      const std::wstring& name, ServiceInfo& info);
-
-// Opens a service by name and resolves it.
+// What is known of the service of a name. False when it can't be opened or its settings can't be
+// read, `info` is then as it was. A SID, SID type or state that can't be read stays empty.
 [[nodiscard]] bool ResolveService(const std::wstring& name, ServiceInfo& info);
 
 // Every Win32 service; those that can't be opened are left out.

@@ -20,6 +20,17 @@ bool IsRevocationUnknown(Code result) {
          result == platform::kRevocationOffline;
 }
 
+// Verifies the signature of the first catalog that holds the file's hash by `algorithm`.
+bool VerifyCatalog(const std::wstring& path, const std::wstring& algorithm, std::wstring& signer) {
+  platform::CatalogMember member;
+  if (platform::FindCatalogMember(path, algorithm, member) != platform::kSuccess) return false;
+  return VerifyTrust(
+      [&member](const TrustPass& pass, std::wstring& found) {
+        return platform::VerifyCatalogSignature(member, pass, found);
+      },
+      signer);
+}
+
 }  // namespace
 
 bool VerifyTrust(const TrustCheck& check, std::wstring& signer) {
@@ -30,16 +41,6 @@ bool VerifyTrust(const TrustCheck& check, std::wstring& signer) {
   if (result != platform::kSuccess || found.empty()) return false;
   signer = std::move(found);
   return true;
-}
-
-bool VerifyCatalog(const std::wstring& path, const std::wstring& algorithm, std::wstring& signer) {
-  platform::CatalogMember member;
-  if (platform::FindCatalogMember(path, algorithm, member) != platform::kSuccess) return false;
-  return VerifyTrust(
-      [&member](const TrustPass& pass, std::wstring& found) {
-        return platform::VerifyCatalogSignature(member, pass, found);
-      },
-      signer);
 }
 
 bool VerifyFile(const std::wstring& path, std::wstring& signer) {

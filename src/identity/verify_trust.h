@@ -18,11 +18,8 @@ using TrustCheck = std::function<platform::Code(const platform::TrustPass&, std:
 // name; `signer` is unchanged otherwise.
 [[nodiscard]] bool VerifyTrust(const TrustCheck& check, std::wstring& signer);
 
-// Verifies the signature of the first catalog that holds the file's hash by `algorithm`.
-[[nodiscard]] bool VerifyCatalog(const std::wstring& path, const std::wstring& algorithm,
-                                 std::wstring& signer);
-
-// Verifies the embedded signature or, failing that, a catalog's.
+// Verifies the embedded signature or, failing that, a catalog's: of each kind of hash, the first
+// catalog that holds the file's counts.
 [[nodiscard]] bool VerifyFile(const std::wstring& path, std::wstring& signer);
 
 }  // namespace kestrelon

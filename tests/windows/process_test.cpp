@@ -1,4 +1,5 @@
-// The process's own surroundings: its version resource, which is the product's, and its streams.
+// The product's version resource, of the executable beside this program, and a process's own
+// surroundings.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include "platform/process_hardening.h"
 #include "platform/resources.h"
 #include "platform/sessions.h"
+#include "tests/contract/scratch.h"
 
 namespace {
 
@@ -18,6 +20,7 @@ TEST(VersionResource, NamesTheProductAndItsVersion) {
   std::wstring path;
   ASSERT_EQ(ExecutableFile(path), kSuccess);
   VersionBlock block;
+  path.replace(path.rfind(L'\\') + 1, std::wstring::npos, L"KestrelonSvc.exe");
   ASSERT_EQ(LoadVersionBlock(path, block), kSuccess);
   std::vector<std::uint8_t> translation;
   ASSERT_TRUE(VersionBytes(block, L"\\VarFileInfo\\Translation", translation));
@@ -40,7 +43,7 @@ TEST(VersionResource, NamesTheProductAndItsVersion) {
 
 TEST(StandardOutput, TakesTextAsUtf8) {
   File file;
-  const std::wstring path = L"C:\\output.txt";
+  const std::wstring path = contract::FreshDirectory() + L"\\output.txt";
   ASSERT_EQ(OpenFile(path, kGenericWrite, kShareAll, kCreateAlways, kNormalFile, file), kSuccess);
   const HANDLE before = GetStdHandle(STD_OUTPUT_HANDLE);
   SetStdHandle(STD_OUTPUT_HANDLE, reinterpret_cast<HANDLE>(file.handle()));

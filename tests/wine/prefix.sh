@@ -90,7 +90,7 @@ install_bench() {
   cp --remove-destination "$bin_dir/fwpuclnt.dll" "$bin_dir/wtsapi32.dll" "$system32/"
   for program in "$@" wfpctl.exe; do use_bench "$program"; done
   # Both fail on a machine that has the service already; whether it runs is what counts.
-  wine sc create BFE binPath= 'C:\bench\BFE.exe' >/dev/null 2>&1 || true
+  wine sc create BFE DisplayName= 'Base Filtering Engine' binPath= 'C:\bench\BFE.exe' >/dev/null 2>&1 || true
   wine sc start BFE >/dev/null 2>&1 || true
   wait_for_engine
 }

@@ -1,20 +1,18 @@
 // What it costs to publish events to a hundred subscribers, each on a thread of its own, one of
 // which never takes any.
 //
-// The peer of the same run does no more than the least: one copy of the text into each of a hundred
-// queues of the same bound, without guard, wake-up or reader. The publisher waits for the readers
-// before any of them could have a thousand texts outstanding: none may then be lost. All times are
-// the processor's: what else the machine does is not this code's.
+// The bound does no more than the least: one copy of the text into each of a hundred queues of the
+// same length, without guard, wake-up or reader. The publisher waits for the readers before any of
+// them could have a thousand texts outstanding: none may then be lost.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <deque>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bench/measure.h"
 #include "control/event_stream.h"
 #include "control/subscribers.h"
 
@@ -32,13 +30,6 @@ std::string EventNumber(std::size_t n) {
          R"(,"app":"C:\\Program Files\\Vendor\\Product\\application.exe","remote":"203.0.113.5",)"
          R"("remote_port":443,"local_port":49152,"protocol":6,"direction":"out","filter":)"
          R"("Kestrelon default block outbound v4","user":"S-1-5-21-1-2-3-1001"}})";
-}
-
-// Processor time so far of the calling thread, or of the process with all of its threads.
-double Seconds(clockid_t clock) {
-  timespec now{};
-  if (clock_gettime(clock, &now) != 0) std::abort();
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
 // Readers of everything that is published, in order.
@@ -83,33 +74,33 @@ struct Times {
 
 Times Publish(const std::vector<std::string>& texts, Readers& readers) {
   Times times;
-  const double start = Seconds(CLOCK_PROCESS_CPUTIME_ID);
+  const double start = ProcessNanoseconds();
   for (std::size_t begin = 0; begin < texts.size(); begin += kBatch) {
-    const double batch = Seconds(CLOCK_THREAD_CPUTIME_ID);
+    const double batch = ThreadNanoseconds();
     for (std::size_t n = begin; n < begin + kBatch; ++n) PublishEvent(texts[n]);
-    times.publishing += Seconds(CLOCK_THREAD_CPUTIME_ID) - batch;
+    times.publishing += ThreadNanoseconds() - batch;
     readers.Await(begin + kBatch);
   }
-  times.whole = Seconds(CLOCK_PROCESS_CPUTIME_ID) - start;
+  times.whole = ProcessNanoseconds() - start;
   return times;
 }
 
 double BareCopies(const std::vector<std::string>& texts) {
   std::vector<std::deque<std::string>> queues(kReaders + 1);
-  const double start = Seconds(CLOCK_THREAD_CPUTIME_ID);
+  const double start = ThreadNanoseconds();
   for (const std::string& text : texts) {
     for (std::deque<std::string>& queue : queues) {
       if (queue.size() >= kBound) queue.pop_front();
       queue.push_back(text);
     }
   }
-  return Seconds(CLOCK_THREAD_CPUTIME_ID) - start;
+  return ThreadNanoseconds() - start;
 }
 
-int Run() {
+void Run() {
   std::vector<std::string> texts;
   for (std::size_t n = 0; n < kEvents; ++n) texts.push_back(EventNumber(n));
-  const double copies = BareCopies(texts);
+  const double copies = BareCopies(texts) / kEvents;
 
   Subscriber stalled;
   {
@@ -120,24 +111,23 @@ int Run() {
   const Times times = Publish(texts, readers);
   const std::size_t lost = readers.End();
 
-  std::size_t kept_bytes = 0;
-  for (const EventText& text : stalled.queue) kept_bytes += text->size();
-  std::printf("%zu events of %zu bytes to %zu subscribers, one stalled\n", kEvents,
-              texts.back().size(), kReaders + 1);
-  std::printf("publishing, speed over bare copies into as many queues  %6.2f x  (%.0f events/s)\n",
-              copies / times.publishing, static_cast<double>(kEvents) / times.publishing);
-  std::printf("publishing and reading, over the same copies            %6.2f x  (%.0f events/s)\n",
-              copies / times.whole, static_cast<double>(kEvents) / times.whole);
-  std::printf("lost by those that read: %zu%s\n", lost, lost == 0 ? "" : "  MISSED");
-  std::printf("kept for the stalled one: %zu texts, %.2f MB%s\n", stalled.queue.size(),
-              static_cast<double>(kept_bytes) / 1e6,
-              stalled.queue.size() == kBound ? "" : "  MISSED");
-  return 0;
+  char paragraph[200];
+  std::snprintf(paragraph, sizeof paragraph,
+                "%zu events of %zu bytes to %zu subscribers on threads of their own, one of which "
+                "takes none. Each:",
+                kEvents, texts.back().size(), kReaders + 1);
+  PrintSection("Events to subscribers", paragraph);
+  constexpr const char* kCopying = "bare copies into as many queues";
+  Print({"publishing", times.publishing / kEvents, kCopying, copies});
+  Print({"publishing and reading by all", times.whole / kEvents, kCopying, copies});
+  PrintFact("lost by those that read", std::to_string(lost), "0", lost == 0);
+  PrintFact("kept for the one that takes none", std::to_string(stalled.queue.size()) + " texts",
+            "at most 1000", stalled.queue.size() <= kBound);
 }
 
 }  // namespace
 }  // namespace kestrelon
 
 int main() {
-  return kestrelon::Run();
+  kestrelon::Run();
 }

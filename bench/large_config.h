@@ -1,25 +1,28 @@
-// What benchmarks of filters have in common: a large configuration and the measuring.
+// The configurations that benchmarks have in common.
 #pragma once
 
-#include <functional>
 #include <string>
 
 #include "config/config.h"
 
 namespace kestrelon {
 
+struct ConfigSize {
+  int rules = 5000;
+  int apps = 2000;
+  int networks = 25000;
+};
+
 // Path of an application by its number.
 [[nodiscard]] std::wstring AppPath(int i);
 
-// 5,000 rules, half of them for one of `apps` applications each, and a list of 25,000 networks; all
-// for both directions and families.
-[[nodiscard]] Config LargeConfig(int apps);
+// What an engine has to do most with: rules, half of them for one of the applications each, and a
+// list of networks; all for both directions and families. The applications themselves are not
+// listed.
+[[nodiscard]] Config ConfigOfNetworks(const ConfigSize& size);
 
-// Processor time of the best of some rounds: what the code takes when nothing else runs.
-[[nodiscard]] double Milliseconds(const std::function<void()>& work);
-
-// One line: a time, the same without the simulation's share, and as a multiple of a bound of the
-// same run.
-void Print(const char* what, double milliseconds, double own, const char* bound, double bound_ms);
+// What a file is long with: applications with all that was learnt of them, and rules with several
+// addresses.
+[[nodiscard]] Config ConfigOfApps(const ConfigSize& size);
 
 }  // namespace kestrelon

@@ -100,10 +100,10 @@ int Measure() {
   }
   const double ratio = status.median() / echo.median();
   std::printf(
-      "status round trip over a bare echo, medians of %d rounds of %d: %.1f us / %.1f us = "
-      "%.2f x  (at most %.1f)%s\n",
-      kRounds, kTripsOfRound, status.median(), echo.median(), ratio, kMostTimesEcho,
-      ratio > kMostTimesEcho ? "  MISSED" : "");
+      "| a \"status\" request and its answer | %.1f µs | a bare echo: %.1f µs | %.2f | "
+      "at most %.2f of it%s |\n",
+      status.median(), echo.median(), ratio, kMostTimesEcho,
+      ratio > kMostTimesEcho ? " **missed**" : "");
   return 0;
 }
 

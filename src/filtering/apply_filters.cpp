@@ -1,7 +1,5 @@
 #include "filtering/apply_filters.h"
 
-#include <utility>
-
 #include "core/core_state.h"
 #include "filtering/add_filters.h"
 #include "filtering/build_filters.h"
@@ -31,22 +29,13 @@ bool ReplaceFilters(FilterEngine& engine, const std::vector<Guid>& installed, co
   return transaction.Commit(error);
 }
 
-// Reads back what the engine made of the added filters. What else it shows is left out of the
-// record, so that the audit finds it.
+// What else the engine shows is left out of the record, so that the audit finds it.
 void RecordAddedFilters(FilterEngine& engine, std::vector<std::wstring>& warnings)
     REQUIRES(engine.EngineGuard) {
-  std::vector<Guid> keys;
-  FilterRecordTable present;
   std::wstring error;
-  if (!ReadFilters(engine, keys, error, &present)) {
+  if (!ReadRecord(engine, engine.added_keys, engine.FilterRecord, error)) {
     warnings.push_back(L"Cannot record the applied filters for integrity checks: " + error);
-    return;
   }
-  FilterRecordTable record;
-  for (const Guid& key : engine.added_keys) {
-    if (auto filter = present.extract(key)) record.insert(std::move(filter));
-  }
-  engine.FilterRecord.swap(record);
   std::vector<Guid>().swap(engine.added_keys);  // half a megabyte, not needed again
 }
 

@@ -9,6 +9,7 @@
 #include "core/service_log.h"
 #include "filtering/filter_conditions.h"
 #include "filtering/filter_keys.h"
+#include "filtering/filter_transaction.h"
 #include "platform/clock.h"
 #include "platform/wfp.h"
 
@@ -65,16 +66,6 @@ FilterSet MakeBootSet(const BootForm& form, bool allow_loopback) {
   return set;
 }
 
-bool DeleteInstalled(platform::EngineHandle engine, std::wstring& error) {
-  for (const Guid& key : BootFilterKeys) {
-    const platform::Code code = platform::DeleteFilter(engine, key);
-    if (code == platform::kSuccess || code == platform::kFilterNotFound) continue;
-    error = L"FwpmFilterDeleteByKey0 (boot): " + ErrorText(code);
-    return false;
-  }
-  return true;
-}
-
 bool AddSet(platform::EngineHandle engine, const FilterSet& set, std::wstring& error) {
   for (const platform::Filter& filter : set) {
     std::uint64_t id = 0;
@@ -84,19 +75,6 @@ bool AddSet(platform::EngineHandle engine, const FilterSet& set, std::wstring& e
     return false;
   }
   return true;
-}
-
-// Replaces what is installed by `set`, inside a transaction that has begun, and ends it. Whether a
-// commit that fails has ended it is not documented; one left open would fail every later one, and
-// aborting where none is open does no harm.
-bool ReplaceInstalled(platform::EngineHandle engine, const FilterSet& set, std::wstring& error) {
-  if (DeleteInstalled(engine, error) && AddSet(engine, set, error)) {
-    const platform::Code code = platform::CommitTransaction(engine);
-    if (code == platform::kSuccess) return true;
-    error = L"FwpmTransactionCommit0 (boot): " + ErrorText(code);
-  }
-  platform::AbortTransaction(engine);
-  return false;
 }
 
 // Puts the next attempt off: by a minute at first, by twice as long each time, by half an hour at
@@ -122,13 +100,11 @@ bool InstallBootFilters(FilterEngine& engine, bool wanted, bool allow_loopback,
   std::wstring refusal;
   const std::size_t attempts = wanted ? kBootForms.size() : 1;
   for (std::size_t attempt = 0; attempt < attempts; ++attempt) {
-    const platform::Code code = platform::BeginTransaction(engine.handle, 0);
-    if (code != platform::kSuccess) {
-      error = L"FwpmTransactionBegin0: " + ErrorText(code);
-      return false;
-    }
+    FilterTransaction transaction(engine.handle, L" (boot)");
+    if (!transaction.Begin(error)) return false;
     const FilterSet set = wanted ? MakeBootSet(kBootForms[attempt], allow_loopback) : FilterSet{};
-    if (ReplaceInstalled(engine.handle, set, refusal)) {
+    if (transaction.DeleteFilters(BootFilterKeys, refusal) && AddSet(engine.handle, set, refusal) &&
+        transaction.Commit(refusal)) {
       engine.BootExpected = static_cast<int>(set.size());
       return true;
     }

@@ -36,13 +36,9 @@ bool AddFileBlock(AddContext& context, const std::wstring& path) {
 // read back they stand unrecorded.
 void RecordBlocks(FilterEngine& engine, const std::vector<Guid>& added_keys)
     REQUIRES(engine.EngineGuard) {
-  std::vector<Guid> keys;
-  FilterRecordTable present;
-  std::wstring error;
-  if (!ReadFilters(engine, keys, error, &present)) return;
-  for (const Guid& key : added_keys) {
-    if (auto filter = present.extract(key)) engine.FilterRecord.insert(std::move(filter));
-  }
+  FilterRecordTable added;
+  std::wstring ignored;
+  if (ReadRecord(engine, added_keys, added, ignored)) engine.FilterRecord.merge(added);
 }
 
 // One transaction for all files, and what the rest of the product is to know of it.

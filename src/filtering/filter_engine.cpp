@@ -1,5 +1,6 @@
 #include "filtering/filter_engine.h"
 
+#include <map>
 #include <mutex>
 
 #include "core/error_text.h"
@@ -17,10 +18,9 @@ constexpr std::uint32_t kTransactionWaitMs = 15000;
 std::once_flag standing_read;
 bool local_system = false;
 
-// What the last attempts to lock gave, so that the log hears of changes only.
+// What the last attempt to lock each object gave, so that the log hears of changes only.
 Guard LockOutcomeGuard("LockOutcomeGuard", GuardRank::kLeaf);
-std::wstring provider_outcome GUARDED_BY(LockOutcomeGuard);
-std::wstring sublayer_outcome GUARDED_BY(LockOutcomeGuard);
+std::map<std::wstring, platform::Code> lock_outcomes GUARDED_BY(LockOutcomeGuard);
 
 // Whether the process runs as LocalSystem; a failure to find out counts as no.
 bool IsLocalSystem() {
@@ -32,21 +32,20 @@ bool IsLocalSystem() {
 }
 
 // Whether the outcome of locking this object is another than at the last attempt; keeps it.
-bool LockOutcomeIsNew(const std::wstring& word, platform::Code code) {
-  std::wstring outcome = Format(L"%s:%lu", word, code);
+bool LockOutcomeIsNew(const std::wstring& object, platform::Code code) {
   GuardLock lock(LockOutcomeGuard);
-  std::wstring& last = word.front() == L'p' ? provider_outcome : sublayer_outcome;
-  if (outcome == last) return false;
-  last = std::move(outcome);
+  const auto [last, first] = lock_outcomes.try_emplace(object, code);
+  if (!first && last->second == code) return false;
+  last->second = code;
   return true;
 }
 
-void ReportLockOutcome(const std::wstring& word, platform::Code code) {
-  if (!LockOutcomeIsNew(word, code)) return;
+void ReportLockOutcome(const std::wstring& object, platform::Code code) {
+  if (!LockOutcomeIsNew(object, code)) return;
   if (code == platform::kSuccess) {
-    LogService(L"WFP %s locked (administrators may not delete or change it)", word);
+    LogService(L"WFP %s locked (administrators may not delete or change it)", object);
   } else {
-    LogService(L"Locking the WFP %s failed: %s", word, ErrorText(code));
+    LogService(L"Locking the WFP %s failed: %s", object, ErrorText(code));
   }
 }
 
@@ -72,14 +71,14 @@ platform::Sublayer OwnSublayer() {
 
 bool EnsureProvider(platform::EngineHandle engine, std::wstring& error) {
   const platform::Code code = platform::AddProvider(engine, OwnProvider(), LockDescriptor());
-  if (code == platform::kObjectExists) {
-    if (IsLocalSystem()) {
-      ReportLockOutcome(L"provider",
-                        platform::SetProviderDacl(engine, ProviderKey, LockDescriptor()));
-    }
-  } else if (code != platform::kSuccess) {
+  if (code == platform::kSuccess) return true;
+  if (code != platform::kObjectExists) {
     error = L"FwpmProviderAdd0: " + ErrorText(code);
     return false;
+  }
+  if (IsLocalSystem()) {
+    ReportLockOutcome(L"provider",
+                      platform::SetProviderDacl(engine, ProviderKey, LockDescriptor()));
   }
   return true;
 }
@@ -96,14 +95,14 @@ platform::Code AddOwnSublayer(platform::EngineHandle engine) {
 
 bool EnsureSublayer(platform::EngineHandle engine, std::wstring& error) {
   const platform::Code code = AddOwnSublayer(engine);
-  if (code == platform::kObjectExists) {
-    if (IsLocalSystem()) {
-      ReportLockOutcome(L"sublayer",
-                        platform::SetSublayerDacl(engine, SubLayerKey, LockDescriptor()));
-    }
-  } else if (code != platform::kSuccess) {
+  if (code == platform::kSuccess) return true;
+  if (code != platform::kObjectExists) {
     error = L"FwpmSubLayerAdd0: " + ErrorText(code);
     return false;
+  }
+  if (IsLocalSystem()) {
+    ReportLockOutcome(L"sublayer",
+                      platform::SetSublayerDacl(engine, SubLayerKey, LockDescriptor()));
   }
   return true;
 }

@@ -124,10 +124,4 @@ void AppendFilterSignature(const platform::Filter& filter, std::string& out) {
   }
 }
 
-std::string FilterSignature(const platform::Filter& filter) {
-  std::string signature;
-  AppendFilterSignature(filter, signature);
-  return signature;
-}
-
 }  // namespace kestrelon

@@ -10,13 +10,10 @@
 
 namespace kestrelon {
 
-// "{layer}|{sublayer}|a4097|f73|wt1:13|p{provider}", then "|c{field}m0=t2:443" for each condition
-// in the engine's order. "p-" stands for no provider. A value is its type's number and what it
-// holds; of a SID, a security descriptor and any type not listed in the source only "?" is told,
-// so they are not compared.
-[[nodiscard]] std::string FilterSignature(const platform::Filter& filter);
-
-// Appends the signature, for passes over many filters.
+// Appends "{layer}|{sublayer}|a4097|f73|wt1:13|p{provider}", then "|c{field}m0=t2:443" for each
+// condition in the engine's order. "p-" stands for no provider. A value is its type's number and
+// what it holds; of a SID, a security descriptor and any type not listed in the source only "?" is
+// told, so they are not compared.
 void AppendFilterSignature(const platform::Filter& filter, std::string& out);
 
 }  // namespace kestrelon

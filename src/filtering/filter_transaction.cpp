@@ -1,5 +1,6 @@
 #include "filtering/filter_transaction.h"
 
+#include "base/format.h"
 #include "core/error_text.h"
 
 namespace kestrelon {
@@ -20,11 +21,11 @@ bool FilterTransaction::Begin(std::wstring& error) {
   return true;
 }
 
-bool FilterTransaction::DeleteFilters(const std::vector<Guid>& keys, std::wstring& error) {
+bool FilterTransaction::DeleteFilters(std::span<const Guid> keys, std::wstring& error) {
   for (const Guid& key : keys) {
     const platform::Code code = platform::DeleteFilter(engine_, key);
     if (code == platform::kSuccess || code == platform::kFilterNotFound) continue;
-    error = L"FwpmFilterDeleteByKey0: " + ErrorText(code);
+    error = Format(L"FwpmFilterDeleteByKey0%s: %s", which_, ErrorText(code));
     return false;
   }
   return true;
@@ -33,7 +34,7 @@ bool FilterTransaction::DeleteFilters(const std::vector<Guid>& keys, std::wstrin
 bool FilterTransaction::Commit(std::wstring& error) {
   const platform::Code code = platform::CommitTransaction(engine_);
   if (code != platform::kSuccess) {
-    error = L"FwpmTransactionCommit0: " + ErrorText(code);
+    error = Format(L"FwpmTransactionCommit0%s: %s", which_, ErrorText(code));
     return false;
   }
   open_ = false;

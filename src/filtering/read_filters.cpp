@@ -1,6 +1,7 @@
 #include "filtering/read_filters.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "core/error_text.h"
 #include "filtering/filter_keys.h"
@@ -69,6 +70,19 @@ bool ReadFilters(FilterEngine& engine, std::vector<Guid>& keys, std::wstring& er
     signatures->insert_or_assign(filter.key, signature);
   };
   return VisitFilters(engine, take, error);
+}
+
+bool ReadRecord(FilterEngine& engine, const std::vector<Guid>& keys, FilterRecordTable& record,
+                std::wstring& error) {
+  std::vector<Guid> all;
+  FilterRecordTable present;
+  if (!ReadFilters(engine, all, error, &present)) return false;
+  FilterRecordTable read;
+  for (const Guid& key : keys) {
+    if (auto filter = present.extract(key)) read.insert(std::move(filter));
+  }
+  record.swap(read);
+  return true;
 }
 
 }  // namespace kestrelon

@@ -24,4 +24,10 @@ namespace kestrelon {
                                FilterRecordTable* signatures = nullptr)
     REQUIRES(engine.EngineGuard);
 
+// The record of the filters of these keys as the engine holds them; one that it doesn't show is
+// left out, for the audit to miss. On failure `record` is unchanged.
+[[nodiscard]] bool ReadRecord(FilterEngine& engine, const std::vector<Guid>& keys,
+                              FilterRecordTable& record, std::wstring& error)
+    REQUIRES(engine.EngineGuard);
+
 }  // namespace kestrelon

@@ -19,9 +19,15 @@ platform::Filter BareFilter() {
   return filter;
 }
 
+std::string SignatureOf(const platform::Filter& filter) {
+  std::string signature;
+  AppendFilterSignature(filter, signature);
+  return signature;
+}
+
 TEST(FilterSignature, HoldsWhatIsSemanticInAFilterAndNothingElse) {
   platform::Filter filter = BareFilter();
-  EXPECT_EQ(FilterSignature(filter), std::string(kHead) + "|a4097|f73|wt1:15|p-");
+  EXPECT_EQ(SignatureOf(filter), std::string(kHead) + "|a4097|f73|wt1:15|p-");
   filter.key = ProviderKey;
   filter.name = L"name";
   filter.description = L"description";
@@ -33,7 +39,7 @@ TEST(FilterSignature, HoldsWhatIsSemanticInAFilterAndNothingElse) {
                        {platform::kFieldRemotePort, platform::kMatchRange,
                         platform::ValueRange{std::uint16_t{8000}, std::uint16_t{8100}}},
                        {platform::kFieldFlags, platform::kMatchFlagsAllSet, std::uint32_t{1}}};
-  EXPECT_EQ(FilterSignature(filter),
+  EXPECT_EQ(SignatureOf(filter),
             std::string(kHead) +
                 "|a4098|f73|wt4:18446744073709551615|p{6B2A1F30-7C4E-4D8A-9F13-2E5B8C71A0D4}"
                 "|c{C35A604D-D22B-4E1A-91B4-68F674EE674B}m0=t2:443"
@@ -71,8 +77,8 @@ TEST(FilterSignature, WritesEachTypeOfValue) {
   for (const auto& [value, text] : cases) {
     platform::Filter filter = BareFilter();
     filter.conditions = {{platform::kFieldRemoteAddress, platform::kMatchEqual, value}};
-    EXPECT_EQ(FilterSignature(filter),
-              FilterSignature(BareFilter()) + "|c{B235AE9A-1D64-49B8-A44C-5FF3D9095045}m0=" + text);
+    EXPECT_EQ(SignatureOf(filter),
+              SignatureOf(BareFilter()) + "|c{B235AE9A-1D64-49B8-A44C-5FF3D9095045}m0=" + text);
   }
 }
 

@@ -127,7 +127,7 @@ void FilterWorld::ExpectRecordFits() {
   FilterRecordTable record;
   std::set<std::uint64_t> ids;
   for (const auto& filter : machine_.engine.Filters()) {
-    record.emplace(filter->key, FilterSignature(*filter));
+    AppendFilterSignature(*filter, record[filter->key]);
     ids.insert(filter->id);
   }
   GuardLock lock(TheEngine.EngineGuard);

@@ -1,12 +1,24 @@
 #include "blocklists/blocklist_catalog.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "config/config.h"
 #include "deployment.h"
 #include "platform/system_text.h"
 
 namespace kestrelon {
+namespace {
+
+// The row of an id, without regard to case; null if there is none.
+const BlocklistRow* FindBlocklist(std::wstring_view id) {
+  for (const BlocklistRow& row : BlocklistCatalog()) {
+    if (platform::EqualIgnoringCase(row.id, id)) return &row;
+  }
+  return nullptr;
+}
+
+}  // namespace
 
 const std::vector<BlocklistRow>& BlocklistCatalog() {
   static const std::vector<BlocklistRow> rows = {
@@ -17,13 +29,6 @@ const std::vector<BlocklistRow>& BlocklistCatalog() {
                 std::wstring(kFeedBase) + L"/drop/drop_v6.json"}},
   };
   return rows;
-}
-
-const BlocklistRow* FindBlocklist(std::wstring_view id) {
-  for (const BlocklistRow& row : BlocklistCatalog()) {
-    if (platform::EqualIgnoringCase(row.id, id)) return &row;
-  }
-  return nullptr;
 }
 
 std::vector<const BlocklistRow*> EnabledBlocklists(const std::vector<std::wstring>& ids) {

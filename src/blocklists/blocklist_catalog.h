@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace kestrelon {
@@ -18,10 +17,8 @@ struct BlocklistRow {
 // The rows in their fixed order; made once, never changed.
 [[nodiscard]] const std::vector<BlocklistRow>& BlocklistCatalog();
 
-// The row of an id, without regard to case; null if there is none.
-[[nodiscard]] const BlocklistRow* FindBlocklist(std::wstring_view id);
-
-// The rows that some ids name, each once, in the order of the ids; unknown ones are passed over.
+// The rows that some ids name, without regard to case, each once, in the order of the ids; unknown
+// ones are passed over.
 [[nodiscard]] std::vector<const BlocklistRow*> EnabledBlocklists(
     const std::vector<std::wstring>& ids);
 

@@ -41,20 +41,7 @@ std::wstring InstalledPath(const std::wstring& url) {
   return ExecutableDirectory() + L"\\blocklists\\" + url.substr(url.rfind(L'/') + 1);
 }
 
-}  // namespace
-
-Guard BlocklistGuard("BlocklistGuard", GuardRank::kSubsystem);
-std::map<std::wstring, BlocklistState> BlocklistStates;
-
-bool LoadCachedBlocklist(const BlocklistRow& row, BlocklistState& state) {
-  std::string text;
-  if (!ReadListFile(BlocklistCachePath(row), text)) return false;
-  state.updated = UpdatedOf(text);
-  state.entries = ExtractNetworks(text);
-  state.source = L"download";
-  return !state.entries.empty();
-}
-
+// Reads the installed copy of a list into `state`; whether it has entries.
 bool LoadInstalledBlocklist(const BlocklistRow& row, BlocklistState& state) {
   std::string all;
   for (const std::wstring& url : row.urls) {
@@ -68,6 +55,20 @@ bool LoadInstalledBlocklist(const BlocklistRow& row, BlocklistState& state) {
   }
   state.entries = ExtractNetworks(all);
   state.source = L"bundled";
+  return !state.entries.empty();
+}
+
+}  // namespace
+
+Guard BlocklistGuard("BlocklistGuard", GuardRank::kSubsystem);
+std::map<std::wstring, BlocklistState> BlocklistStates;
+
+bool LoadCachedBlocklist(const BlocklistRow& row, BlocklistState& state) {
+  std::string text;
+  if (!ReadListFile(BlocklistCachePath(row), text)) return false;
+  state.updated = UpdatedOf(text);
+  state.entries = ExtractNetworks(text);
+  state.source = L"download";
   return !state.entries.empty();
 }
 

@@ -27,9 +27,9 @@ extern Guard BlocklistGuard;
 // By the id of a catalog row; a list that was never loaded is absent.
 extern std::map<std::wstring, BlocklistState> BlocklistStates GUARDED_BY(BlocklistGuard);
 
-// Reads a list into `state`; whether it has entries. Files of 16 MiB and more are not read.
+// Reads the cache of a list into `state`; whether it has entries. A file of 16 MiB or more is not
+// read.
 [[nodiscard]] bool LoadCachedBlocklist(const BlocklistRow& row, BlocklistState& state);
-[[nodiscard]] bool LoadInstalledBlocklist(const BlocklistRow& row, BlocklistState& state);
 
 // Where a list's cache is, and its text for a state.
 [[nodiscard]] std::wstring BlocklistCachePath(const BlocklistRow& row);

@@ -103,23 +103,15 @@ bool MayBlockIpv6(const AddressEntry& entry) {
       });
 }
 
-// Judges candidates. A feed has many: what the parser needs is kept from one to the next.
-class Judge {
- public:
-  // Whether a candidate is one address or network that may be blocked.
-  bool Accepts(std::string_view candidate) {
-    if (candidate.size() > kLongestAddress) return false;
-    wide_.assign(candidate.begin(), candidate.end());
-    if (!ParseAddressSpec(wide_, entries_, error_) || entries_.size() != 1) return false;
-    const AddressEntry& entry = entries_.front();
-    return entry.family == 4 ? MayBlockIpv4(entry) : MayBlockIpv6(entry);
-  }
-
- private:
-  std::wstring wide_;
-  std::vector<AddressEntry> entries_;
-  std::wstring error_;
-};
+// Whether a candidate is one address or network that may be blocked.
+bool MayBlock(std::string_view candidate) {
+  if (candidate.size() > kLongestAddress) return false;
+  std::array<wchar_t, kLongestAddress> wide;
+  std::copy(candidate.begin(), candidate.end(), wide.begin());
+  AddressEntry entry;
+  if (!ParseAddress({wide.data(), candidate.size()}, entry)) return false;
+  return entry.family == 4 ? MayBlockIpv4(entry) : MayBlockIpv6(entry);
+}
 
 // Whether a word has the marks of an address; numbers, times and hexadecimal words have not.
 // `kinds` are the kinds of its bytes.
@@ -164,7 +156,6 @@ std::vector<std::wstring> WithoutRepeated(const std::vector<std::string_view>& t
 std::vector<std::wstring> ExtractNetworks(std::string_view text, std::size_t* rejected) {
   std::vector<std::string_view> accepted;
   std::size_t rejections = 0;
-  Judge judge;
   for (std::size_t at = 0; at < text.size();) {
     std::uint8_t kind = KindOf(text[at]);
     if (kind == kBetween) {
@@ -185,7 +176,7 @@ std::vector<std::wstring> ExtractNetworks(std::string_view text, std::size_t* re
     } while (kind > kComment);
     const std::string_view word = text.substr(begin, at - begin);
     if (!IsCandidate(word, kinds)) continue;
-    if (judge.Accepts(word)) {
+    if (MayBlock(word)) {
       accepted.push_back(word);
     } else {
       ++rejections;

@@ -38,6 +38,14 @@ bool IsTracked(const RuleEntry& rule) {
   return rule.enabled && rule.allow && platform::EqualIgnoringCase(rule.name, kDownloadsRule);
 }
 
+// Does nothing without a subscription: there is nobody to report to.
+void SetAllowedLogging(bool on) REQUIRES(ConfigGuard) {
+  const platform::EngineHandle session = NetEventSession();
+  if (session == 0) return;
+  if (on) LearnAllowLayers(session);
+  SwitchAllowEvents(on);
+}
+
 }  // namespace
 
 void RefreshAllowedSelection(const Config& config) {
@@ -51,13 +59,6 @@ void RefreshAllowedSelection(const Config& config) {
   const bool on = selection.log_all || (config.enabled && !selection.tracked_rules.empty());
   SelectAllowed(std::move(selection), on);
   SetAllowedLogging(on);
-}
-
-void SetAllowedLogging(bool on) {
-  const platform::EngineHandle session = NetEventSession();
-  if (session == 0) return;
-  if (on) LearnAllowLayers(session);
-  SwitchAllowEvents(on);
 }
 
 }  // namespace kestrelon

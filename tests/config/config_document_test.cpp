@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 
-#include "base/format.h"
 #include "base/text.h"
 #include "config/config_file.h"
 

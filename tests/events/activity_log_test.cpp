@@ -6,8 +6,8 @@
 #include <atomic>
 
 #include "control/event_stream.h"
-#include "core/line_file.h"
 #include "identity/follow_queue.h"
+#include "platform/clock.h"
 #include "simulation/machine/machine.h"
 
 namespace kestrelon {

@@ -1,7 +1,5 @@
 #include "events/net_events.h"
 
-#include <thread>
-
 #include "base/format.h"
 #include "events/activity_log.h"
 #include "tests/events/event_world.h"
@@ -169,47 +167,6 @@ TEST_F(NetEvents, SubscriptionFailsTowardsNoReports) {
   }
   EXPECT_EQ(LogCount("FwpmNetEventSubscribe4 failed (0x0000007F"), 1u);
   EXPECT_EQ(LogCount(") - falling back to FwpmNetEventSubscribe0"), 2u);
-}
-
-#ifdef NDEBUG
-constexpr std::uint32_t kScanned = 1'000'000;
-#else
-constexpr std::uint32_t kScanned = 140'000;  // with a sanitizer; all ports twice
-#endif
-
-TEST_F(NetEvents, PortScanIsCountedWholeAndKeptInBounds) {
-  constexpr std::uint32_t kThreads = 4;
-  Tag({0, FilterKind::kApplication, kApp});
-  std::vector<std::thread> scan;
-  for (std::uint32_t thread = 0; thread < kThreads; ++thread) {
-    scan.emplace_back([thread] {
-      MadeDrop drop;
-      for (std::uint32_t i = thread; i < kScanned; i += kThreads) {
-        drop.event.remote_port = static_cast<std::uint16_t>(1 + i % 65535);
-        drop.Send(OnNetEvent);
-      }
-    });
-  }
-  while (Core.NetDrops < kScanned / 2) ASSERT_LE(RecentBlockedEvents().size(), 2000u);
-  for (std::thread& thread : scan) thread.join();
-  EXPECT_EQ(Core.NetEvents, kScanned);
-  EXPECT_EQ(Core.NetDrops, kScanned);
-  EXPECT_EQ(RecentBlockedEvents().size(), 2000u);
-}
-
-TEST_F(NetEvents, NothingIsReportedOnceTheSubscriptionEnded) {
-  Install({}, {});
-  std::thread scan([this] {
-    for (int i = 0; i < 5000; ++i) (void)machine_.engine.Classify(AppConnection());
-  });
-  for (int i = 0; i < 20; ++i) {
-    Start();
-    Stop();
-    const std::uint64_t events = Core.NetEvents;
-    std::this_thread::yield();
-    EXPECT_EQ(Core.NetEvents, events);
-  }
-  scan.join();
 }
 
 }  // namespace

@@ -56,13 +56,14 @@ TEST_F(BuiltFilters, EachIsPersistentIndexedAndOurs) {
 }
 
 TEST_F(BuiltFilters, WhatMakesNoSenseCostsItselfAndAWarning) {
-  std::vector<RuleEntry> rules(5, Rule(true));
+  std::vector<RuleEntry> rules(6, Rule(true));
   rules[0].remote = L"1.2.3.4/33";
   rules[0].remote_ports = L"x";
   rules[1].remote_ports = L"90-80";
   rules[2].local_ports = L"web";
   rules[3].app = L"Q:\\x.exe";
-  rules[4].allow = false;
+  rules[4].user = L"nobody";  // silently: the document's reader has refused such a one
+  rules[5].allow = false;
   std::vector<PlanEntry> entries(3, AllowedApp());
   entries[0].path = L"Q:\\x.exe";
   entries[1].package_sid = entries[2].service_sid = L"x";
@@ -79,6 +80,17 @@ TEST_F(BuiltFilters, WhatMakesNoSenseCostsItselfAndAWarning) {
                                 L"Cannot resolve application path: Q:\\x.exe",
                                 L"App package rule skipped (invalid package SID): app package P",
                                 L"Service rule skipped (invalid service SID): service S"}));
+}
+
+TEST_F(BuiltFilters, APackageIsMatchedByItsSid) {
+  PlanEntry entry;
+  entry.allow = true;
+  entry.package_sid = L"S-1-15-2-1-2-3-4-5-6-7";
+  Install({}, {entry});
+  simulation::Connection connection = AppConnection();
+  EXPECT_FALSE(Passes(connection));
+  connection.package_sid = SidOf(entry.package_sid);
+  EXPECT_TRUE(Passes(connection));
 }
 
 TEST_F(BuiltFilters, AppIdsAreLowerCaseDevicePaths) {

@@ -1,9 +1,7 @@
 #include "filtering/changed_files.h"
 
 #include <string>
-#include <thread>
 
-#include "base/text.h"
 #include "core/core_state.h"
 #include "identity/file_usn.h"
 #include "identity/pinned_files.h"
@@ -89,19 +87,6 @@ TEST_F(ChangedFiles, AFailureIsLoggedAndTheNextNotificationTriesAgain) {
   BlockChangedFiles(kDirectory);
   EXPECT_EQ(AddedFilters(), 4u);
   EXPECT_EQ(Core.ChangedFilesBlocked, 1u);
-}
-
-TEST_F(ChangedFiles, BlocksAndApplicationsOfTwoThreadsTakeTurns) {
-  std::thread watch([this] {
-    for (int i = 0; i < 20; ++i) {
-      machine_.files.Write(kApp, "change " + std::to_string(i));
-      BlockChangedFiles(kDirectory);
-    }
-  });
-  for (int i = 0; i < 20; ++i) Install({}, entries_);
-  watch.join();
-  EXPECT_EQ(Core.ChangedFilesBlocked, 20u);
-  ExpectRecordFits();
 }
 
 TEST_F(ChangedFiles, FiltersThatCantBeReadBackStandUnrecorded) {

@@ -26,7 +26,6 @@ TEST(Trust, SecondPassIsForUnknownRevocationAlone) {
       {{good}, true},
       {{{platform::kSuccess, L""}}, false},
       {{{platform::kBadDigest}}, false},
-      {{{platform::kNoSignature}}, false},
       {{{platform::kRevocationFailure}, good}, true},
       {{{platform::kNoRevocationCheck}, good}, true},
       {{{platform::kRevocationOffline}, good}, true},

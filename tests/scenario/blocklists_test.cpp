@@ -114,15 +114,5 @@ TEST_F(Blocklists, TheUsersOwnNetworksAreTakenAtTheirWord) {
       << "a word without an address must not mean every address";
 }
 
-TEST_F(Blocklists, TheServiceStopsAtOnceWhileAServerIsSilent) {
-  world.machine().http.Serve(BlocklistCatalog()[0].urls[0], {.silent = true});
-  ASSERT_TRUE(world.StartWith(config));
-  LoopPass();
-  world.machine().http.WaitForBlocked();
-  EXPECT_TRUE(BlocklistRefreshRunning());
-  world.Stop();
-  EXPECT_FALSE(BlocklistRefreshRunning());
-}
-
 }  // namespace
 }  // namespace kestrelon::test

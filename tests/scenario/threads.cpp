@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <thread>
 
 namespace kestrelon::test {
 namespace {
@@ -20,16 +21,6 @@ void ShowStack(int) {
   backtrace_symbols_fd(frames, backtrace(frames, 64), STDERR_FILENO);
 }
 
-void ShowAllStacks() {
-  signal(SIGUSR1, ShowStack);
-  for (const auto& task : std::filesystem::directory_iterator(kTasks)) {
-    const std::string id = task.path().filename();
-    std::fprintf(stderr, "Nothing goes on any more; thread %s:\n", id.c_str());
-    tgkill(getpid(), std::stoi(id), SIGUSR1);
-    usleep(300'000);  // else the stacks would mingle
-  }
-}
-
 }  // namespace
 
 std::size_t Threads() {
@@ -37,22 +28,18 @@ std::size_t Threads() {
   return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
-Watchdog::Watchdog(std::chrono::seconds limit) {
-  thread_ = std::thread([this, limit] {
-    std::unique_lock lock(mutex_);
-    if (changed_.wait_for(lock, limit, [this] { return over_; })) return;
-    ShowAllStacks();
+void EndWithin(std::chrono::seconds limit) {
+  std::thread([limit] {
+    std::this_thread::sleep_for(limit);
+    signal(SIGUSR1, ShowStack);
+    for (const auto& task : std::filesystem::directory_iterator(kTasks)) {
+      const std::string id = task.path().filename();
+      std::fprintf(stderr, "Nothing goes on any more; thread %s:\n", id.c_str());
+      tgkill(getpid(), std::stoi(id), SIGUSR1);
+      usleep(300'000);  // else the stacks would mingle
+    }
     std::abort();
-  });
-}
-
-Watchdog::~Watchdog() {
-  {
-    const std::lock_guard lock(mutex_);
-    over_ = true;
-  }
-  changed_.notify_all();
-  thread_.join();
+  }).detach();
 }
 
 }  // namespace kestrelon::test

@@ -3,9 +3,8 @@
 
 #include <ws2tcpip.h>
 
-#include "base/format.h"
-#include "base/text.h"
 #include "platform/paths.h"
+#include "platform/system_text.h"
 #include "tools/check/cases.h"
 
 namespace kestrelon::check {
@@ -68,6 +67,12 @@ class Connections : public InstalledService {
     ASSERT_TRUE(reply.Get("ok").boolean()) << reply.Dump(false);
   }
 
+  static bool IsThisProgram(const std::wstring& path) {
+    std::wstring program;
+    return platform::ExecutableFile(program) == platform::kSuccess &&
+           platform::EqualIgnoringCase(path, program);
+  }
+
   // Whether a list has a record of what the cases sent.
   static bool IsToldOf(const char* command, const char* list) {
     const Json records = Ask(command).Get(list);
@@ -75,7 +80,7 @@ class Connections : public InstalledService {
       const Json& record = records.At(i);
       if (record.Get("remote_addr").text() == kAddresses[0] &&
           std::to_string(record.Get("remote_port").integer()) == kPort &&
-          record.Get("app").text().ends_with("KestrelonCheck.exe")) {
+          record.Get("dir").text() == "out" && IsThisProgram(record.Get("app").StringOr(L""))) {
         return true;
       }
     }

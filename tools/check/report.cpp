@@ -7,7 +7,6 @@
 #include "base/format.h"
 #include "base/text.h"
 #include "platform/clock.h"
-#include "platform/security.h"
 #include "tools/check/areas.h"
 #include "tools/check/system_facts.h"
 
@@ -87,18 +86,13 @@ bool NothingFailed(const std::vector<CaseResult>& results, const std::vector<Fin
 }
 
 std::wstring HeadText() {
-  bool elevated = false;
-  bool local_system = false;
-  if (platform::IsProcessElevated(elevated) != platform::kSuccess) elevated = false;
-  if (platform::IsProcessLocalSystem(local_system) != platform::kSuccess) local_system = false;
   const platform::CalendarTime now = platform::LocalTime().value_or(platform::CalendarTime{});
   std::wstring head = L"Kestrelon on this computer\r\n\r\n";
   head += Format(L"Date        %04u-%02u-%02u %02u:%02u\r\n", now.year, now.month, now.day,
                  now.hour, now.minute);
   head += Format(L"System      %s\r\n", SystemName());
-  head += Format(L"Run as      %s\r\n", local_system ? L"LocalSystem"
-                                        : elevated   ? L"an elevated administrator"
-                                                     : L"a user without elevation");
+  head += Format(L"Run as      %s\r\n",
+                 RunsAsLocalSystem() ? L"LocalSystem" : L"an elevated administrator");
   head += Format(L"Product     KestrelonSvc.exe %s\r\n", ServiceVersion());
   head += Format(L"SHA-256     %s\r\n", ServiceSha256());
   return head;

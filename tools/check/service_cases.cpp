@@ -5,7 +5,6 @@
 #include "filtering/filter_keys.h"
 #include "filtering/lock_descriptors.h"
 #include "platform/clock.h"
-#include "platform/security.h"
 #include "platform/services.h"
 #include "tools/check/cases.h"
 #include "tools/check/system_facts.h"
@@ -112,9 +111,7 @@ TEST_F(Service, FindsNothingChangedUntilSomebodyTakesAFilterAway) {
 }
 
 TEST_F(Service, KeepsElevatedAdministratorsFromItsFilters) {
-  bool local_system = false;
-  ASSERT_EQ(platform::IsProcessLocalSystem(local_system), platform::kSuccess);
-  if (local_system) GTEST_SKIP() << "this check runs as LocalSystem, which may change them";
+  if (RunsAsLocalSystem()) GTEST_SKIP() << "this check runs as LocalSystem, which may change them";
   const EngineSession engine;
   platform::Filter filter = SomeFilter();
   EXPECT_EQ(platform::DeleteFilter(engine, filter.key), platform::kAccessDenied);

@@ -8,6 +8,7 @@
 #include "platform/paths.h"
 #include "platform/registry.h"
 #include "platform/resources.h"
+#include "platform/security.h"
 #include "platform/wfp.h"
 
 namespace kestrelon::check {
@@ -44,6 +45,11 @@ std::wstring SystemName() {
     name += L", as Wine " + WideFromUtf8(wine) + L" shows it";
   }
   return name;
+}
+
+bool RunsAsLocalSystem() {
+  bool local_system = false;
+  return platform::IsProcessLocalSystem(local_system) == platform::kSuccess && local_system;
 }
 
 std::wstring OwnDirectory() {

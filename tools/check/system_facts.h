@@ -13,6 +13,9 @@ namespace kestrelon::check {
 // The system's name, version and build, for people.
 [[nodiscard]] std::wstring SystemName();
 
+// Whether this program runs as LocalSystem, and so may do what the service may.
+[[nodiscard]] bool RunsAsLocalSystem();
+
 // The directory of this program, without a closing backslash, and the product's executable in it.
 [[nodiscard]] std::wstring OwnDirectory();
 [[nodiscard]] std::wstring ServiceExecutable();

@@ -173,12 +173,13 @@ class Trouble {
     });
   }
 
-  // With an application that moves, a list to fetch, a permission that ends in a moment, and a way
-  // out for updates that does not come and go with them.
+  // With an application that moves, a list to fetch, a module, a permission that ends in a moment,
+  // and a way out for updates that does not come and go with them.
   Config Troubled(Dice& dice) {
     Config config = RandomConfig(dice, world_);
     config.updates_auto_check = true;
     if (dice.OneIn(2)) config.blocklists = {L"drop"};
+    if (dice.OneIn(2)) config.modules = {ApprovedModule(kRandomGrant)};
     config.apps.push_back(Allowed(Version(0)));
     config.apps.back().signer = kPublisher;
     config.apps.push_back(Allowed(L"C:\\Tools\\for a moment.exe"));

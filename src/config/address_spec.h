@@ -29,6 +29,10 @@ struct PortRange {
   friend bool operator==(const PortRange&, const PortRange&) = default;
 };
 
+// Parses one item: an address, an IPv4 range or a network, without blanks. `entry` is changed in
+// any case.
+[[nodiscard]] bool ParseAddress(std::wstring_view item, AddressEntry& entry);
+
 // Parses an address text; items keep the order of the text, "$dns" adds none. False with a
 // sentence at the first invalid item; `entries` then holds what came before it.
 [[nodiscard]] bool ParseAddressSpec(std::wstring_view text, std::vector<AddressEntry>& entries,

@@ -1,5 +1,7 @@
 #include "base/text.h"
 
+#include <algorithm>
+
 namespace kestrelon {
 namespace {
 
@@ -10,6 +12,10 @@ constexpr bool IsHighSurrogate(char32_t unit) {
 }
 constexpr bool IsLowSurrogate(char32_t unit) {
   return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+constexpr bool IsSurrogate(char32_t unit) {
+  return unit >= 0xD800 && unit <= 0xDFFF;
 }
 
 // Bytes that must follow a lead byte, and the bounds of the first of them, which are what excludes
@@ -113,9 +119,12 @@ std::wstring WideFromUtf8(std::string_view text) {
 }
 
 std::string Utf8FromWide(std::wstring_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) AppendUtf8(ReadWide(text, at), out);
+  std::size_t plain = 0;
+  while (plain < text.size() && UnitAt(text, plain) < 0x80) ++plain;
+  std::string out(plain, '\0');
+  std::transform(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(plain), out.begin(),
+                 [](wchar_t unit) { return static_cast<char>(unit); });
+  for (std::size_t at = plain; at < text.size();) AppendUtf8(ReadWide(text, at), out);
   return out;
 }
 
@@ -176,9 +185,14 @@ std::wstring WideFromUtf16Bytes(std::span<const std::uint8_t> bytes) {
   };
   std::size_t count = bytes.size() / 2;
   while (count > 0 && unit_at(count - 1) == 0) --count;
-  std::wstring text;
-  text.reserve(count);
-  for (std::size_t at = 0; at < count; ++at) {
+  std::size_t plain = 0;
+  std::wstring text(count, L'\0');
+  while (plain < count && !IsSurrogate(unit_at(plain))) {
+    text[plain] = static_cast<wchar_t>(unit_at(plain));
+    ++plain;
+  }
+  text.resize(plain);
+  for (std::size_t at = plain; at < count; ++at) {
     char32_t point = unit_at(at);
     const bool pair = IsHighSurrogate(point) && at + 1 < count && IsLowSurrogate(unit_at(at + 1));
     if (pair) point = 0x10000 + ((point - 0xD800) << 10) + (unit_at(++at) - 0xDC00);

@@ -103,13 +103,6 @@ bool AddressFromText(int family, const std::wstring& text, void* address) {
   return inet_pton(family, Utf8FromWide(text).c_str(), address) == 1;
 }
 
-// The platform shortens alike but for ISATAP addresses (5efe), whose end it writes as IPv4.
-std::wstring AddressText(int family, const void* address) {
-  char text[INET6_ADDRSTRLEN] = {};
-  inet_ntop(family, address, text, sizeof text);
-  return WideFromUtf8(text);
-}
-
 }  // namespace
 
 bool Ipv4FromText(const std::wstring& text, std::uint32_t& address) {
@@ -126,13 +119,11 @@ bool Ipv6FromText(const std::wstring& text, Ipv6Address& address) {
   return true;
 }
 
-std::wstring Ipv4Text(std::uint32_t address) {
-  const std::uint32_t network_order = htonl(address);
-  return AddressText(AF_INET, &network_order);
-}
-
+// The platform shortens alike but for ISATAP addresses (5efe), whose end it writes as IPv4.
 std::wstring Ipv6Text(const Ipv6Address& address) {
-  return AddressText(AF_INET6, address.data());
+  char text[INET6_ADDRSTRLEN] = {};
+  inet_ntop(AF_INET6, address.data(), text, sizeof text);
+  return WideFromUtf8(text);
 }
 
 Code ListPortOwners(PortTable table, int family, std::vector<PortOwner>& owners) {

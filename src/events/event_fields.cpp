@@ -16,12 +16,25 @@ bool Has(const platform::NetEvent& event, platform::NetEventFlags field) {
   return (event.flags & field) != 0;
 }
 
+// Written out here: each report has two, and the platform's way is longer than all else of one.
+std::wstring Ipv4Text(std::uint32_t address) {
+  std::wstring text;
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    const std::uint32_t part = address >> shift & 0xFF;
+    if (part >= 100) text += static_cast<wchar_t>(L'0' + part / 100);
+    if (part >= 10) text += static_cast<wchar_t>(L'0' + part / 10 % 10);
+    text += static_cast<wchar_t>(L'0' + part % 10);
+    if (shift != 0) text += L'.';
+  }
+  return text;
+}
+
 std::wstring AddressText(const platform::NetEvent& event, platform::NetEventFlags field,
                          std::uint32_t v4, const platform::ByteArray16& v6) {
   if (!Has(event, platform::kEventHasIpVersion) || !Has(event, field)) return {};
   switch (event.ip_version) {
     case platform::kIpV4:
-      return platform::Ipv4Text(v4);
+      return Ipv4Text(v4);
     case platform::kIpV6:
       return platform::Ipv6Text(v6);
     default:

@@ -19,7 +19,6 @@ using Ipv6Address = std::array<std::uint8_t, 16>;  // network order
 [[nodiscard]] bool Ipv6FromText(const std::wstring& text, Ipv6Address& address);
 
 // The shortest text form of an address; empty when the platform gives none.
-[[nodiscard]] std::wstring Ipv4Text(std::uint32_t address);  // host order
 [[nodiscard]] std::wstring Ipv6Text(const Ipv6Address& address);
 
 // A local port in use and the process that owns it; 0 when the platform doesn't know.

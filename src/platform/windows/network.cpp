@@ -111,11 +111,6 @@ bool Ipv6FromText(const std::wstring& text, Ipv6Address& address) {
   return true;
 }
 
-std::wstring Ipv4Text(std::uint32_t address) {
-  const ULONG network_order = htonl(address);
-  return AddressText(AF_INET, &network_order);
-}
-
 std::wstring Ipv6Text(const Ipv6Address& address) {
   return AddressText(AF_INET6, address.data());
 }

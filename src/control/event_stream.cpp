@@ -1,7 +1,7 @@
 #include "control/event_stream.h"
 
+#include <algorithm>
 #include <chrono>
-#include <utility>
 
 #include "control/frames.h"
 
@@ -17,25 +17,30 @@ constexpr const char* kPing = R"({"type":"ping"})";
 
 Subscription::Subscription() {
   GuardLock lock(TheControlPipe.SubscriberGuard);
-  TheControlPipe.subscribers.insert(&subscriber_);
+  ++TheControlPipe.subscribers;
+  next_ = TheControlPipe.published;
 }
 
 Subscription::~Subscription() {
   GuardLock lock(TheControlPipe.SubscriberGuard);
-  TheControlPipe.subscribers.erase(&subscriber_);
+  if (--TheControlPipe.subscribers == 0) TheControlPipe.events.clear();
 }
 
 EventText Subscription::Next(const std::atomic<bool>& PipeStop) {
-  const steady_clock::time_point deadline = steady_clock::now() + kPingAfter;
   GuardLock lock(TheControlPipe.SubscriberGuard);
-  while (subscriber_.queue.empty() && !PipeStop && steady_clock::now() < deadline) {
+  if (next_ == TheControlPipe.published) AwaitEvent(PipeStop);
+  if (PipeStop) return nullptr;
+  if (next_ == TheControlPipe.published) return std::make_shared<const std::string>(kPing);
+  const std::uint64_t oldest = TheControlPipe.published - TheControlPipe.events.size();
+  next_ = std::max(next_, oldest);  // a client that is too slow has lost some
+  return TheControlPipe.events[next_++ - oldest];
+}
+
+void Subscription::AwaitEvent(const std::atomic<bool>& PipeStop) {
+  const steady_clock::time_point deadline = steady_clock::now() + kPingAfter;
+  while (next_ == TheControlPipe.published && !PipeStop && steady_clock::now() < deadline) {
     TheControlPipe.wake.WaitUntil(TheControlPipe.SubscriberGuard, deadline);
   }
-  if (PipeStop) return nullptr;
-  if (subscriber_.queue.empty()) return std::make_shared<const std::string>(kPing);
-  EventText oldest = std::move(subscriber_.queue.front());
-  subscriber_.queue.pop_front();
-  return oldest;
 }
 
 void StreamEvents(const PipeConnection& client) {

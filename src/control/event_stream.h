@@ -1,11 +1,13 @@
 // The events of one client that has subscribed.
 #pragma once
 
+#include <cstdint>
+
 #include "control/pipe_state.h"
 
 namespace kestrelon {
 
-// A place in the table of subscribers for as long as this lives. One thread.
+// A client's place in the list of events for as long as this lives. One thread.
 class Subscription {
  public:
   Subscription() EXCLUDES(TheControlPipe.SubscriberGuard);
@@ -18,7 +20,10 @@ class Subscription {
   EventText Next(const std::atomic<bool>& PipeStop) EXCLUDES(TheControlPipe.SubscriberGuard);
 
  private:
-  Subscriber subscriber_;  // guarded by SubscriberGuard while in the table
+  // Until there is an event that was not sent, the ping is due, or the stop.
+  void AwaitEvent(const std::atomic<bool>& PipeStop) REQUIRES(TheControlPipe.SubscriberGuard);
+
+  std::uint64_t next_ = 0;  // number of the first event that was not sent
 };
 
 // Sends the connection what is published from now on, and pings. Returns when a message can't be

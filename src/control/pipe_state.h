@@ -2,9 +2,10 @@
 // through subscribers.h, and starts and stops through pipe_server.h.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <memory>
-#include <set>
 #include <string>
 
 #include "base/guard.h"
@@ -12,19 +13,18 @@
 
 namespace kestrelon {
 
-// One published text, shared by the queues of all subscribers.
+// One published text, shared with those that are sending it.
 using EventText = std::shared_ptr<const std::string>;
-
-// A client that gets events; lives on its client's thread, in the table for as long.
-struct Subscriber {
-  std::deque<EventText> queue;  // what was not sent yet, oldest first
-};
 
 struct ControlPipeState {
   // A leaf: taken for moments by publishers that hold other guards; no pipe is read or written
   // under it.
   Guard SubscriberGuard{"SubscriberGuard", GuardRank::kLeaf};
-  std::set<Subscriber*> subscribers GUARDED_BY(SubscriberGuard);
+  std::size_t subscribers GUARDED_BY(SubscriberGuard) = 0;
+  // What was published last, oldest first, while anybody subscribes. One list for all, in which
+  // each has its place: publishing to a hundred is no more work than to one.
+  std::deque<EventText> events GUARDED_BY(SubscriberGuard);
+  std::uint64_t published GUARDED_BY(SubscriberGuard) = 0;  // how many ever; numbers events from 0
   // Tells subscribers of an event or the stop, and the stop of a thread that has ended.
   GuardCondition wake;
 

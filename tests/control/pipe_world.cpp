@@ -81,7 +81,7 @@ platform::Pipe TakeName(const wchar_t* name) {
 
 std::size_t SubscriberCount() {
   GuardLock lock(TheControlPipe.SubscriberGuard);
-  return TheControlPipe.subscribers.size();
+  return TheControlPipe.subscribers;
 }
 
 std::size_t ServedClients() {

@@ -75,10 +75,10 @@ restored "filter $block is missing"
 
 wfpctl delete-filter "$first_boot_filter"
 restored '7 boot-time filters present, 8 expected'
-wfpctl delete-boot-filters >/dev/null
+in_one_go wfpctl delete-boot-filters >/dev/null
 restored '0 boot-time filters present, 8 expected'
 
-wfpctl delete-sublayer "$sublayer" --with-filters
+in_one_go wfpctl delete-sublayer "$sublayer" --with-filters
 restored "0 filters present, $recorded expected"
 
 # The engine goes away and comes back. No moment lets through what is blocked: asked without a pause

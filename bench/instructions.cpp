@@ -150,18 +150,19 @@ void CountFiltering() {
     const FilterSink sink = [](platform::Filter&, FilterTag&) { return true; };
     Require(BuildFilters(config, {}, warnings, sink));
   });
-  GuardLock lock(ConfigGuard);
   Count("apply", "the same and 100 applications put in force, with the engine model", [&] {
     bool changed = false;
+    GuardLock lock(ConfigGuard);
     Require(ApplyConfig(config, error, changed));
   });
-  Core.CurrentConfig = config;
   Count("audit", "the audit of these filters, with the engine model", [] {
     std::wstring reason;
     Require(FilterAudit(TheEngine, reason) == AuditResult::kClean);
   });
-  Count("drift", "looking whether files, services or networks changed",
-        [] { Require(!IdentitiesDrifted(Core.CurrentConfig)); });
+  Count("drift", "looking whether files, services or networks changed", [&] {
+    GuardLock lock(ConfigGuard);
+    Require(!IdentitiesDrifted(config));
+  });
   SyncFileWatch({}, &Core.WakeEvent);  // ends its threads
 }
 
@@ -182,6 +183,10 @@ void CountRequests() {
     Require(Json::Parse(frame, request));
     Require(DispatchCommand(request).Dump(false).size() > 2);
   };
+  {
+    GuardLock lock(ConfigGuard);
+    Core.CurrentConfig = ConfigOfApps(kSize);
+  }
   Count("request_status", "100 answers to \"status\"", [&] {
     for (int i = 0; i < kTimes; ++i) ask(R"({"cmd":"status"})");
   });

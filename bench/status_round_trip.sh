@@ -22,7 +22,7 @@ cat <<'END'
 
 ## Round trip on the control pipe
 
-The real service under Wine, seen from a client; the median of 31 rounds of 100, by the clock.
+The real service under Wine, seen from a client; the best of 300 rounds of ten, by the clock.
 
 | What | Figure | Peer or bound | Ratio | Promised |
 |---|---|---|---|---|

@@ -6,11 +6,13 @@ namespace simulation {
 
 using kestrelon::platform::kSuccess;
 
-void Faults::FailNth(std::uint64_t n, Code code) {
+void Faults::FailNth(std::uint64_t n, Code code, CallsOf whose) {
   const std::lock_guard lock(mutex_);
   calls_ = 0;
-  nth_ = n;
+  nth_left_ = n;
   nth_code_ = code;
+  nth_of_ = whose;
+  planner_ = std::this_thread::get_id();
   fired_ = false;
   fired_name_.clear();
 }
@@ -35,7 +37,7 @@ void Faults::RunBefore(std::string_view name, std::function<void()> action) {
 void Faults::Clear() {
   const std::lock_guard lock(mutex_);
   calls_ = 0;
-  nth_ = 0;
+  nth_left_ = 0;
   named_.clear();
   actions_.clear();
   fired_ = false;
@@ -66,6 +68,14 @@ std::function<void()> Faults::TakeAction(std::string_view name) {
   return action;
 }
 
+bool Faults::IsNth() {
+  const bool planners = std::this_thread::get_id() == planner_;
+  if (nth_left_ == 0 || nth_of_ == (planners ? CallsOf::kOtherThreads : CallsOf::kThisThread)) {
+    return false;
+  }
+  return --nth_left_ == 0;
+}
+
 Code Faults::Strike(std::string_view name, Code code) {
   fired_ = true;
   fired_name_ = name;
@@ -92,7 +102,7 @@ Code Faults::Next(std::string_view name) {
   if (found != named_.end() && found->second.calls_left > 0) {
     once = --found->second.calls_left == 0;
   }
-  if (calls_ == nth_) return Strike(name, nth_code_);
+  if (IsNth()) return Strike(name, nth_code_);
   if (once) return Strike(name, found->second.once);
   if (found != named_.end() && found->second.always != kSuccess) {
     return Strike(name, found->second.always);

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "platform/codes.h"
@@ -20,13 +21,17 @@ using kestrelon::platform::Code;
 // What every call answers while the machine has no power (ERROR_IO_DEVICE).
 inline constexpr Code kPowerLost = 1117;
 
+// Whose calls a planned fault counts. Of threads that run side by side, which comes first is not
+// the same twice; what one thread calls is.
+enum class CallsOf { kAnyThread, kThisThread, kOtherThreads };
+
 // Faults by the place of a call in the run or by the name of its seam function ("OpenFile",
 // "Sha256::Begin"). Only calls that answer with a code are counted and can fail. Any thread.
 class Faults {
  public:
   // The n-th counted call from now, whichever it is, fails once; n counts from 1. Restarts calls()
   // and fired().
-  void FailNth(std::uint64_t n, Code code);
+  void FailNth(std::uint64_t n, Code code, CallsOf whose = CallsOf::kAnyThread);
 
   // The next call of this name fails.
   void FailOnce(std::string_view name, Code code) { FailNthOf(name, 1, code); }
@@ -72,15 +77,23 @@ class Faults {
     Code always = kestrelon::platform::kSuccess;
   };
 
-  std::function<void()> TakeAction(std::string_view name);
+  // All below need the guard.
+
+  // Counts a call for FailNth; whether it is the one.
+  bool IsNth();
   Code Strike(std::string_view name, Code code);
+
+  // Takes the guard itself.
+  std::function<void()> TakeAction(std::string_view name);
 
   std::atomic<bool> power_ = true;         // atomic: read by every call, set in the middle of one
   std::function<void()> when_power_goes_;  // set once before any thread uses the machine
 
   mutable std::mutex mutex_;  // guards all below
   std::uint64_t calls_ = 0;
-  std::uint64_t nth_ = 0;  // 0 for none
+  std::uint64_t nth_left_ = 0;  // 1: the next call fails; 0 for none
+  CallsOf nth_of_ = CallsOf::kAnyThread;
+  std::thread::id planner_;  // of the fault
   Code nth_code_ = kestrelon::platform::kSuccess;
   std::map<std::string, NamedFault, std::less<>> named_;
   std::map<std::string, std::function<void()>, std::less<>> actions_;

@@ -144,7 +144,7 @@ Code FileSystem::WriteBytes(std::uintptr_t handle, const void* bytes, std::uint3
   const std::lock_guard lock(mutex_);
   const OpenedFile* file = nullptr;
   if (const Code code = Opened(handle, kWriteAccess, &file)) return code;
-  if (full_ && size > 0) return kDiskFull;
+  if (size > 0 && DiskIsFull()) return kDiskFull;
   FileNode& node = *file->node;
   const bool appends = (file->access & kGenericWrite) == 0;
   const std::size_t position = appends ? node.content.size() : file->position;

@@ -123,7 +123,7 @@ Code FileSystem::Copy(const std::wstring& from, const std::wstring& to) {
   if (const Code code = LocateExisting(from, LastLink::kFollow, source)) return code;
   if (const Code code = Locate(to, LastLink::kFollow, target)) return code;
   if (const Code code = CheckCopy(source, target)) return code;
-  if (full_) {
+  if (DiskIsFull()) {
     // The platform empties the target before it finds no room, and then removes it.
     if (target.node) TakeEntry(target);
     return kDiskFull;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "base/text.h"
 #include "simulation/machine/digest.h"
@@ -181,6 +182,30 @@ void FileSystem::SetFull(bool full) {
   full_ = full;
 }
 
+void FileSystem::FillUpAt(std::uint64_t n) {
+  const std::lock_guard lock(mutex_);
+  writes_to_full_ = n;
+}
+
+bool FileSystem::full() const {
+  const std::lock_guard lock(mutex_);
+  return full_;
+}
+
+void FileSystem::SlowDown(std::function<void()> wait) {
+  const std::lock_guard lock(mutex_);
+  slowness_ = std::move(wait);
+}
+
+void FileSystem::TakeTime() const {
+  std::function<void()> wait;
+  {
+    const std::lock_guard lock(mutex_);
+    wait = slowness_;
+  }
+  if (wait) wait();
+}
+
 void FileSystem::SetUsnSupported(bool supported) {
   const std::lock_guard lock(mutex_);
   usn_supported_ = supported;
@@ -235,6 +260,11 @@ Code FileSystem::CountChange(const std::function<void()>& change) {
   if (!power_goes) return kestrelon::platform::kSuccess;
   LosePower();
   return kPowerLost;
+}
+
+bool FileSystem::DiskIsFull() {
+  if (writes_to_full_ > 0 && --writes_to_full_ == 0) full_ = true;
+  return full_;
 }
 
 bool FileSystem::PowerGoesNow() {

@@ -80,8 +80,13 @@ class FileSystem {
   // too, unless it was given any itself. Those of a real image lie in the content.
   void SpreadProperties(const std::wstring& path);
 
-  // Each write fails with kDiskFull.
+  // Each write and copy fails with kDiskFull.
   void SetFull(bool full);
+  // The n-th of them from now is the first that fails; n from 1.
+  void FillUpAt(std::uint64_t n);
+  bool full() const;
+  // What each call of the seam does first, on the caller's thread: where a disk is slow, wait.
+  void SlowDown(std::function<void()> wait);
   // Without a change journal ReadUsnRecord fails with kNotSupported.
   void SetUsnSupported(bool supported);
   // Another program keeps the file open for reading, sharing what FileShare bits say, until LetGo.
@@ -101,6 +106,9 @@ class FileSystem {
   void PowerOn();
 
   // --- The seam's side: the platform's calls, with its codes. ---
+
+  // To come before each of them: takes the time that the disk takes.
+  void TakeTime() const;
 
   Code Open(const std::wstring& path, std::uint32_t access, std::uint32_t share,
             std::uint32_t disposition, std::uint32_t flags, std::uintptr_t& handle);
@@ -190,6 +198,8 @@ class FileSystem {
   Code CheckRename(const Place& source, const Place& target, std::uint32_t flags) const;
   Code CheckCopy(const Place& source, const Place& target) const;
 
+  // Counts one write or copy of at least a byte; whether there is no room for it.
+  bool DiskIsFull();
   // Counts one changing operation; whether the power goes in its middle.
   bool PowerGoesNow();
   void LosePower();
@@ -210,7 +220,9 @@ class FileSystem {
   std::uintptr_t last_handle_ = 0x100;
   std::uint64_t last_id_ = 0x1000;
   std::int64_t last_change_number_ = 0x10000;
+  std::function<void()> slowness_;  // none on a fast disk
   bool full_ = false;
+  std::uint64_t writes_to_full_ = 0;  // 1: the next finds no room; 0 for never
   bool usn_supported_ = true;
   std::uint64_t operations_ = 0;
   std::uint64_t cut_at_ = 0;  // 0 for never

@@ -1,10 +1,10 @@
 #include "tests/documents/document.h"
 
 #include <gtest/gtest.h>
+#include <regex.h>
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 namespace kestrelon::test {
@@ -51,11 +51,19 @@ std::string SectionOf(const std::string& document, const std::string& heading) {
 }
 
 std::set<std::string> Found(const std::string& pattern, const std::string& text) {
-  const std::regex expression(pattern);
   std::set<std::string> found;
-  for (std::sregex_iterator it(text.begin(), text.end(), expression), end; it != end; ++it) {
-    found.insert((*it)[1]);
+  regex_t expression;
+  if (regcomp(&expression, pattern.c_str(), REG_EXTENDED | REG_NEWLINE) != 0) {
+    ADD_FAILURE() << "no expression: " << pattern;
+    return found;
   }
+  std::vector<regmatch_t> groups(expression.re_nsub + 1);
+  const char* rest = text.c_str();
+  while (regexec(&expression, rest, groups.size(), groups.data(), 0) == 0) {
+    found.emplace(rest + groups.back().rm_so, rest + groups.back().rm_eo);
+    rest += groups.front().rm_eo;
+  }
+  regfree(&expression);
   return found;
 }
 

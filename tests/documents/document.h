@@ -24,7 +24,8 @@ std::vector<Block> BlocksOf(const std::string& document);
 // The part of a document from a heading of the second level to the next one.
 std::string SectionOf(const std::string& document, const std::string& heading);
 
-// What the pattern's first group matches in a text, anywhere.
+// What the last group of a pattern (POSIX, extended) matches in a text, anywhere; matches are not
+// empty.
 std::set<std::string> Found(const std::string& pattern, const std::string& text);
 
 // The words in code marks in the first cells of the rows of a text's tables.

@@ -13,6 +13,7 @@ void Faults::FailNth(std::uint64_t n, Code code, CallsOf whose) {
   nth_code_ = code;
   nth_of_ = whose;
   planner_ = std::this_thread::get_id();
+  counted_.clear();
   fired_ = false;
   fired_name_.clear();
 }
@@ -49,6 +50,11 @@ std::uint64_t Faults::calls() const {
   return calls_;
 }
 
+std::vector<std::string> Faults::counted() const {
+  const std::lock_guard lock(mutex_);
+  return counted_;
+}
+
 bool Faults::fired() const {
   const std::lock_guard lock(mutex_);
   return fired_;
@@ -68,11 +74,12 @@ std::function<void()> Faults::TakeAction(std::string_view name) {
   return action;
 }
 
-bool Faults::IsNth() {
+bool Faults::IsNth(std::string_view name) {
   const bool planners = std::this_thread::get_id() == planner_;
   if (nth_left_ == 0 || nth_of_ == (planners ? CallsOf::kOtherThreads : CallsOf::kThisThread)) {
     return false;
   }
+  counted_.emplace_back(name);
   return --nth_left_ == 0;
 }
 
@@ -102,7 +109,7 @@ Code Faults::Next(std::string_view name) {
   if (found != named_.end() && found->second.calls_left > 0) {
     once = --found->second.calls_left == 0;
   }
-  if (IsNth()) return Strike(name, nth_code_);
+  if (IsNth(name)) return Strike(name, nth_code_);
   if (once) return Strike(name, found->second.once);
   if (found != named_.end() && found->second.always != kSuccess) {
     return Strike(name, found->second.always);

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "platform/codes.h"
 
@@ -52,6 +53,9 @@ class Faults {
   // Calls counted since the last FailNth or Clear.
   std::uint64_t calls() const;
 
+  // The names of those that a FailNth which has not struck counted, in their order.
+  std::vector<std::string> counted() const;
+
   // Whether a planned fault has struck since then, and the name of the last call it struck.
   bool fired() const;
   std::string fired_name() const;
@@ -80,7 +84,7 @@ class Faults {
   // All below need the guard.
 
   // Counts a call for FailNth; whether it is the one.
-  bool IsNth();
+  bool IsNth(std::string_view name);
   Code Strike(std::string_view name, Code code);
 
   // Takes the guard itself.
@@ -94,6 +98,7 @@ class Faults {
   std::uint64_t nth_left_ = 0;  // 1: the next call fails; 0 for none
   CallsOf nth_of_ = CallsOf::kAnyThread;
   std::thread::id planner_;  // of the fault
+  std::vector<std::string> counted_;
   Code nth_code_ = kestrelon::platform::kSuccess;
   std::map<std::string, NamedFault, std::less<>> named_;
   std::map<std::string, std::function<void()>, std::less<>> actions_;

@@ -25,20 +25,4 @@ Round RunRound(const std::function<Round()>& round) {
   return code <= static_cast<int>(Round::kUntouched) ? static_cast<Round>(code) : Round::kFailed;
 }
 
-int Sweep(int most, const std::function<Round(int)>& round) {
-  for (int n = 1; n <= most; ++n) {
-    switch (RunRound([&] { return round(n); })) {
-      case Round::kUntouched:
-        return n - 1;
-      case Round::kFailed:
-        ADD_FAILURE() << "round " << n << " of the sweep failed";
-        return n;
-      case Round::kStruck:
-        break;
-    }
-  }
-  ADD_FAILURE() << "the sweep did not end within " << most << " rounds";
-  return most;
-}
-
 }  // namespace kestrelon::test

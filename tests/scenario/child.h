@@ -17,8 +17,4 @@ enum class Round {
 // called while the process has one thread.
 [[nodiscard]] Round RunRound(const std::function<Round()>& round);
 
-// Runs round(1), round(2), ... until one is untouched; fails the test at the first that fails and
-// when there are more than `most`. Gives how many faults struck.
-int Sweep(int most, const std::function<Round(int)>& round);
-
 }  // namespace kestrelon::test

@@ -118,10 +118,10 @@ TEST_F(ApplyUpdate, TriesForAMinuteToStartTheServiceButOnceAfterARefusal) {
                {kSetup, 31, 58000, false},
                {L"", 2, 0, false}};
   for (const auto& [path, there_at_attempt, waited_ms, starts] : cases) {
-    files.Remove(kService);
+    files.Remove(kServiceFile);
     int attempts = 0;
     const std::function<void()> attempt = [&, there = there_at_attempt] {
-      if (++attempts == there) files.Write(kService, "version 1.2.3");
+      if (++attempts == there) files.Write(kServiceFile, "version 1.2.3");
       machine.faults.RunBefore("LaunchService", attempt);
     };
     machine.faults.RunBefore("LaunchService", attempt);

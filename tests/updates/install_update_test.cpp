@@ -187,13 +187,13 @@ TEST_F(InstallUpdate, TellsWhatFailedAndKeepsOnlyWhatHasThePublishedHash) {
 // which takes the pending build for its own.
 TEST_F(InstallUpdate, ComesUpInstalledOrNotWhereverThePowerGoes) {
   const UpdateManifest manifest = Publish();
-  during_setup = [this] { files.Write(kService, executed.back()); };
+  during_setup = [this] { files.Write(kServiceFile, executed.back()); };
   std::set<std::wstring> outcomes;
   for (const auto mode : {simulation::CutMode::kLoseMetadata, simulation::CutMode::kKeepMetadata}) {
     bool cut = true;
     for (std::uint64_t n = 1; cut && !HasFailure(); ++n) {
       SCOPED_TRACE(n);
-      files.Write(kService, "version 1.2.2");
+      files.Write(kServiceFile, "version 1.2.2");
       StoreLastInstall({});
       StoreHelperExit(7);
       executed.clear();
@@ -201,7 +201,7 @@ TEST_F(InstallUpdate, ComesUpInstalledOrNotWhereverThePowerGoes) {
       InstallThread(manifest, kNoSession, L"sk");
       cut = machine.faults.power_lost();
       machine.Restart();
-      const bool installed = files.Read(kService) == "version 1.2.3";
+      const bool installed = files.Read(kServiceFile) == "version 1.2.3";
       EXPECT_EQ(executed, std::vector<std::string>(installed ? 1 : 0, "version 1.2.3"));
       if (StoredPendingInstall() && installed) {
         machine.registry.SetDword(kRegistryKey, L"PendingBuild", 48);

@@ -10,9 +10,9 @@
 
 namespace kestrelon::test {
 
-UpdateWorld::UpdateWorld() {
+UpdateMachine::UpdateMachine() {
   files.MakeDirectories(kData);
-  files.Write(kService, "version 1.2.2");
+  files.Write(kServiceFile, "version 1.2.2");
   AddService(4);
   UpdateSignals.UpdateRuleInstalled = true;
   machine.processes.OnStart(kHelper, [this](std::uint32_t id) {
@@ -28,22 +28,15 @@ UpdateWorld::UpdateWorld() {
   });
 }
 
-void UpdateWorld::TearDown() {
-  machine.faults.Clear();
-  EXPECT_EQ(files.open_handles() + machine.services.open_handles() +
-                machine.processes.open_handles() + machine.sessions.open_handles(),
-            0U);
-}
-
-void UpdateWorld::AddService(std::uint32_t state) {
+void UpdateMachine::AddService(std::uint32_t state) {
   simulation::Service service;
   service.name = L"KestrelonSvc";
-  service.binary_path = L"\"" + kService + L"\"";
+  service.binary_path = L"\"" + kServiceFile + L"\"";
   service.state = state;
   machine.services.Add(service);
 }
 
-void UpdateWorld::Put(const std::wstring& path, const Installer& installer) {
+void UpdateMachine::Put(const std::wstring& path, const Installer& installer) {
   files.Write(path, installer.content);
   if (!installer.signer.empty()) files.Sign(path, installer.signer);
   const auto& [major, minor, patch, build] = installer.version;
@@ -54,7 +47,7 @@ void UpdateWorld::Put(const std::wstring& path, const Installer& installer) {
   files.SpreadProperties(path);
 }
 
-UpdateManifest UpdateWorld::Publish(const Installer& installer) {
+UpdateManifest UpdateMachine::Publish(const Installer& installer) {
   Put(L"D:\\vendor\\setup.exe", installer);
   machine.http.Serve(kSetupUrl, {.body = installer.content, .chunk = 4});
   const std::vector<std::uint8_t> hash = simulation::DigestOf(L"SHA256", installer.content);
@@ -63,7 +56,7 @@ UpdateManifest UpdateWorld::Publish(const Installer& installer) {
           L"",       L""};
 }
 
-std::string UpdateWorld::TextOf(const UpdateManifest& manifest) {
+std::string UpdateMachine::TextOf(const UpdateManifest& manifest) {
   return Utf8FromWide(
       Format(LR"({"format":1,"product":"Kestrelon","channel":"%s","version":"%s","build":%d,)"
              LR"("url":"%s","size":%lld,"sha256":"%s"})",
@@ -71,27 +64,27 @@ std::string UpdateWorld::TextOf(const UpdateManifest& manifest) {
              manifest.sha256));
 }
 
-void UpdateWorld::Announce(const std::string& manifest, const char* key) {
+void UpdateMachine::Announce(const std::string& manifest, const char* key) {
   machine.http.Serve(kManifestUrl, {.body = manifest});
   machine.http.Serve(kManifestUrl + L".sig", {.body = SignManifest(manifest, key)});
 }
 
-std::wstring UpdateWorld::Install(const UpdateManifest& manifest) {
+std::wstring UpdateMachine::Install(const UpdateManifest& manifest) {
   InstallThread(manifest, 1, L"S-k");
   if (State() == L"installing: ") ReportInstallOutcome(false);
   return State();
 }
 
-std::wstring UpdateWorld::State() {
+std::wstring UpdateMachine::State() {
   return Copy().state + L": " + Copy().message;
 }
 
-UpdateState UpdateWorld::Copy() {
+UpdateState UpdateMachine::Copy() {
   GuardLock lock(UpdateGuard);
   return Update;
 }
 
-std::wstring UpdateWorld::TakeLog() {
+std::wstring UpdateMachine::TakeLog() {
   constexpr std::size_t kStampLength = 21;  // "YYYY-MM-DD hh:mm:ss" and two blanks
   const std::wstring path = kData + L"\\service.log";
   const std::wstring text = WideFromUtf8(files.Read(path).value_or(""));
@@ -104,12 +97,19 @@ std::wstring UpdateWorld::TakeLog() {
   return messages;
 }
 
-bool UpdateWorld::Logged(const std::wstring& service, const std::wstring& activity) {
+bool UpdateMachine::Logged(const std::wstring& service, const std::wstring& activity) {
   const auto ends = [this](const wchar_t* name, const std::wstring& message) {
     return files.Read(kData + name).value_or("").ends_with(Utf8FromWide(message) + "\r\n");
   };
   return ends(L"\\service.log", L"  " + service) &&
          ends(L"\\activity.log", L"\tKestrelon\t" + activity);
+}
+
+void UpdateWorld::TearDown() {
+  machine.faults.Clear();
+  EXPECT_EQ(files.open_handles() + machine.services.open_handles() +
+                machine.processes.open_handles() + machine.sessions.open_handles(),
+            0U);
 }
 
 }  // namespace kestrelon::test

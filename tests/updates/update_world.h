@@ -18,7 +18,7 @@ inline const std::wstring kData = L"C:\\ProgramData\\Kestrelon";
 inline const std::wstring kUpdates = kData + L"\\update";
 inline const std::wstring kSetup = kUpdates + L"\\setup.exe";
 inline const std::wstring kHelper = kUpdates + L"\\KestrelonSvc-update.exe";
-inline const std::wstring kService = L"C:\\Program Files\\Kestrelon\\KestrelonSvc.exe";
+inline const std::wstring kServiceFile = L"C:\\Program Files\\Kestrelon\\KestrelonSvc.exe";
 inline const std::wstring kManifestUrl = L"https://localhost:28444/update/latest.json";
 inline const std::wstring kSetupUrl = L"https://localhost:28444/setup.exe";
 inline const std::wstring kRegistryKey = L"SOFTWARE\\Kestrelon\\Update";
@@ -30,10 +30,9 @@ struct Installer {
   std::array<std::uint8_t, 4> version = {1, 2, 3, 49};
 };
 
-class UpdateWorld : public testing::Test {
- protected:
-  UpdateWorld();
-  void TearDown() override;
+class UpdateMachine {
+ public:
+  UpdateMachine();
 
   // Registers the service anew in a state.
   void AddService(std::uint32_t state);
@@ -66,6 +65,12 @@ class UpdateWorld : public testing::Test {
 
   simulation::Machine& machine = simulation::TheMachine();
   simulation::FileSystem& files = machine.files;
+};
+
+// A fixture around one.
+class UpdateWorld : public testing::Test, protected UpdateMachine {
+ protected:
+  void TearDown() override;
 };
 
 }  // namespace kestrelon::test

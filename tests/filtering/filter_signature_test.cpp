@@ -26,8 +26,9 @@ std::string SignatureOf(const platform::Filter& filter) {
 }
 
 TEST(FilterSignature, HoldsWhatIsSemanticInAFilterAndNothingElse) {
+  const std::string head(kHead);
   platform::Filter filter = BareFilter();
-  EXPECT_EQ(SignatureOf(filter), std::string(kHead) + "|a4097|f73|wt1:15|p-");
+  EXPECT_EQ(SignatureOf(filter), head + "|a4097|f73|wt1:15|p-");
   filter.key = ProviderKey;
   filter.name = L"name";
   filter.description = L"description";
@@ -40,7 +41,7 @@ TEST(FilterSignature, HoldsWhatIsSemanticInAFilterAndNothingElse) {
                         platform::ValueRange{std::uint16_t{8000}, std::uint16_t{8100}}},
                        {platform::kFieldFlags, platform::kMatchFlagsAllSet, std::uint32_t{1}}};
   EXPECT_EQ(SignatureOf(filter),
-            std::string(kHead) +
+            head +
                 "|a4098|f73|wt4:18446744073709551615|p{6B2A1F30-7C4E-4D8A-9F13-2E5B8C71A0D4}"
                 "|c{C35A604D-D22B-4E1A-91B4-68F674EE674B}m0=t2:443"
                 "|c{C35A604D-D22B-4E1A-91B4-68F674EE674B}m5=t258:[t2:8000-t2:8100]"

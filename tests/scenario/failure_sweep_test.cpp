@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <set>
 
 #include "base/text.h"
 #include "config/presets.h"
+#include "core/version.h"
 #include "platform/codes.h"
 #include "tests/scenario/child.h"
 #include "tests/scenario/failure_table.h"
@@ -233,6 +235,7 @@ void FailureSweep::ExpectNextStartIsRight(World& world, const Sight& before) con
   simulation::FileSystem& files = world.machine().files;
   if (files.Exists(kLastGood)) (void)world.ConfigOnDisk(kLastGood);
   const std::string found = ConfigInWords(world, before);
+  const std::optional<PendingInstall> pending = StoredPendingInstall();
   world.Restart();
   // A process that starts anew verifies each file anew; this one remembers contents whose
   // verification was made to fail, so the signed program comes in a version it has not seen.
@@ -247,6 +250,10 @@ void FailureSweep::ExpectNextStartIsRight(World& world, const Sight& before) con
     EXPECT_EQ(Passes(world), after_.passes);
   }
   EXPECT_FALSE(StoredPendingInstall());
+  // The program that runs is the proof.
+  if (pending)
+    EXPECT_EQ(StoredLastInstall().result,
+              pending->build == static_cast<std::uint32_t>(kBuild) ? L"ok" : L"failed");
   for (const std::wstring& name : files.Names(L"C:\\ProgramData\\Kestrelon\\update")) {
     EXPECT_FALSE(name.ends_with(L".exe") || name.ends_with(L".part")) << Utf8FromWide(name);
   }

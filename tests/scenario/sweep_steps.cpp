@@ -11,6 +11,7 @@
 #include "config/config_file.h"
 #include "core/core_loop.h"
 #include "core/core_state.h"
+#include "core/version.h"
 #include "tests/scenario/intruder.h"
 #include "tests/updates/update_world.h"
 #include "updates/apply_update.h"
@@ -102,7 +103,7 @@ void PrepareExpiry(World& world) {
   Config config = OldConfig();
   config.apps[2] = AllowedByHash(kOther, "another program");
   config.apps[2].expires =
-      world.machine().clock.SystemTime() + 5 * kMinuteMs * platform::kTimeStepsPerMs;
+      world.machine().clock.SystemTime() + 5 * std::int64_t{kMinuteMs} * platform::kTimeStepsPerMs;
   Run(world, config);
   world.machine().clock.Advance(10 * kMinuteMs);
 }
@@ -213,7 +214,8 @@ std::string Installed(World&) {
 
 void PrepareUpdatedStart(World& world) {
   RunOnce(world);
-  EXPECT_EQ(StorePendingInstall({48, L"1.2.2", 1, 1}), platform::kSuccess);
+  EXPECT_EQ(StorePendingInstall({static_cast<std::uint32_t>(kBuild), kVersion, 1, 1}),
+            platform::kSuccess);
 }
 
 std::string ToldOutcome(World&) {

@@ -1,8 +1,6 @@
-// An installation from the manifest to the installer's end, everything that may be wrong on the
-// way, and what is left when the power goes.
+// An installation from the manifest to the installer's end, and everything that may be wrong on the
+// way. The sweep over all steps has what is left when the power goes.
 #include "updates/install_update.h"
-
-#include <set>
 
 #include "core/error_text.h"
 #include "tests/updates/update_world.h"
@@ -181,44 +179,6 @@ TEST_F(InstallUpdate, TellsWhatFailedAndKeepsOnlyWhatHasThePublishedHash) {
   machine.faults.RunBefore("DuplicateFile", [] { UpdateSignals.stop = true; });
   EXPECT_EQ(Install(manifest), L"error: the service is stopping");
   EXPECT_TRUE(executed.empty() && !StoredPendingInstall());
-}
-
-// The program that starts after the cut is the one that is there: the old build, or the new one,
-// which takes the pending build for its own.
-TEST_F(InstallUpdate, ComesUpInstalledOrNotWhereverThePowerGoes) {
-  const UpdateManifest manifest = Publish();
-  during_setup = [this] { files.Write(kServiceFile, executed.back()); };
-  std::set<std::wstring> outcomes;
-  for (const auto mode : {simulation::CutMode::kLoseMetadata, simulation::CutMode::kKeepMetadata}) {
-    bool cut = true;
-    for (std::uint64_t n = 1; cut && !HasFailure(); ++n) {
-      SCOPED_TRACE(n);
-      files.Write(kServiceFile, "version 1.2.2");
-      StoreLastInstall({});
-      StoreHelperExit(7);
-      executed.clear();
-      files.CutPowerAt(n, mode);
-      InstallThread(manifest, kNoSession, L"sk");
-      cut = machine.faults.power_lost();
-      machine.Restart();
-      const bool installed = files.Read(kServiceFile) == "version 1.2.3";
-      EXPECT_EQ(executed, std::vector<std::string>(installed ? 1 : 0, "version 1.2.3"));
-      if (StoredPendingInstall() && installed) {
-        machine.registry.SetDword(kRegistryKey, L"PendingBuild", 48);
-      }
-      files.CutPowerAt(n % 8 + 1, mode);  // and again, while that is told
-      FinishPastInstall();
-      machine.Restart();
-      FinishPastInstall();
-      const LastInstall last = Copy().last_install;
-      outcomes.insert(last.result + L": " + last.detail);
-      EXPECT_EQ(last.result == L"ok", installed);
-      EXPECT_FALSE(StoredPendingInstall());
-      EXPECT_EQ(files.Names(kUpdates), kNothing);
-    }
-  }
-  EXPECT_EQ(outcomes,
-            (std::set<std::wstring>{L": ", L"ok: ", L"failed: the installation did not finish"}));
 }
 
 }  // namespace

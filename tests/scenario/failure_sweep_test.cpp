@@ -251,9 +251,10 @@ void FailureSweep::ExpectNextStartIsRight(World& world, const Sight& before) con
   }
   EXPECT_FALSE(StoredPendingInstall());
   // The program that runs is the proof.
-  if (pending)
-    EXPECT_EQ(StoredLastInstall().result,
-              pending->build == static_cast<std::uint32_t>(kBuild) ? L"ok" : L"failed");
+  if (pending) {
+    const bool runs = pending->build == static_cast<std::uint32_t>(kBuild);
+    EXPECT_EQ(StoredLastInstall().result, runs ? L"ok" : L"failed");
+  }
   for (const std::wstring& name : files.Names(L"C:\\ProgramData\\Kestrelon\\update")) {
     EXPECT_FALSE(name.ends_with(L".exe") || name.ends_with(L".part")) << Utf8FromWide(name);
   }

@@ -306,7 +306,11 @@ Round FailureSweep::Strike(const Fault& fault, std::size_t n) {
   step().act(world);
   const std::string call = machine.faults.fired_name();
   const bool swept = step().part == SweepStep::Part::kToEngine && call == "OpenEngineSession";
-  if (swept || !fault.struck(machine)) return Round::kUntouched;
+  if (swept || !fault.struck(machine)) {
+    machine.faults.Clear();
+    world.Stop();
+    return Round::kUntouched;
+  }
   const std::string cause = fault.name != nullptr ? fault.name : "`" + call + "`";
   SCOPED_TRACE("failing: " + cause);
   machine.faults.Clear();
@@ -317,8 +321,11 @@ Round FailureSweep::Strike(const Fault& fault, std::size_t n) {
   const Outcome outcome = InWords(world, before, now);
   told_.Put({cause, outcome.first, outcome.second});
   // What a call's failing leaves is the same wherever it looks the same.
-  if (fault.name != nullptr || !outcomes_[outcome].contains(cause))
+  if (fault.name != nullptr || !outcomes_[outcome].contains(cause)) {
     ExpectNextStartIsRight(world, before);
+  } else {
+    world.Stop();
+  }
   return Round::kStruck;
 }
 
